@@ -1,0 +1,16 @@
+// The steps that the writers of the two account files share.
+#ifndef QV_ACCOUNTFILE_H
+#define QV_ACCOUNTFILE_H
+
+#include <cstdio>
+
+// Opens the file for appending, with a write lock on the whole of it; waits while another process
+// holds one. Makes the file, with mode 0640, when there is none. Null when any of that fails and,
+// before the file is touched, when an account that is to own it is unknown. Closing the stream lets
+// go of the lock. Only those who append lock the file; those who rewrite it do not.
+FILE* openLockedForAppend(const char* file);
+
+// Owner "root", primary group of "mail", mode 0644.
+void settleAccountFile(const char* file);
+
+#endif

@@ -1,0 +1,8 @@
+#ifndef QV_DELIVERYAGENT_H
+#define QV_DELIVERYAGENT_H
+
+// Whether Dovecot delivers mail and so needs quota fields in vpasswd: the setting "DovecotLDA" of
+// the product configuration file is exactly "yes". Read afresh at every call.
+bool deliveryAgentEnabled();
+
+#endif

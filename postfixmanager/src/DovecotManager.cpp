@@ -1,0 +1,118 @@
+#include "DovecotManager.h"
+
+#include "MapFiles.h"
+#include "MapLines.h"
+#include "MapReader.h"
+#include "MapRewrite.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <vector>
+
+namespace
+{
+
+constexpr int Replaced = 0;
+constexpr int NotOpened = 1;
+constexpr int NoSuchMailbox = 2;
+
+constexpr std::size_t PlainFields = 7;
+constexpr std::size_t HomeField = 5; // counted from 0
+constexpr std::size_t FieldsWithQuota = 10;
+
+using Fields = std::vector<std::string_view>;
+
+// Splits as strtok does: a run of colons is one separator, so empty fields do not count.
+Fields splitFields(std::string_view line)
+{
+    Fields fields;
+    while (!line.empty()) {
+        const std::string_view field = textBefore(line, ':');
+        if (!field.empty())
+            fields.push_back(field);
+        line.remove_prefix(std::min(field.size() + 1, line.size()));
+    }
+    return fields;
+}
+
+std::string joinFields(const Fields& fields, std::size_t count)
+{
+    std::string line(fields[0]);
+    for (std::size_t i = 1; i < count; ++i)
+        line.append(":").append(fields[i]);
+    return line;
+}
+
+std::string quotaFields(std::string_view home, const std::string& quota)
+{
+    return ":userdb_mail=mbox:" + std::string(home) + " userdb_quota_rule=*:storage=" + quota;
+}
+
+// The frame of all three editors. No owner or mode is set on the new file.
+int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const char* workFile,
+                    const std::function<std::string(std::string_view line)>& edited)
+{
+    backUp(VPASSWDFILE, backupSuffix);
+
+    MapWriter newFile(workFile, MapWriter::Truncate);
+    MapReader oldFile(VPASSWDFILE);
+    if (!newFile.isOpen() || !oldFile.isOpen())
+        return NotOpened;
+
+    bool found = false;
+    std::string_view line;
+    while (oldFile.nextLine(line)) {
+        if (found) {
+            // Empty lines included: the one after the last line end becomes part of the file.
+            newFile.writeLine(line);
+        } else if (contains(line, ":") && equalIgnoringCase(accountName(line), mailbox)) {
+            newFile.writeLine(edited(line));
+            found = true;
+        } else if (!line.empty()) {
+            newFile.writeLine(line);
+        }
+    }
+    newFile.close();
+
+    if (!found) {
+        remove(workFile);
+        return NoSuchMailbox;
+    }
+    replaceFile(workFile, VPASSWDFILE);
+    return Replaced;
+}
+
+} // namespace
+
+int DovecotManager::addDovecotQuota(std::string mailbox, std::string homeDir, std::string quota)
+{
+    return editMailboxLine(mailbox, ".addbak", VPASSWDFILE ".addtmp", [&](std::string_view line) {
+        const std::string entry = std::string(line) + quotaFields(homeDir, quota + "B");
+        std::cout << "quota entry =" << entry << std::endl;
+        return entry;
+    });
+}
+
+int DovecotManager::deleteDovecotQuota(std::string mailbox)
+{
+    return editMailboxLine(mailbox, ".delbak", VPASSWDFILE ".deltmp", [](std::string_view line) {
+        const Fields fields = splitFields(line);
+        return fields.size() < PlainFields ? std::string(line) : joinFields(fields, PlainFields);
+    });
+}
+
+int DovecotManager::editDovecotQuota(std::string mailbox, std::string quota)
+{
+    return editMailboxLine(mailbox, ".editbak", VPASSWDFILE ".edittmp", [&](std::string_view line) {
+        const Fields fields = splitFields(line);
+        if (fields.size() == FieldsWithQuota)
+            return joinFields(fields, FieldsWithQuota - 1) + ":storage=" + quota + "B";
+        if (fields.size() == PlainFields)
+            return joinFields(fields, PlainFields - 1) + ":/bin/false" +
+                   quotaFields(fields[HomeField], quota + "B");
+        // Any other count, an empty comment field among the causes, is left as it is.
+        return std::string(line);
+    });
+}

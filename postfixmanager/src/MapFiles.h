@@ -1,0 +1,15 @@
+// Where the mail server's state lives. One search for a macro finds every writer and reader.
+#ifndef QV_MAPFILES_H
+#define QV_MAPFILES_H
+
+#define VDOMAINFILE "/etc/VirtualHosts"  // hosted domains, one a line
+#define VMAPDIR "/etc/vmail"             // directory of the map files
+#define VPASSWDFILE VMAPDIR "/vpasswd"   // mail accounts, in passwd format
+#define VSHADOWFILE VMAPDIR "/vshadow"   // their password hashes, in shadow format
+#define VMAPSFILE VMAPDIR "/vmaps.txt"   // address or "@domain" -> inbox file below the spool
+#define VALIASFILE VMAPDIR "/valias.txt" // forwarders and mailing lists
+#define VQUOTAFILE VMAPDIR "/vquota.txt" // address, tab, quota
+#define VSPOOLDIR "/var/spool/vmail"     // mail, one subtree per domain
+#define QVCONFFILE "/etc/Quorvel.conf"   // the product configuration file
+
+#endif

@@ -1,0 +1,76 @@
+#include "LargeFilesAndDates.h"
+
+#include "QVConfFileManager.h"
+
+#include <cctype>
+#include <cstring>
+#include <fstream>
+
+#include <strings.h>
+
+namespace
+{
+
+// The two readers differ in how long a line may be: a longer one fails the stream, and the scan
+// ends with what the buffer holds.
+constexpr int ExistenceLineSize = 1000;
+constexpr int ValueLineSize = 119;
+
+char* skipWhiteSpace(char* text)
+{
+    while (isspace(static_cast<unsigned char>(*text)))
+        ++text;
+    return text;
+}
+
+} // namespace
+
+bool QVConfFileManager::isParamExistInQVConfFile(std::string qvConfFile, std::string paramName)
+{
+    if (paramName.empty())
+        return false;
+
+    std::ifstream file(qvConfFile);
+    char line[ExistenceLineSize];
+    while (file.good()) {
+        memset(line, 0, sizeof line);
+        file.getline(line, sizeof line);
+        char* const name = skipWhiteSpace(line);
+        char* const nameEnd = strchr(name, ' ');
+        if (nameEnd == nullptr)
+            continue;
+        *nameEnd = '\0';
+        if (strcasecmp(name, paramName.c_str()) == 0)
+            return true;
+    }
+    return false;
+}
+
+int QVConfFileManager::getParamFromQVConfFile(std::string qvConfFile, std::string& ParamVal,
+                                              std::string param)
+{
+    if (param.empty())
+        return 0;
+
+    std::ifstream file(qvConfFile);
+    char line[ValueLineSize];
+    while (file.good()) {
+        memset(line, 0, sizeof line);
+        file.getline(line, sizeof line);
+        const char* const name = skipWhiteSpace(line);
+        // A prefix test, unlike the other reader's.
+        if (strncasecmp(name, param.c_str(), param.size()) != 0)
+            continue;
+
+        // The first line that matches decides, also when it has no value.
+        const char* const opening = strchr(name, '"');
+        if (opening == nullptr)
+            return 0;
+        const char* const closing = strchr(opening + 1, '"');
+        if (closing == nullptr)
+            return 0;
+        ParamVal.assign(opening + 1, closing);
+        return 1;
+    }
+    return 0;
+}

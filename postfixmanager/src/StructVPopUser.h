@@ -1,0 +1,25 @@
+// The account record that a host hands to mailbox creation.
+#ifndef QV_STRUCTVPOPUSER_H
+#define QV_STRUCTVPOPUSER_H
+
+#include <pwd.h>
+#include <shadow.h>
+
+// The caller owns the record and everything that it points to.
+//
+// Password  the vpasswd line to append, filled whole: pw_name and pw_gecos hold the mailbox
+// address,
+//           pw_passwd "x", pw_uid and pw_gid the ids of the account "qvadmin", pw_dir the home
+//           directory "/var/spool/vmail/DOMAIN/mail/home/ADDRESS", pw_shell "/bin/false".
+// Shadow    the vshadow line to append: sp_namp the address, sp_pwdp the password in clear text in
+//           a writable buffer of at least 9 bytes (hashing overwrites it), sp_expire (-1: never)
+//           and sp_flag (1: administrator, 0: ordinary user). The other fields are filled in on
+//           writing, and sp_pwdp then points at the hash, which the next hashing overwrites.
+// Quota     reserved; no operation reads or writes it.
+struct SvpopUser {
+    struct passwd* Password;
+    struct spwd* Shadow;
+    char Quota[256];
+};
+
+#endif

@@ -1,0 +1,23 @@
+#ifndef QV_SYSTEMACCOUNTS_H
+#define QV_SYSTEMACCOUNTS_H
+
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+// A user id and a group id, looked up in the system's accounts at the moment of asking.
+struct Ownership {
+    uid_t user;
+    gid_t group;
+};
+
+// The user id of one account and the primary group id of another (not the group of that name).
+// Nothing when either account is unknown.
+std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount);
+
+// Gives a file or directory to them. An unknown account leaves the owner as it is, like a chown
+// that fails: writers do not check either.
+void giveTo(const std::string& path, const char* user, const char* groupAccount);
+
+#endif

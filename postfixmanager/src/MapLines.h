@@ -30,6 +30,27 @@ inline std::string_view accountName(std::string_view line)
     return textBefore(line, ':');
 }
 
+// The text after the first mark; the whole text when it has none.
+inline std::string_view textAfter(std::string_view text, char mark)
+{
+    return text.substr(text.find(mark) + 1);
+}
+
+// The domain of an account line: of its name, what follows the first "@"; the whole name without.
+inline std::string_view accountDomain(std::string_view line)
+{
+    return textAfter(accountName(line), '@');
+}
+
+// Whether the line's key, cut at its first blank or else at its first tab, is exactly this.
+inline bool isKeyedBy(std::string_view line, std::string_view key)
+{
+    std::string_view::size_type end = line.find(' ');
+    if (end == std::string_view::npos)
+        end = line.find('\t');
+    return end != std::string_view::npos && line.substr(0, end) == key;
+}
+
 inline bool equalIgnoringCase(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;

@@ -7,10 +7,17 @@
 #include <cstdio>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 void backUp(const std::string& file, const char* suffix)
 {
     runInShell("cp " + file + " " + file + suffix);
+}
+
+void backUpIfThere(const std::string& file, const char* suffix)
+{
+    if (access(file.c_str(), F_OK) == 0)
+        backUp(file, suffix);
 }
 
 void openMapDirectory()

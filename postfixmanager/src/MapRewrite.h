@@ -28,9 +28,16 @@ struct MapVariant {
 constexpr const char* Backup = ".qvbackup";
 
 // clang-format off
-inline const MapVariant DomainList = {VDOMAINFILE, Backup, "/etc/VirtualHosts-temp.txt", nullptr, 0, Publish::Nothing};
-inline const MapVariant MailboxMap = {VMAPSFILE, Backup, VMAPDIR "/vmaps-temp.txt", "mail", 0644, Publish::PostmapAndReload};
-inline const MapVariant QuotaMap = {VQUOTAFILE, Backup, VMAPDIR "/vquota-temp.txt", "mail", 0644, Publish::PostmapAndReload};
+inline const MapVariant DomainList     = {VDOMAINFILE, Backup, "/etc/VirtualHosts-temp.txt", nullptr, 0, Publish::Nothing};
+inline const MapVariant MailboxMap     = {VMAPSFILE, Backup, VMAPDIR "/vmaps-temp.txt", "mail", 0644, Publish::PostmapAndReload};
+inline const MapVariant QuotaMap       = {VQUOTAFILE, Backup, VMAPDIR "/vquota-temp.txt", "mail", 0644, Publish::PostmapAndReload};
+inline const MapVariant AliasMap       = {VALIASFILE, Backup, VMAPDIR "/valias-temp.txt", "mail", 0644, Publish::PostmapAndReload};
+inline const MapVariant CatchAllMap    = {VMAPSFILE, ".CABackup", VMAPDIR "/vmaps-temp.txt", "qvadmin", 0644, Publish::PostmapAndReload};
+inline const MapVariant AccountUpdate  = {VPASSWDFILE, nullptr, VMAPDIR "/vpasswd_temp.txt", "qvadmin", 0644, Publish::Reload};
+inline const MapVariant ShadowUpdate   = {VSHADOWFILE, nullptr, VMAPDIR "/vshadow_temp.txt", "qvadmin", 0644, Publish::Reload};
+inline const MapVariant DomainAliases  = {VALIASFILE, nullptr, VMAPDIR "/valias-temp.txt", "qvadmin", 0, Publish::PostmapAndReload};
+inline       MapVariant domainMailboxes(const std::string& map) { return
+                                         {map, nullptr, VMAPDIR "/temp.txt", "qvadmin", 0644, Publish::Nothing}; }
 // clang-format on
 
 // The steps of the procedure. No step but the opening of the map is checked, and nothing is locked:
@@ -38,6 +45,9 @@ inline const MapVariant QuotaMap = {VQUOTAFILE, Backup, VMAPDIR "/vquota-temp.tx
 
 // "cp FILE FILE.suffix"; a file that is not there yields no copy.
 void backUp(const std::string& file, const char* suffix);
+
+// The same, but no command is run for a file that is not there.
+void backUpIfThere(const std::string& file, const char* suffix);
 
 // The map directory's mode is set to 0755 before most changes, so that the mail server can reach
 // the maps whatever was done to it.

@@ -103,6 +103,40 @@ public:
     // work file /etc/VirtualHosts-temp.txt. Table: virtual_domains.
     int Postfix_VHostFile(std::string DomainName, std::string Task);
 
+    // Removes a domain and all that belongs to it: its entry in the list, its lines in vpasswd,
+    // vshadow, vmaps.txt and vquota.txt (or its rows of virtual_users), its aliases, its spool
+    // tree. Traces as "Postfix_CreateMailDomain". Prints the "rm -r" command before it runs it.
+    //
+    // The list and the aliases are searched by containing text: "b.com" takes the listed domain and
+    // the aliases of "ab.com" with it. The tables of vmaps.txt and vquota.txt are not rebuilt: the
+    // domain is out of the list, so Postfix does not ask them.
+    //
+    // 317  deleted; a domain that is not listed, or a spool tree that is not there, is no error
+    // 0    a step on the list, a file or the aliases failed (ErrNo holds its result)
+    // 1    with tables: no connection, or the statement on virtual_users failed
+    int Postfix_DeleteMailDomain(std::string DomainName);
+
+    // Strips one file of the lines whose address lies in exactly this domain, and of empty lines.
+    //
+    // FPath  vpasswd, vshadow, vmaps.txt or vquota.txt, by its full path.
+    //
+    // 0  done
+    // 1  the file cannot be opened
+    //
+    // Files: FPath (afterwards of "root" and the primary group of "qvadmin", mode 0644; no copy is
+    // made) and the work file /etc/vmail/temp.txt.
+    int Postfix_DeleteDomMailboxes(std::string DomainName, std::string FPath);
+
+    // Strips the alias map of the lines whose key contains the domain, or virtual_aliases of the
+    // rows whose source lies in it. An empty line shares the fate of the line before it.
+    //
+    // 0  done; with files also when there is no map
+    // 1  with tables: no connection, or a failed statement
+    //
+    // Files: /etc/vmail/valias.txt (afterwards of "root" and the primary group of "qvadmin"; no
+    // copy is made), the work file valias-temp.txt; "postmap" and "postfix reload" in any case.
+    int Postfix_DeleteDomAliases(std::string DomainName);
+
     // ---- Mailboxes --------------------------------------------------------------------------
 
     // Creates a mailbox in an existing domain.
@@ -123,6 +157,77 @@ public:
     // 1    the home directory cannot be made, or an account that is to own it is unknown
     int Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string DomainName, std::string UserName,
                               std::string Quota);
+
+    // Deletes a mailbox, its forward and quota, its home directory and inbox.
+    //
+    // UserName  local part.
+    //
+    // With files, every line that contains the address goes, in vpasswd and vshadow, in the mailbox
+    // map, and by its key in the alias and quota maps: deleting bob@example.com also deletes
+    // jim.bob@example.com there. With tables, the rows of exactly this address go.
+    //
+    // 307  deleted; a mailbox that was not there is no error
+    // 308  a step failed (with files ErrNo holds its result), or there is no connection
+    //
+    // Files: those of Postfix_DeleteMailboxUser, Postfix_VMaps, Postfix_VAlias and, when there is a
+    // quota map, Postfix_VQuota. Tables: virtual_users, virtual_aliases.
+    int Postfix_DeleteMailbox(std::string UserName, std::string DomainName);
+
+    // Drops from one file every line that contains UserName. Other lines stay, empty ones too, and
+    // one more empty line stands at the end. A file that cannot be read becomes an empty one.
+    //
+    // FPath  the file's full path, not null.
+    //
+    // 0   done; the file belongs to the calling user and the group "qvadmin", its mode as the umask
+    //     leaves it
+    // -1  the group "qvadmin" is unknown; the lines are gone all the same
+    //
+    // Files: FPath and the work file /etc/vmail/temp.txt; no copy is made.
+    int Postfix_DeleteMailboxUser(std::string UserName, const char* FPath);
+
+    // Changes a mailbox's password ("UpdatePasswd") or its type ("UpdateUserType").
+    //
+    // Mailbox  the address: the whole name, in any letter case, for a password; a text that the
+    // name
+    //          contains for a type, so that bob@example.com means jim.bob@example.com too.
+    // Value    the new password in clear text, at most 255 bytes (the tracing object gets it too),
+    //          or "admin" for an administrator, anything else for an ordinary user.
+    //
+    // With files, the password is the second field of the vshadow line; the type is the gid in the
+    // vpasswd line (of the group "mail" for an administrator, else "qvadmin") and the flag in the
+    // vshadow line (1 or 0). Empty lines count with the line before them: mostly one more stands at
+    // the file's end. With tables, a type changes nothing.
+    //
+    // 321  done; a mailbox that is not there is no error
+    // 1    an account file cannot be opened (a changed vpasswd stays changed), the password is too
+    //      long or cannot be hashed, the group is unknown; with tables: no connection, or a failed
+    //      statement
+    // ErrNo as it stands, with files, for another Action; with tables that is 321
+    //
+    // Prints its own name, the steps "cp" and "cp1" and the changed vshadow line, hash included;
+    // with tables "mysql is used", "UpdatePasswd" and the statement.
+    // Files: /etc/vmail/vshadow, vpasswd (afterwards of "root" and the primary group of "qvadmin",
+    // mode 0644; no copy is made), the work files vshadow_temp.txt and vpasswd_temp.txt; then
+    // "postfix reload". Table: virtual_users.
+    int Postfix_UpdateMailbox(std::string Mailbox, std::string Value, std::string Action);
+
+    // Appends the local parts of a domain's mailboxes to Users. The domain is compared exactly with
+    // files, and as the database compares with tables.
+    //
+    // 0   done; a domain without mailboxes is no error
+    // 63  /etc/vmail/vpasswd cannot be opened; no connection; the statement failed (printed as
+    //     "No mailbox found")
+    int Postfix_GetMailboxList(std::string DomainName, VectorString* Users);
+
+    // The number of a domain's mailboxes, or 63 when vpasswd cannot be opened, there is no
+    // connection or the statement failed ("No mailbox count resultset found"). A real count of 63
+    // looks the same: ask for the list where that matters. Does not trace.
+    int Postfix_GetMailboxCount(std::string DomainName);
+
+    // Whether the address is a mailbox: the whole name of a vshadow line, in any letter case, or a
+    // row of virtual_users. An unreadable vshadow answers false; a missing connection and a failed
+    // statement ("No mailbox found") answer true. Does not trace.
+    bool Postfix_IsMailboxExists(std::string UserName);
 
     // Appends the record's Password as a line to /etc/vmail/vpasswd, under a file lock, after
     // copying it to .qvbackup. Does not look for a line of that name. Owner "root", primary group
@@ -173,6 +278,151 @@ public:
     // Files: /etc/vmail/vquota.txt, its copy .qvbackup, the work file vquota-temp.txt, and those of
     // DovecotManager; "postmap" and "postfix reload" follow a change. Table: virtual_users.
     int Postfix_VQuota(std::string Mailbox, std::string Quota, std::string Action);
+
+    // The quota of one mailbox as text, "-1" for no limit and for whatever could not be found or
+    // read.
+    //
+    // With files, the first line counts whose text up to a blank contains UserName, the address;
+    // the answer begins with the line's tab ("\t500"): trim it. With tables, it is the bare value,
+    // and a stored 0 is answered as "-1"; a failed statement prints "No mailbox found".
+    std::string Postfix_RetrieveQuota(std::string UserName);
+
+    // The sum of a domain's quotas, in KiB (bytes divided by 1024, cut).
+    //
+    // 0  the quota map cannot be opened ("qouta file not found"); no connection; the statement
+    //    failed ("No quota resultset found"). ll_refQouta is not touched.
+    // 1  ll_refQouta holds the sum. With files it is 0 when a mailbox of the domain has no limit
+    //    ("Unlimited Qouta set"); with tables it is not touched when the domain has no mailbox.
+    // 2  with files, no mailbox of the domain has a quota; with tables, some mailbox of any domain
+    //    has no limit. ll_refQouta is -1.
+    //
+    // Does not trace.
+    int Postfix_RetrieveDomainQuota(std::string szMailDomainName, long long& ll_refQouta);
+
+    // With tables, whether any mailbox of any domain has no limit; the domain is not looked at.
+    // True with files, and when there is no connection; false when the statement failed
+    // ("resultset is null"). Prints "found=" and 1 or 0. Does not trace.
+    bool Postfix_IsDomainHasUnlimitedQuota(std::string DomainName);
+
+    // ---- Forwarders and mailing lists -------------------------------------------------------
+    //
+    // Both are entries of /etc/vmail/valias.txt ("address destination") or rows of virtual_aliases.
+    // An address with an entry but without a mailbox is a list. With files, an entry stands for an
+    // address when its key contains it: jimbob@example.com also stands for bob@example.com.
+
+    // Adds ("AddAlias"), sets ("UpdateAlias") or removes ("DeleteAlias") a forward.
+    //
+    // Mailbox  the address whose mail is forwarded.   Alias  the destination; ignored on removal.
+    //
+    // With tables, a mailbox without a forward has the row (address, address): a forward takes its
+    // place, and removal brings it back, also for an address that has no mailbox.
+    //
+    // 327  "AddAlias" done
+    // 329  "DeleteAlias" done; also when there is no map
+    // 321  "UpdateAlias" done; a forward that was not there is added
+    // 0    with files, "AddAlias": an entry stands for the address already. With tables: the same,
+    //      no connection, a failed statement (earlier ones stay done), another Action
+    // 1    with files, "UpdateAlias": the map cannot be opened
+    // ErrNo as it stands, with files, for another Action; the table is rebuilt all the same
+    //
+    // ErrNo, with files, holds the code of what was done.
+    // Files: /etc/vmail/valias.txt, its copy .qvbackup (when there is a map), the work file
+    // valias-temp.txt; "postmap" and "postfix reload" follow a change. Table: virtual_aliases.
+    int Postfix_VAlias(std::string Mailbox, std::string Alias, std::string Action);
+
+    // Adds ("AddList"), sets ("UpdateList") or removes ("DeleteList") a mailing list.
+    //
+    // Addresses  the members: one element, comma-separated. With files every element is written, a
+    //            blank before each; with tables only the first is read, split at commas, and a
+    //            member of one character ends it. May be null or empty for "DeleteList".
+    //
+    // 310  "AddList" done
+    // 309  "AddList": the list is there already
+    // 323  "UpdateList" done; with files a list that is not there stays away
+    // 319  "DeleteList" done
+    // 1    "UpdateList": with files the map cannot be opened; with tables the old rows could not be
+    //      deleted
+    // 0    with files, "DeleteList": the map cannot be opened. With tables: no connection, no
+    //      member, a failed statement (after "UpdateList" the old rows are gone), another Action
+    // ErrNo as it stands, with files, for another Action; the table is rebuilt all the same
+    //
+    // The members are not traced. Prints, with tables, "ptr=" and the rest while it splits. ErrNo,
+    // with files, holds the code of what was done. Files and table: as for Postfix_VAlias, but a
+    // copy is also tried when there is no map.
+    int Postfix_VList(std::string ListName, VectorString* Addresses, std::string Action);
+
+    // Appends the local parts of the addresses that forward to EmailAddress to Aliases. Reads the
+    // alias map, with tables too, and passes over lines with three "@" or more, which are lists.
+    // The address counts wherever it occurs in a destination.
+    //
+    // 0   done
+    // 63  the map cannot be opened
+    int Postfix_GetAliasList(std::string EmailAddress, VectorString* Aliases);
+
+    // Where mail for UserName, an address, is forwarded to; empty when it is not, or nothing could
+    // be read. With files, the value of the first entry that stands for the address, all of it;
+    // with tables, the first row's destination. Prints, with tables, "Forward Address=" and it, or
+    // "No forward address found" when the statement fails.
+    std::string Postfix_RetrieveAlias(std::string UserName);
+
+    // With tables, whether the address forwards elsewhere. True with files, and when there is no
+    // connection; false when the statement failed ("resultset is null"). Prints "found=" and 1 or
+    // 0. Does not trace.
+    bool Postfix_IsVAliasExists(std::string Address);
+
+    // Appends the local parts of a domain's lists to Lists. With files: of all entries in which the
+    // domain occurs anywhere, in a member too, and whose key is no mailbox.
+    //
+    // 0   done
+    // 63  the map cannot be opened; no connection; the statement failed ("No list member found")
+    int Postfix_GetLists(std::string DomainName, VectorString* Lists);
+
+    // Appends a list's members to Members: with tables one a row; with files the blank-separated
+    // words of every entry with exactly this key, commas and all.
+    //
+    // 0   done; a list that is not there has no members
+    // 63  as above
+    int Postfix_GetListSettings(std::string EmailAddress, VectorString* Members);
+
+    // With tables, whether the address has any entry, a mailbox's own row included. Otherwise as
+    // Postfix_IsVAliasExists.
+    bool Postfix_IsVListExists(std::string Address);
+
+    // ---- Catch-all --------------------------------------------------------------------------
+    //
+    // A mailbox of the domain that gets what is sent to unknown addresses: the line of the mailbox
+    // map with exactly the key "@DOMAIN", or the row of virtual_aliases with that source.
+
+    // Sets a domain's catch-all. CatchAllAddress is the mailbox's local part; whether there is such
+    // a mailbox is not checked.
+    //
+    // 332  set
+    // 331  the map cannot be opened ("File does not exist."); no connection; a failed statement
+    //
+    // Files: /etc/vmail/vmaps.txt (afterwards of "root" and the primary group of "qvadmin", mode
+    // 0644), its copy .CABackup, the work file vmaps-temp.txt; "postmap" and "postfix reload"
+    // follow. Table: virtual_aliases.
+    int Postfix_UpdateCatchAllAddress(std::string Domain, std::string CatchAllAddress);
+
+    // Removes a domain's catch-all. Prints the line that it removes. Does not trace.
+    //
+    // 333  removed, or there was none; also when the map cannot be opened ("File does not exist.")
+    // 334  no connection, or a failed statement
+    //
+    // Files and table as above.
+    int Postfix_RemoveCatchAllAddress(std::string szDomain);
+
+    // Stores a domain's catch-all in szCatchAllAddress: the local part with files, the whole
+    // address with tables. With files the map is copied to .CABackup and the line printed. Does not
+    // trace.
+    //
+    // 1  found; with tables also when there is none, and szCatchAllAddress is not touched
+    // 0  not found; the map cannot be opened ("File does not exist."); no connection; the statement
+    //    failed ("unable to run get catch all query")
+    int Postfix_RetreiveCatchAllAddress(std::string szDomain, std::string& szCatchAllAddress);
+
+    // With tables, whether a domain has a catch-all. Otherwise as Postfix_IsVAliasExists.
+    bool Postfix_IsCatchAllExists(std::string DomainName);
 };
 
 #endif

@@ -8,10 +8,7 @@ namespace
 
 int change(const PostfixManager& manager, const std::string& statement)
 {
-    SqlCall sql = connectSql(manager);
-    if (!sql.isConnected() || !sql.execute(statement))
-        return PostfixResult::Failed;
-    return PostfixResult::Done;
+    return changeTable(manager, statement) ? PostfixResult::Done : PostfixResult::Failed;
 }
 
 // A line that contains the domain counts as the domain, here and on removal, on purpose: hosts rely

@@ -45,7 +45,7 @@ bool SqlCall::executeUnannounced(const std::string& statement)
 }
 
 bool SqlCall::readFirstFields(const std::string& statement,
-                              const std::function<void(const char* field)>& take)
+                              const std::function<void(const std::string& field)>& take)
 {
     announce(statement);
     const Result result(m_client.GetQueryResult(statement, m_connection), mysql_free_result);

@@ -33,7 +33,7 @@ public:
     // Prints and runs a reading statement and hands over the first field of each row that has one.
     // False when there is no result set.
     bool readFirstFields(const std::string& statement,
-                         const std::function<void(const char* field)>& take);
+                         const std::function<void(const std::string& field)>& take);
 
     // The same for the first row alone; first stays empty when that row is missing or null.
     bool readFirstRow(const std::string& statement, std::optional<std::string>& first);

@@ -1,0 +1,37 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapRewrite.h"
+
+#include <unistd.h>
+
+namespace
+{
+
+// The domain of a line of any per-user file: behind the address stands ":" in the account files,
+// a blank in the mailbox map, a tab in the quota map.
+std::string_view domainOf(std::string_view line)
+{
+    const std::string_view rest = textAfter(line, '@');
+    for (const char mark : {':', ' '})
+        if (rest.find(mark) != std::string_view::npos)
+            return textBefore(rest, mark);
+    return textBefore(rest, '\t');
+}
+
+} // namespace
+
+int PostfixManager::Postfix_DeleteDomMailboxes(std::string DomainName, std::string FPath)
+{
+    traceCall(*this, "Postfix_DeleteDomMailboxes", {DomainName, FPath}, {"DomainName", "FPath"});
+
+    const MapVariant variant = domainMailboxes(FPath);
+    // A left-over work file stays, on purpose: rmdir removes a directory only.
+    if (access(variant.workFile, F_OK) == 0)
+        rmdir(variant.workFile);
+
+    const bool rewritten = rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
+        if (!line.empty() && domainOf(line) != DomainName)
+            newFile.writeLine(line);
+    });
+    return rewritten ? PostfixResult::Done : PostfixResult::Failed;
+}

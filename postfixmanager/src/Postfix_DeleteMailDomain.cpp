@@ -1,0 +1,50 @@
+#include "CallConvention.h"
+#include "Shell.h"
+
+#include <iostream>
+
+#include <unistd.h>
+
+namespace
+{
+
+bool deleteMailboxLines(PostfixManager& manager, const std::string& domain)
+{
+    for (const char* const file : {VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE}) {
+        if (access(file, F_OK) != 0)
+            continue;
+        manager.ErrNo = manager.Postfix_DeleteDomMailboxes(domain, file);
+        if (manager.ErrNo != PostfixResult::Done)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int PostfixManager::Postfix_DeleteMailDomain(std::string DomainName)
+{
+    // Under the name of creation, on purpose: the control panel's tracing records show it that way.
+    traceCall(*this, "Postfix_CreateMailDomain", {DomainName}, {"DomainName"});
+
+    ErrNo = Postfix_VHostFile(DomainName, "RmvDomain");
+    if (ErrNo != PostfixResult::Done)
+        return PostfixResult::RequestFailed;
+
+    if (usesSql(*this)) {
+        if (!changeTable(*this,
+                         "delete from virtual_users where email like '%@" + DomainName + "'"))
+            return PostfixResult::Failed;
+    } else if (!deleteMailboxLines(*this, DomainName)) {
+        return PostfixResult::RequestFailed;
+    }
+
+    ErrNo = Postfix_DeleteDomAliases(DomainName);
+    if (ErrNo != PostfixResult::Done)
+        return PostfixResult::RequestFailed;
+
+    const std::string removal = "rm -r " VSPOOLDIR "/" + DomainName;
+    std::cout << removal << std::endl;
+    runInShell(removal);
+    return PostfixResult::DomainDeleted;
+}

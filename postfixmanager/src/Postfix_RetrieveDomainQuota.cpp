@@ -1,0 +1,106 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapReader.h"
+
+#include <cstdlib>
+#include <iostream>
+
+namespace
+{
+
+constexpr long long BytesPerUnit = 1024; // quotas are in bytes, totals in KiB
+
+struct QuotaEntry {
+    std::string domain;
+    std::string quota;
+};
+
+// The entry of a quota line: the domain after the first "@", and the quota behind the first blank,
+// or else the first tab, that follows. Nothing for a line without them.
+std::optional<QuotaEntry> quotaEntry(std::string_view line)
+{
+    const std::string_view::size_type at = line.find('@');
+    if (at == std::string_view::npos)
+        return std::nullopt;
+    line.remove_prefix(at + 1);
+
+    std::string_view::size_type separator = line.find(' ');
+    if (separator == std::string_view::npos)
+        separator = line.find('\t');
+    if (separator == std::string_view::npos)
+        return std::nullopt;
+
+    QuotaEntry entry{std::string(line.substr(0, separator)),
+                     std::string(line.substr(separator + 1))};
+    trimRightSpaces(entry.domain);
+    return entry;
+}
+
+// A sum that no number holds wraps around instead of stopping the host.
+long long sum(long long a, long long b)
+{
+    return static_cast<long long>(static_cast<unsigned long long>(a) +
+                                  static_cast<unsigned long long>(b));
+}
+
+int totalFromMap(const std::string& domain, long long& total)
+{
+    MapReader map(VQUOTAFILE);
+    if (!map.isOpen()) {
+        std::cout << "qouta file not found" << std::endl;
+        return PostfixResult::TotalNotRead;
+    }
+
+    bool found = false;
+    long long bytes = 0;
+    std::string_view line;
+    while (map.nextLineWith(domain, line)) {
+        const std::optional<QuotaEntry> entry = quotaEntry(line);
+        if (!entry || entry->domain != domain)
+            continue;
+        found = true;
+        if (entry->quota == "-1") {
+            std::cout << "Unlimited Qouta set" << std::endl;
+            bytes = -1;
+            break;
+        }
+        bytes = sum(bytes, atoll(entry->quota.c_str()));
+    }
+    if (!found) {
+        total = -1;
+        return PostfixResult::TotalUnlimited;
+    }
+    // On purpose also for -1: a domain with an unlimited mailbox reports 0.
+    total = bytes / BytesPerUnit;
+    return PostfixResult::TotalRead;
+}
+
+int totalFromDatabase(PostfixManager& manager, const std::string& domain, long long& total)
+{
+    if (manager.Postfix_IsDomainHasUnlimitedQuota(domain)) {
+        total = -1;
+        return PostfixResult::TotalUnlimited;
+    }
+    SqlCall sql = connectSql(manager);
+    if (!sql.isConnected())
+        return PostfixResult::TotalNotRead;
+
+    // A domain without mailboxes has no sum: total stays as the caller set it.
+    const bool read = sql.readFirstFields(
+        "select SUM(quota) from virtual_users where email like '%@" + domain + "'",
+        [&](const std::string& bytes) { total = atoll(bytes.c_str()) / BytesPerUnit; });
+    if (!read) {
+        std::cout << "No quota resultset found" << std::endl;
+        return PostfixResult::TotalNotRead;
+    }
+    return PostfixResult::TotalRead;
+}
+
+} // namespace
+
+int PostfixManager::Postfix_RetrieveDomainQuota(std::string szMailDomainName,
+                                                long long& ll_refQouta)
+{
+    return usesSql(*this) ? totalFromDatabase(*this, szMailDomainName, ll_refQouta)
+                          : totalFromMap(szMailDomainName, ll_refQouta);
+}

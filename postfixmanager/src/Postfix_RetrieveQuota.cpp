@@ -1,0 +1,41 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapReader.h"
+
+#include <iostream>
+
+namespace
+{
+
+constexpr const char* Unlimited = "-1";
+
+std::string retrieveFromDatabase(const PostfixManager& manager, const std::string& user)
+{
+    SqlCall sql = connectSql(manager);
+    if (!sql.isConnected())
+        return Unlimited;
+
+    std::optional<std::string> quota;
+    if (!sql.readFirstRow("select quota from virtual_users where email = '" + user + "'", quota))
+        std::cout << "No mailbox found" << std::endl;
+    return !quota || *quota == "0" ? Unlimited : *quota;
+}
+
+// Of the line, what its first tab begins, the tab included, on purpose: hosts trim it.
+std::string retrieveFromMap(const std::string& user)
+{
+    MapReader map(VQUOTAFILE);
+    std::string_view line;
+    while (map.nextLineWith(user, line))
+        if (contains(mapKey(line), user))
+            return std::string(line.substr(textBefore(line, '\t').size()));
+    return Unlimited;
+}
+
+} // namespace
+
+std::string PostfixManager::Postfix_RetrieveQuota(std::string UserName)
+{
+    traceCall(*this, "Postfix_RetrieveQuota", {UserName}, {"UserName"});
+    return usesSql(*this) ? retrieveFromDatabase(*this, UserName) : retrieveFromMap(UserName);
+}

@@ -1,0 +1,59 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapRewrite.h"
+
+#include <iostream>
+
+namespace
+{
+
+int updateDatabase(PostfixManager& manager, const std::string& domain, const std::string& user)
+{
+    SqlCall sql = connectSql(manager);
+    if (!sql.isConnected())
+        return PostfixResult::CatchAllNotSet;
+
+    const std::string target = user + "@" + domain;
+    const std::string query =
+        manager.Postfix_IsCatchAllExists(domain)
+            ? "update virtual_aliases set destination='" + target + "' where source='@" + domain +
+                  "'"
+            : "insert into virtual_aliases values ('@" + domain + "', '" + target + "')";
+    return sql.execute(query) ? PostfixResult::CatchAllSet : PostfixResult::CatchAllNotSet;
+}
+
+int updateMap(const std::string& domain, const std::string& user)
+{
+    const std::string key = "@" + domain;
+    const std::string entry = key + " " + domain + "/mail/inbox/" + user + key;
+
+    backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
+    bool written = false;
+    const auto replace = [&](std::string_view line, MapWriter& newMap) {
+        if (line.empty())
+            return;
+        const bool isMatch = isKeyedBy(line, key);
+        newMap.writeLine(isMatch ? entry : line);
+        written = written || isMatch;
+    };
+    const auto addWhenAbsent = [&](MapWriter& newMap) {
+        if (!written)
+            newMap.writeLine(entry);
+    };
+    if (!rewriteMap(CatchAllMap, replace, addWhenAbsent)) {
+        std::cout << "File does not exist." << std::endl;
+        return PostfixResult::CatchAllNotSet;
+    }
+    publish(CatchAllMap);
+    return PostfixResult::CatchAllSet;
+}
+
+} // namespace
+
+int PostfixManager::Postfix_UpdateCatchAllAddress(std::string Domain, std::string CatchAllAddress)
+{
+    traceCall(*this, "Postfix_UpdateCatchAllAddress", {Domain, CatchAllAddress},
+              {"Domain", "CatchAllAddress"});
+    return usesSql(*this) ? updateDatabase(*this, Domain, CatchAllAddress)
+                          : updateMap(Domain, CatchAllAddress);
+}

@@ -1,0 +1,171 @@
+#include "CallConvention.h"
+#include "MapLines.h"
+#include "MapReader.h"
+#include "MapRewrite.h"
+#include "PasswordHash.h"
+#include "Shell.h"
+
+#include <cstring>
+#include <iostream>
+
+#include <grp.h>
+
+namespace
+{
+
+constexpr std::size_t PasswordBufferSize = 256; // a longer password is refused, not cut
+
+// Nothing when the password cannot be hashed.
+std::optional<std::string> hashOf(const std::string& password)
+{
+    if (password.size() >= PasswordBufferSize)
+        return std::nullopt;
+    char buffer[PasswordBufferSize] = {};
+    memcpy(buffer, password.data(), password.size());
+    const char* const hash = Encrypt(buffer);
+    if (!isPasswordHash(hash))
+        return std::nullopt;
+    return hash;
+}
+
+// Streams an account file through edited, which gets each line that isMine picks by its name and
+// gives the line to write, or nothing to drop it. An empty line bears the name of the line before
+// it, on purpose: so it is copied, or edited like that line, and one more stands at the file's end.
+bool rewriteAccounts(const MapVariant& variant,
+                     const std::function<bool(const std::string& name)>& isMine,
+                     const std::function<std::optional<std::string>(std::string_view)>& edited)
+{
+    std::string name;
+    return rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
+        if (!line.empty())
+            name = accountName(line);
+        if (!isMine(name))
+            newFile.writeLine(line);
+        else if (const std::optional<std::string> newLine = edited(line))
+            newFile.writeLine(*newLine);
+    });
+}
+
+// The line with another password field; nothing for a line without one.
+std::optional<std::string> withPassword(std::string_view line, const std::string& hash)
+{
+    const std::string_view::size_type first = line.find(':');
+    if (first == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view::size_type second = line.find(':', first + 1);
+    if (second == std::string_view::npos)
+        return std::nullopt;
+    return std::string(line.substr(0, first + 1)).append(hash).append(line.substr(second));
+}
+
+int updatePassword(PostfixManager& manager, const std::string& mailbox, const std::string& password)
+{
+    // Tried first: a password that cannot be hashed must not cost the file a line.
+    if (!hashOf(password))
+        return PostfixResult::Failed;
+
+    std::cout << "cp" << std::endl;
+    if (!MapReader(VSHADOWFILE).isOpen())
+        return PostfixResult::Failed;
+    std::cout << "cp1" << std::endl;
+    rewriteAccounts(
+        ShadowUpdate, [&](const std::string& name) { return equalIgnoringCase(name, mailbox); },
+        [&](std::string_view line) {
+            // A fresh salt for each line.
+            const std::optional<std::string> newLine = withPassword(line, *hashOf(password));
+            if (newLine)
+                std::cout << *newLine << std::endl;
+            return newLine;
+        });
+    manager.ErrNo = PostfixResult::Updated;
+    reloadPostfix();
+    return manager.ErrNo;
+}
+
+// The line with another gid, the fourth field. Colons are sought from the second character on.
+std::string withGroup(std::string_view line, const std::string& gid)
+{
+    if (line.empty())
+        return gid;
+    std::string_view::size_type colons[4];
+    std::string_view::size_type from = 1;
+    for (std::string_view::size_type& colon : colons) {
+        colon = line.find(':', from);
+        if (colon == std::string_view::npos)
+            return std::string(line);
+        from = colon + 1;
+    }
+    return std::string(line.substr(0, colons[2] + 1)).append(gid).append(line.substr(colons[3]));
+}
+
+// The line with another flag, its last field.
+std::string withFlag(std::string_view line, const std::string& flag)
+{
+    const std::string_view::size_type colon = line.rfind(':');
+    if (colon == std::string_view::npos)
+        return line.empty() ? flag : std::string(line);
+    return std::string(line.substr(0, colon + 1)).append(flag);
+}
+
+int updateUserType(PostfixManager& manager, const std::string& mailbox, bool isAdmin)
+{
+    const group* const system = getgrnam(isAdmin ? "mail" : "qvadmin");
+    if (system == nullptr)
+        return PostfixResult::Failed;
+    const std::string gid = std::to_string(system->gr_gid);
+    const std::string flag = isAdmin ? "1" : "0";
+
+    // Anywhere in the name, on purpose, unlike a password's change.
+    const auto isMine = [&](const std::string& name) { return contains(name, mailbox); };
+    if (!rewriteAccounts(AccountUpdate, isMine,
+                         [&](std::string_view line) { return withGroup(line, gid); }))
+        return PostfixResult::Failed;
+    if (!rewriteAccounts(ShadowUpdate, isMine,
+                         [&](std::string_view line) { return withFlag(line, flag); }))
+        return PostfixResult::Failed;
+    manager.ErrNo = PostfixResult::Updated;
+    reloadPostfix();
+    return manager.ErrNo;
+}
+
+int updateInDatabase(const PostfixManager& manager, const std::string& mailbox,
+                     const std::string& value, const std::string& action)
+{
+    std::cout << "mysql is used" << std::endl;
+    SqlCall sql = connectSql(manager);
+    if (!sql.isConnected())
+        return PostfixResult::Failed;
+
+    if (action != "UpdatePasswd") {
+        // The tables know no user type: a success without a change.
+        sql.leaveOpen();
+        return PostfixResult::Updated;
+    }
+    std::cout << "UpdatePasswd" << std::endl;
+    const std::optional<std::string> hash = hashOf(value);
+    if (!hash || !sql.execute("update virtual_users set password = '" + *hash +
+                              "' where email = '" + mailbox + "'"))
+        return PostfixResult::Failed;
+    return PostfixResult::Updated;
+}
+
+} // namespace
+
+int PostfixManager::Postfix_UpdateMailbox(std::string Mailbox, std::string Value,
+                                          std::string Action)
+{
+    std::cout << "PostfixManager::Postfix_UpdateMailbox" << std::endl;
+    traceCall(*this, "Postfix_UpdateMailbox", {Mailbox, Value, Action},
+              {"Mailbox", "Value", "Action"});
+
+    if (usesSql(*this))
+        return updateInDatabase(*this, Mailbox, Value, Action);
+    if (Action == "UpdatePasswd")
+        return updatePassword(*this, Mailbox, Value);
+    if (Action == "UpdateUserType")
+        return updateUserType(*this, Mailbox, Value == "admin");
+
+    // Another action changes nothing, yet reloads, and answers with what an earlier call left.
+    reloadPostfix();
+    return ErrNo;
+}

@@ -1,0 +1,142 @@
+#include "AliasLines.h"
+#include "CallConvention.h"
+#include "MapRewrite.h"
+
+#include <cctype>
+#include <iostream>
+
+namespace
+{
+
+bool isWhiteSpace(char c)
+{
+    return isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+void skipWhiteSpace(std::string_view& text)
+{
+    while (!text.empty() && isWhiteSpace(text.front()))
+        text.remove_prefix(1);
+}
+
+// Splits the comma-separated members. A member of one character ends the list, and what follows it
+// is lost: on purpose, hosts pass addresses and see the same rows as ever.
+VectorString splitMembers(std::string_view text)
+{
+    VectorString members;
+    for (;;) {
+        std::cout << "ptr=" << text << std::endl;
+        skipWhiteSpace(text);
+        const std::string_view::size_type comma = text.find(',');
+        if (comma == std::string_view::npos)
+            break;
+        if (comma == 1 || (comma == 0 && text.size() == 1)) {
+            text = text.substr(0, comma);
+            break;
+        }
+        std::string_view member = text.substr(0, comma);
+        while (!member.empty() && isWhiteSpace(member.back()))
+            member.remove_suffix(1);
+        if (!member.empty())
+            members.emplace_back(member);
+        text.remove_prefix(comma + 1);
+    }
+    if (!text.empty())
+        members.emplace_back(text);
+    return members;
+}
+
+std::string insertion(const std::string& list, const VectorString& members)
+{
+    std::string statement = "insert into virtual_aliases values ";
+    const char* separator = "";
+    for (const std::string& member : members) {
+        statement.append(separator).append("('" + list + "','" + member + "')");
+        separator = ",";
+    }
+    return statement;
+}
+
+std::string deletion(const std::string& list)
+{
+    return "delete from virtual_aliases where source = '" + list + "'";
+}
+
+int changeInDatabase(PostfixManager& manager, const std::string& list,
+                     const VectorString& addresses, const std::string& action)
+{
+    SqlCall sql = connectSql(manager);
+    if (!sql.isConnected())
+        return PostfixResult::RequestFailed;
+
+    VectorString members;
+    if (action == "AddList" || action == "UpdateList") {
+        if (!addresses.empty())
+            members = splitMembers(addresses.front().c_str());
+        if (members.empty())
+            return PostfixResult::RequestFailed;
+    }
+
+    std::string query;
+    int done;
+    if (action == "AddList") {
+        if (manager.Postfix_IsVListExists(list))
+            return PostfixResult::ListExists;
+        query = insertion(list, members);
+        done = PostfixResult::ListAdded;
+    } else if (action == "UpdateList") {
+        if (!sql.execute(deletion(list)))
+            return PostfixResult::Failed;
+        query = insertion(list, members);
+        done = PostfixResult::ListUpdated;
+    } else if (action == "DeleteList") {
+        query = deletion(list);
+        done = PostfixResult::ListDeleted;
+    } else {
+        sql.leaveOpen();
+        return PostfixResult::RequestFailed;
+    }
+    return sql.execute(query) ? done : PostfixResult::RequestFailed;
+}
+
+int changeInMap(PostfixManager& manager, const std::string& list, const VectorString& addresses,
+                const std::string& action)
+{
+    // Unlike the alias editor, this one tries a copy also when there is no map.
+    backUp(VALIASFILE, AliasMap.backupSuffix);
+    openMapDirectory();
+
+    // Every element is used here, and only the first with tables: hosts pass one, with commas.
+    std::string entry = list;
+    for (const std::string& address : addresses)
+        entry.append(" ").append(address);
+
+    if (action == "AddList") {
+        if (!addAliasEntry(list, entry))
+            return PostfixResult::ListExists;
+        manager.ErrNo = PostfixResult::ListAdded;
+    } else if (action == "DeleteList") {
+        if (!dropAliasEntries(list))
+            return PostfixResult::RequestFailed;
+        manager.ErrNo = PostfixResult::ListDeleted;
+    } else if (action == "UpdateList") {
+        if (!replaceAliasEntries(list, entry, WhenAbsent::Skip))
+            return PostfixResult::Failed;
+        manager.ErrNo = PostfixResult::ListUpdated;
+    } else {
+        // Changes nothing, yet publishes, and answers with what an earlier call left.
+        publish(AliasMap);
+    }
+    return manager.ErrNo;
+}
+
+} // namespace
+
+int PostfixManager::Postfix_VList(std::string ListName, VectorString* Addresses, std::string Action)
+{
+    traceCall(*this, "Postfix_VList", {ListName, Action}, {"ListName", "Action"});
+
+    const VectorString addresses = Addresses == nullptr ? VectorString() : *Addresses;
+    return usesSql(*this) ? changeInDatabase(*this, ListName, addresses, Action)
+                          : changeInMap(*this, ListName, addresses, Action);
+}

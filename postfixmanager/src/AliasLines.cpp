@@ -18,10 +18,10 @@ bool addAliasEntry(const std::string& address, const std::string& entry)
 {
     bool isNewMap;
     {
-        MapReader map(VALIASFILE);
+        MapReader map(VALIASFILE, address);
         isNewMap = !map.isOpen();
         std::string_view line;
-        while (map.nextLineWith(address, line))
+        while (map.nextLine(line))
             if (standsFor(line, address))
                 return false;
     }

@@ -2,6 +2,7 @@
 
 #include "MapReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -10,13 +11,27 @@
 
 namespace
 {
+
 constexpr std::size_t FirstBufferSize = 128 * 1024;
-}
+
+// From here on skipping by Horspool's rule is quicker than memmem; measured on map lines.
+constexpr std::size_t LongText = 20;
+
+} // namespace
 
 MapReader::MapReader(const std::string& path)
     : m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)),
       m_buffer(m_descriptor < 0 ? 0 : FirstBufferSize)
 {
+}
+
+MapReader::MapReader(const std::string& path, const std::string& text) : MapReader(path)
+{
+    m_text = text;
+    if (m_text.size() >= LongText)
+        m_longText.emplace(m_text.cbegin(), m_text.cend());
+    // No line contains a line end.
+    m_finished = text.find('\n') != std::string::npos;
 }
 
 MapReader::~MapReader()
@@ -27,7 +42,7 @@ MapReader::~MapReader()
 
 bool MapReader::nextLine(std::string_view& line)
 {
-    if (!isOpen() || m_finished)
+    if (!isOpen() || m_finished || (!m_text.empty() && !skipToText()))
         return false;
 
     std::size_t searched = 0;
@@ -50,28 +65,32 @@ bool MapReader::nextLine(std::string_view& line)
     }
 }
 
-bool MapReader::nextLineWith(std::string_view text, std::string_view& line)
+// Moves on to the start of the next line that contains the text. False when there is none.
+bool MapReader::skipToText()
 {
-    // A match across line ends would be no match of one line.
-    if (!isOpen() || m_finished || text.find('\n') != std::string_view::npos)
-        return false;
-
     for (;;) {
         const char* const start = m_buffer.data() + m_begin;
-        const std::size_t available = m_end - m_begin;
-        const void* const hit = memmem(start, available, text.data(), text.size());
-        const std::size_t searched =
-            hit == nullptr ? available : static_cast<const char*>(hit) - start;
+        const char* const end = m_buffer.data() + m_end;
+        const char* const hit = findText(start, end);
+        const std::size_t searched = (hit == nullptr ? end : hit) - start;
         const void* const lineEndBefore = memrchr(start, '\n', searched);
         if (lineEndBefore != nullptr)
             m_begin += static_cast<const char*>(lineEndBefore) - start + 1;
         if (hit != nullptr)
-            return nextLine(line);
+            return true;
         if (!readMore()) {
             m_finished = true;
             return false;
         }
     }
+}
+
+const char* MapReader::findText(const char* from, const char* to) const
+{
+    if (!m_longText)
+        return static_cast<const char*>(memmem(from, to - from, m_text.data(), m_text.size()));
+    const char* const hit = std::search(from, to, *m_longText);
+    return hit == to ? nullptr : hit;
 }
 
 // Reads on behind what is there, which moves to the front; a line longer than the buffer makes the

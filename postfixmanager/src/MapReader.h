@@ -2,6 +2,8 @@
 #define QV_MAPREADER_H
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +17,13 @@
 class MapReader
 {
 public:
+    // Reads all lines.
     explicit MapReader(const std::string& path);
+
+    // Reads only the lines that contain text anywhere, and skips what lies between a block at a
+    // time. Every line contains the empty text.
+    MapReader(const std::string& path, const std::string& text);
+
     ~MapReader();
     MapReader(const MapReader&) = delete;
     MapReader& operator=(const MapReader&) = delete;
@@ -25,11 +33,9 @@ public:
     // The next line, without its line end. False when there is none.
     bool nextLine(std::string_view& line);
 
-    // The next line that contains text anywhere; every line contains the empty text. What lies
-    // between is skipped a block at a time.
-    bool nextLineWith(std::string_view text, std::string_view& line);
-
 private:
+    bool skipToText();
+    const char* findText(const char* from, const char* to) const;
     bool readMore();
 
     int m_descriptor;
@@ -37,6 +43,8 @@ private:
     std::size_t m_begin = 0; // what is read and not yet handed out is [m_begin, m_end)
     std::size_t m_end = 0;
     bool m_finished = false;
+    std::string m_text; // empty: all lines
+    std::optional<std::boyer_moore_horspool_searcher<std::string::const_iterator>> m_longText;
 };
 
 #endif

@@ -23,11 +23,11 @@ int PostfixManager::Postfix_GetAliasList(std::string EmailAddress, VectorString*
 {
     traceCall(*this, "Postfix_GetAliasList", {EmailAddress}, {"EmailAddress"});
 
-    MapReader map(VALIASFILE);
+    MapReader map(VALIASFILE, EmailAddress);
     if (!map.isOpen())
         return PostfixResult::NotRead;
     std::string_view line;
-    while (map.nextLineWith(EmailAddress, line))
+    while (map.nextLine(line))
         if (std::count(line.begin(), line.end(), '@') < ListAddresses &&
             forwardsTo(line, EmailAddress))
             Aliases->emplace_back(textBefore(line, '@'));

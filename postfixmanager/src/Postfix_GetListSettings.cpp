@@ -28,11 +28,11 @@ int membersFromDatabase(const PostfixManager& manager, const std::string& list,
 // row give an empty one.
 int membersFromMap(const std::string& list, VectorString& members)
 {
-    MapReader map(VALIASFILE);
+    MapReader map(VALIASFILE, list);
     if (!map.isOpen())
         return PostfixResult::NotRead;
     std::string_view line;
-    while (map.nextLineWith(list, line)) {
+    while (map.nextLine(line)) {
         // The whole key, unlike the alias queries.
         if (line.empty() || mapKey(line) != list)
             continue;

@@ -27,12 +27,12 @@ int countInDatabase(const PostfixManager& manager, const std::string& domain)
 
 int countInFile(const std::string& domain)
 {
-    MapReader file(VPASSWDFILE);
+    MapReader file(VPASSWDFILE, domain);
     if (!file.isOpen())
         return PostfixResult::NotRead;
     int count = 0;
     std::string_view line;
-    while (file.nextLineWith(domain, line))
+    while (file.nextLine(line))
         if (!line.empty() && accountDomain(line) == domain)
             ++count;
     return count;

@@ -28,11 +28,11 @@ int listFromDatabase(const PostfixManager& manager, const std::string& domain, V
 
 int listFromFile(const std::string& domain, VectorString& users)
 {
-    MapReader file(VPASSWDFILE);
+    MapReader file(VPASSWDFILE, domain);
     if (!file.isOpen())
         return PostfixResult::NotRead;
     std::string_view line;
-    while (file.nextLineWith(domain, line))
+    while (file.nextLine(line))
         if (accountDomain(line) == domain)
             users.emplace_back(textBefore(line, '@'));
     return PostfixResult::Done;

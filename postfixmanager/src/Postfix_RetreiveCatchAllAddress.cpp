@@ -34,13 +34,13 @@ int retrieveFromMap(const std::string& domain, std::string& target)
     // A query, and yet the map is copied: administrators look for the copy after any catch-all
     // call.
     backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
-    MapReader map(VMAPSFILE);
+    MapReader map(VMAPSFILE, key);
     if (!map.isOpen()) {
         std::cout << "File does not exist." << std::endl;
         return PostfixResult::CatchAllNotFound;
     }
     std::string_view line;
-    while (map.nextLineWith(key, line)) {
+    while (map.nextLine(line)) {
         if (!isKeyedBy(line, key))
             continue;
         std::cout << line << std::endl;

@@ -38,9 +38,9 @@ std::string value(std::string_view line)
 
 std::string retrieveFromMap(const std::string& user)
 {
-    MapReader map(VALIASFILE);
+    MapReader map(VALIASFILE, user);
     std::string_view line;
-    while (map.nextLineWith(user, line))
+    while (map.nextLine(line))
         if (contains(mapKey(line), user))
             return value(line);
     return "";

@@ -45,7 +45,7 @@ long long sum(long long a, long long b)
 
 int totalFromMap(const std::string& domain, long long& total)
 {
-    MapReader map(VQUOTAFILE);
+    MapReader map(VQUOTAFILE, domain);
     if (!map.isOpen()) {
         std::cout << "qouta file not found" << std::endl;
         return PostfixResult::TotalNotRead;
@@ -54,7 +54,7 @@ int totalFromMap(const std::string& domain, long long& total)
     bool found = false;
     long long bytes = 0;
     std::string_view line;
-    while (map.nextLineWith(domain, line)) {
+    while (map.nextLine(line)) {
         const std::optional<QuotaEntry> entry = quotaEntry(line);
         if (!entry || entry->domain != domain)
             continue;

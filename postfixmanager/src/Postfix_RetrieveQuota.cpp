@@ -24,9 +24,9 @@ std::string retrieveFromDatabase(const PostfixManager& manager, const std::strin
 // Of the line, what its first tab begins, the tab included, on purpose: hosts trim it.
 std::string retrieveFromMap(const std::string& user)
 {
-    MapReader map(VQUOTAFILE);
+    MapReader map(VQUOTAFILE, user);
     std::string_view line;
-    while (map.nextLineWith(user, line))
+    while (map.nextLine(line))
         if (contains(mapKey(line), user))
             return std::string(line.substr(textBefore(line, '\t').size()));
     return Unlimited;

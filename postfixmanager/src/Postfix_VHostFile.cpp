@@ -15,9 +15,9 @@ int change(const PostfixManager& manager, const std::string& statement)
 // on "b.com" being taken as listed beside "ab.com".
 bool isListed(const std::string& domain)
 {
-    MapReader list(VDOMAINFILE);
+    MapReader list(VDOMAINFILE, domain);
     std::string_view line;
-    return list.nextLineWith(domain, line);
+    return list.nextLine(line);
 }
 
 int addToFile(const std::string& domain)

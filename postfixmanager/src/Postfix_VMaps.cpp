@@ -12,11 +12,11 @@ int addUser(const std::string& address, const std::string& domain)
 
     bool isNewMap;
     {
-        MapReader map(VMAPSFILE);
+        MapReader map(VMAPSFILE, address);
         isNewMap = !map.isOpen();
         std::string_view line;
         // Anywhere in the line, on purpose: jim.bob's line also stands for bob's.
-        if (map.nextLineWith(address, line))
+        if (map.nextLine(line))
             return PostfixResult::Done;
     }
     appendLine(VMAPSFILE, entry);

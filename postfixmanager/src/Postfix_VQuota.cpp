@@ -42,10 +42,10 @@ int addQuota(PostfixManager& manager, const std::string& mailbox, const std::str
 {
     bool isNewMap;
     {
-        MapReader map(VQUOTAFILE);
+        MapReader map(VQUOTAFILE, mailbox);
         isNewMap = !map.isOpen();
         std::string_view line;
-        while (map.nextLineWith(mailbox, line))
+        while (map.nextLine(line))
             if (matches(line, mailbox))
                 return PostfixResult::Failed;
     }

@@ -64,13 +64,12 @@ int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const 
     bool found = false;
     std::string_view line;
     while (oldFile.nextLine(line)) {
-        if (found) {
-            // Empty lines included: the one after the last line end becomes part of the file.
-            newFile.writeLine(line);
-        } else if (contains(line, ":") && equalIgnoringCase(accountName(line), mailbox)) {
+        if (!found && contains(line, ":") && equalIgnoringCase(accountName(line), mailbox)) {
             newFile.writeLine(edited(line));
             found = true;
-        } else if (!line.empty()) {
+        } else if (found || !line.empty()) {
+            // Empty lines are dropped up to the mailbox's line and kept behind it, so that the one
+            // after the last line end becomes part of the file.
             newFile.writeLine(line);
         }
     }
@@ -89,7 +88,7 @@ int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const 
 int DovecotManager::addDovecotQuota(std::string mailbox, std::string homeDir, std::string quota)
 {
     return editMailboxLine(mailbox, ".addbak", VPASSWDFILE ".addtmp", [&](std::string_view line) {
-        const std::string entry = std::string(line) + quotaFields(homeDir, quota + "B");
+        std::string entry = std::string(line) + quotaFields(homeDir, quota + "B");
         std::cout << "quota entry =" << entry << std::endl;
         return entry;
     });

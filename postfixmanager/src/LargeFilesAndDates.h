@@ -4,10 +4,10 @@
 #define QV_LARGEFILESANDDATES_H
 
 #ifndef _FILE_OFFSET_BITS
-#define _FILE_OFFSET_BITS 64
+#define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier)
 #endif
 #ifndef _TIME_BITS
-#define _TIME_BITS 64
+#define _TIME_BITS 64 // NOLINT(bugprone-reserved-identifier)
 #endif
 
 #endif

@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr std::size_t FirstBufferSize = 128 * 1024;
+constexpr std::size_t FirstBufferSize = std::size_t{128} * 1024;
 
 // From here on skipping by Horspool's rule is quicker than memmem; measured on map lines.
 constexpr std::size_t LongText = 20;

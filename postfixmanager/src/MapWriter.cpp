@@ -9,7 +9,7 @@
 
 namespace
 {
-constexpr std::size_t BlockSize = 64 * 1024;
+constexpr std::size_t BlockSize = std::size_t{64} * 1024;
 }
 
 MapWriter::MapWriter(const std::string& path, Mode mode)

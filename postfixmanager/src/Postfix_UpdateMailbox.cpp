@@ -5,7 +5,6 @@
 #include "PasswordHash.h"
 #include "Shell.h"
 
-#include <cstring>
 #include <iostream>
 
 #include <grp.h>
@@ -21,7 +20,7 @@ std::optional<std::string> hashOf(const std::string& password)
     if (password.size() >= PasswordBufferSize)
         return std::nullopt;
     char buffer[PasswordBufferSize] = {};
-    memcpy(buffer, password.data(), password.size());
+    password.copy(buffer, password.size());
     const char* const hash = Encrypt(buffer);
     if (!isPasswordHash(hash))
         return std::nullopt;
@@ -72,7 +71,7 @@ int updatePassword(PostfixManager& manager, const std::string& mailbox, const st
         ShadowUpdate, [&](const std::string& name) { return equalIgnoringCase(name, mailbox); },
         [&](std::string_view line) {
             // A fresh salt for each line.
-            const std::optional<std::string> newLine = withPassword(line, *hashOf(password));
+            std::optional<std::string> newLine = withPassword(line, *hashOf(password));
             if (newLine)
                 std::cout << *newLine << std::endl;
             return newLine;

@@ -51,7 +51,8 @@ std::string insertion(const std::string& list, const VectorString& members)
     std::string statement = "insert into virtual_aliases values ";
     const char* separator = "";
     for (const std::string& member : members) {
-        statement.append(separator).append("('" + list + "','" + member + "')");
+        statement.append(separator).append("('").append(list).append("','").append(member).append(
+            "')");
         separator = ",";
     }
     return statement;

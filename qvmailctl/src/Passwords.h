@@ -1,0 +1,29 @@
+// Passwords come from a terminal or from standard input, never from an argument, where every
+// process could read them.
+#ifndef QVMAILCTL_PASSWORDS_H
+#define QVMAILCTL_PASSWORDS_H
+
+#include <string>
+
+// A mailbox's new password, wiped when it goes.
+class Password
+{
+public:
+    // On a terminal asks twice without echo; else takes one line of standard input. Ends the
+    // command when the password is empty, too long or holds control characters.
+    explicit Password(const std::string& mailbox);
+    ~Password();
+    Password(const Password&) = delete;
+    Password& operator=(const Password&) = delete;
+
+    const std::string& text() const { return m_text; }
+
+    // For hashing, which writes a salt into the buffer, however short the password: from then on
+    // the text is gone.
+    char* buffer();
+
+private:
+    std::string m_text;
+};
+
+#endif

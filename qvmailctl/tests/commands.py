@@ -1,0 +1,185 @@
+#!/usr/bin/python3
+"""commands.py QVMAILCTL - drives the command as an administrator does, inside scripts/private-world"""
+import fcntl, os, pty, subprocess, sys, unittest
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+QVMAILCTL = os.path.abspath(sys.argv.pop(1))
+ETC, SPOOL, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/Quorvel.conf")
+LIST, LOCK = Path("/etc/VirtualHosts"), Path("/run/lock/qvmailctl.lock")
+MYSQL = (ROOT / "config/Quorvel-mysql.conf").read_text()
+
+
+def output(*command):
+    return subprocess.run(command, text=True, stdout=subprocess.PIPE, check=True).stdout
+
+
+def append(file, text):
+    file.write_text(file.read_text() + text)
+
+
+class Commands(unittest.TestCase):
+    def setUp(self):
+        # No mail server runs, and its reload would wait a second each time. postmap is the real one.
+        output("sh", "-ec", f"rm -rf {LIST} {ETC} {SPOOL} /run/stubs; mkdir {ETC} {SPOOL} /run/stubs; : > {CONF}; "
+               ": > /etc/postfix/main.cf; : > /run/stubs/postfix; chmod 755 /run/stubs/postfix")
+        os.environ["PATH"] = "/run/stubs:/usr/bin:/bin"
+
+    def ctl(self, lines, status=0, stdin="secret\n", says="", prefix=()):
+        """Runs commands, separated by "; ", that all end so; the texts in says are separated by "|"."""
+        answers = ""
+        for line in lines.split("; "):
+            done = subprocess.run([*prefix, QVMAILCTL, *line.split()], input=stdin, text=True, capture_output=True)
+            self.assertEqual(status, done.returncode, f"{line}: {done.stdout}{done.stderr}")
+            for text in says.split("|"):
+                self.assertIn(text, done.stderr, line)
+            answers += done.stdout
+        return answers
+
+    def refused(self, lines, says, status=2, **how):
+        """Refused with these texts, and every map is as it was."""
+        before = self.maps()
+        self.assertEqual("", self.ctl(lines, status, says=says, **how))
+        self.assertEqual(before, self.maps(), lines)
+
+    def answers(self, lines, *expected):
+        self.assertEqual(sorted(expected), sorted(self.ctl(lines).splitlines()), lines)
+
+    def maps(self):
+        return {f: f.read_bytes() for f in (LIST, *ETC.glob("v*")) if f.exists() and f.suffix in ("", ".txt")}
+
+    def accepts(self, address, password):
+        stored = dict(line.split(":")[:2] for line in (ETC / "vshadow").read_text().split())[address]
+        return output("openssl", "passwd", "-1", "-salt", stored.split("$")[2], password).strip() == stored
+
+    def life_of_a_domain(self):
+        self.ctl("domain add d.test list; mailbox add bob@d.test --quota 2K")  # a user called like a command
+        self.refused("mailbox add bob@d.test; domain add d.test bob", "already")
+        self.refused("mailbox add ann@e.test; alias add a@e.test b@e.test; catchall set e.test b", "domain add e.test", 4)
+        self.answers("mailbox list d.test; mailbox count d.test; domain quota d.test", "list@d.test", "bob@d.test", "2", "unlimited")
+        self.ctl("quota set list@d.test 1M; domain add other.test x")  # whose lack of a limit is no matter of d.test
+        self.answers("domain quota d.test; quota show list@d.test", "1026 KiB", "1048576")
+        self.ctl("quota set list@d.test unlimited; alias add bob@d.test Far.Away@e.test")
+        self.refused("quota set no@d.test 5; mailbox passwd no@d.test; mailbox delete no@d.test; catchall set d.test no",
+                     "there is no mailbox no@d.test", 4)
+        self.refused("alias add bob@d.test x@e.test", "alias set")
+        self.ctl("alias set bob@d.test x@e.test")
+        self.answers("mailbox show bob@d.test", "address: bob@d.test", "quota: 2048", "forwards to: x@e.test")
+        self.refused("list delete bob@d.test; list add bob@d.test a@d.test", "is a mailbox")
+        self.ctl("alias delete bob@d.test; alias add info@d.test bob@d.test; alias delete info@d.test")
+        self.refused("list delete info@d.test", "no list", 4)  # nothing of the forwarder is left
+        self.ctl("list add team@d.test bob@d.test Ann@e.test; list add away@other.test bob@d.test")
+        self.refused("mailbox add team@d.test; alias delete team@d.test", "list delete")
+        self.ctl("list set team@d.test a@e.test b@e.test c@e.test")
+        self.answers("list show team@d.test; list list d.test", "a@e.test", "b@e.test", "c@e.test", "team@d.test")
+        self.refused("catchall show d.test", "has no catch-all", 4)
+        self.ctl("catchall set d.test list; catchall set d.test bob")
+        self.answers("catchall show d.test; quota show list@d.test", "bob@d.test", "unlimited")
+        self.refused("mailbox delete bob@d.test", "catchall remove")
+        self.ctl("catchall remove d.test; mailbox delete bob@d.test; catchall set d.test list")
+        self.answers("mailbox list d.test", "list@d.test")
+        self.ctl("domain delete d.test; domain delete other.test")
+        self.refused("mailbox count d.test; domain delete other.test", "not hosted", 4)
+        self.assertEqual([], list(SPOOL.iterdir()))
+
+    def test_life_of_a_domain_on_files(self):
+        self.life_of_a_domain()
+        self.assertEqual("", output("/usr/sbin/postmap", "-s", ETC / "vmaps.txt"))
+
+    def test_life_of_a_domain_on_tables(self):
+        output("env", "PATH=/usr/sbin:/usr/bin:/bin", ROOT / "scripts/start-mariadb")
+        CONF.write_text(MYSQL)
+        self.life_of_a_domain()
+        self.assertEqual("", output("mariadb", "qvmail", "-Ne", "select name from virtual_domains union "
+                                    "select email from virtual_users union select source from virtual_aliases"))
+        self.refused("alias list x@e.test", "map files alone")
+        CONF.write_text(MYSQL.replace("secret", "wrong"))
+        self.refused("mailbox list d.test", "MailSql", 1)
+
+    def test_entries_that_the_library_would_hit_too(self):
+        self.ctl("domain add ab.test boss; domain add b.test.au boss; mailbox add jim.bob@ab.test --quota 1K")
+        self.refused("domain add b.test x", "/etc/VirtualHosts has ab.test, b.test.au,|add it again")
+        self.refused("mailbox add bob@ab.test", "vmaps.txt has jim.bob@ab.test,")
+        LIST.write_text("ab.test\nb.test\n")
+        self.refused("domain delete b.test", "VirtualHosts has ab.test,|by hand")
+        LIST.write_text("b.test\n")
+        (ETC / "valias.txt").write_text("x@ab.test y@z.test\njim.info@b.test y@z.test,q@z.test\n")
+        self.refused("domain delete b.test", "valias.txt has x@ab.test,|by hand")
+        self.answers("alias list q@z.test", "jim.info@b.test")
+        self.refused("alias add info@b.test q@z.test; alias set info@b.test q@z.test; list add info@b.test q@z.test",
+                     "valias.txt has jim.info@b.test,")
+        append(ETC / "vpasswd", "bob@ab.test:x:1:1::/:/bin/false\n")
+        append(ETC / "vshadow", "bob@ab.test:!:1::::::0\n")
+        self.refused("mailbox delete bob@ab.test; mailbox type bob@ab.test admin; quota set bob@ab.test 5; quota delete bob@ab.test",
+                     "has jim.bob@ab.test,")
+        self.answers("quota show bob@ab.test", "unlimited")
+
+    def test_what_an_interruption_or_a_hand_left(self):
+        self.ctl("domain add d.test boss")
+        work_files = "vmaps-temp valias-temp vquota-temp vpasswd_temp vshadow_temp temp /etc/VirtualHosts-temp"
+        for file in (ETC / f"{work}.txt" for work in work_files.split()):
+            file.write_text("left\n")
+            self.refused("alias add a@d.test b@d.test", f"{file} |then remove it")
+            file.unlink()
+        for file in (LIST, ETC / "vpasswd", ETC / "vshadow", ETC / "vmaps.txt"):
+            file.write_text(file.read_text().rstrip())
+            self.refused("domain add e.test boss", f"echo >> {file}")
+            append(file, "\n")
+        (ETC / "vshadow").write_text("")
+        self.refused("mailbox passwd boss@d.test", "only one of|mailbox delete boss@d.test")
+        output("rm", "-r", SPOOL)
+        self.refused("mailbox add bob@d.test", "is the spool mounted?")
+        self.ctl("domain add e.test boss", 1, says="spool tree|Postfix_CreateMailDomain answered 304")
+
+    def test_passwords(self):
+        self.ctl("domain add d.test boss", stdin="first word\nnot this\n")
+        self.assertTrue(self.accepts("boss@d.test", "first word"))
+        for bad, why in ("\n", "empty"), ("a\tb\n", "control"), ("x" * 256 + "\n", "too long"):
+            self.refused("mailbox passwd boss@d.test", why, stdin=bad)
+        for again, status in ("other", 2), ("typed", 0):
+            child, terminal = pty.fork()
+            if child == 0:
+                os.execv(QVMAILCTL, [QVMAILCTL, "mailbox", "passwd", "boss@d.test"])
+            seen = b""
+            for question, reply in (b"boss@d.test: ", "typed"), (b"once more: ", again):
+                while not seen.endswith(question):
+                    seen += os.read(terminal, 100)
+                os.write(terminal, reply.encode() + b"\n")
+            self.assertEqual(status, os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+            self.assertNotIn(b"typed", seen)
+            self.assertEqual(status == 0, self.accepts("boss@d.test", "typed"))
+
+    def test_refused_names_and_values(self):
+        self.ctl("domain add d.test boss")
+        for name in "Bob@d.test .b@d.test b..c@d.test a;b@d.test a'@d.test b@d b@-d.test $(id)@d.test a,b@d.test |sh@d.test".split():
+            self.refused(f"mailbox add {name}; alias delete {name}; catchall set d.test {name}", name)
+        for size in "0", "-1", "5T", "1048577G", "99999999999999999999", "1.5G":
+            self.refused(f"quota set boss@d.test {size}", f'"{size}"')
+        self.refused("alias add a@d.test a@d.test", "to itself")
+
+    def test_one_command_at_a_time(self):
+        self.ctl("domain add d.test boss")
+        with ThreadPoolExecutor(8) as racers:
+            list(racers.map(lambda i: self.ctl(f"mailbox add u{i}@d.test --quota 1K"), range(8)))
+        self.assertEqual([9, 8], [(ETC / name).read_text().count("\n") for name in ("vmaps.txt", "vquota.txt")])
+        with LOCK.open("r+") as holder:
+            fcntl.flock(holder, fcntl.LOCK_EX)
+            LOCK.write_text("4711")
+            self.refused("mailbox add bob@d.test", "process 4711", 3)
+
+    def test_settings_rights_and_tools(self):
+        for text, says in (("MailBackend mysql\n", "MailBackend"), ('MailBackend="mysql"\n', "MailBackend"),
+                           ('MailBackend "ldap"\n', "ldap"), ("#" * 119 + "\n" + MYSQL, "118"), ("#" * 1000 + "\n" + MYSQL, "999"),
+                           (MYSQL.replace("MailSqlUser", "User"), "MailSqlUser"), (MYSQL.replace("3306", "x"), "MailSqlPort")):
+            CONF.write_text(text)
+            self.refused("domain add d.test boss", f"{says}|/etc/Quorvel.conf")
+        CONF.write_text("")
+        nobody = ("setpriv", "--reuid=65534", "--inh-caps=+dac_read_search", "--ambient-caps=+dac_read_search")
+        self.refused("domain add d.test boss", "root", prefix=nobody)
+        output("mount", "--bind", "/dev/null", "/usr/sbin/postmap")
+        self.addCleanup(output, "umount", "/usr/sbin/postmap")
+        self.refused("domain add d.test boss", "postmap")
+
+
+unittest.main()

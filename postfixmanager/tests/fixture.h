@@ -1,0 +1,98 @@
+// What the library's tests share: an empty mail server world for each test, tables of cases, and a
+// record of what an operation did.
+#ifndef QV_TESTS_FIXTURE_H
+#define QV_TESTS_FIXTURE_H
+
+#include "PostfixManager.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+constexpr int Untouched = 4711; // ErrNo before each call
+
+// Files below /etc/vmail by their names, others by their paths ("/" ends a directory), and "tables":
+// the rows of virtual_domains, virtual_users and virtual_aliases, a line each, "|" between columns.
+using World = std::map<std::string, std::string>;
+
+World world();                // maps, domain list, their copies and work files; tables that have rows
+void put(const World& world); // files of owner 12:34 and mode 0600, to see who changes them
+std::string get(const std::string& name);
+std::string rights(const std::string& name); // user, mode, and whose primary group it belongs to
+std::string sql(const std::string& script);  // as administrator; the first use starts the server
+int openConnections();                       // of the library; ends them
+
+void removeAccount(const std::string& name);         // user and group, until the next emptyWorld
+void setClock(long long seconds, long microseconds); // 0, 0: the real one
+void emptyWorld();                                   // and the clock stands at 1700000000.123456
+
+struct InWorld : testing::Test {
+    void SetUp() override { emptyWorld(); }
+};
+
+// How a manager reaches its accounts, and each way in which it cannot.
+enum Backend { Files, Sql, SqlReadOnly, SqlWrongPassword, SqlWrongDatabase, SqlNoServer };
+
+struct TestManager : PostfixManager {
+    explicit TestManager(Backend backend);
+};
+
+// A mailbox's account as a host fills it, with the password "secret".
+struct Account {
+    explicit Account(const std::string& user, const std::string& domain = "d.com");
+    SvpopUser* operator&() { return &record; }
+    std::string address, home, gecos = "c";
+    char password[600] = "secret";
+    struct passwd passwd {};
+    struct spwd shadow {};
+    SvpopUser record{&passwd, &shadow, ""};
+};
+constexpr char Hash[] = "$1$ROcJtYNV$dEYpOwwwigIL98jPWLENV0"; // of "secret", while the clock stands
+
+// What an operation did, in order, a line each: "> METHOD(name=value, ...)" it traced, "$ COMMAND"
+// it gave to the shell, all else it printed.
+extern std::string happened;
+
+// Runs "VQuota(u@d.com;50;AddQuota)", an operation without its prefix. The answer is its result and
+// behind it what it appended to a list or stored in an argument.
+std::string run(PostfixManager& manager, const std::string& call);
+std::string run(Backend backend, const std::string& call);
+std::string traced(const std::string& call); // as it stands in what happened
+std::string copied(const std::string& file, const std::string& suffix = ".qvbackup");
+std::string published(const std::string& map);
+
+struct Case {
+    std::string call;
+    World before;
+    std::string result;
+    World changes; // all of them, copies and work files too; "gone" for what is removed
+    std::string happened;
+    int errNo = Untouched;
+    World rights = {};
+};
+void check(const std::vector<Case>& cases, Backend backend = Files);
+
+// How a writer treats its map, and the cases of it. Each runs without and with a left-over work file.
+struct Variant {
+    std::string map, suffix, workFile, newRights, commands;
+    bool copiesAlways, opensDirectory, keepsErrNo;
+};
+enum Path { Kept, Appended, Made, Rewritten, PublishedOnly };
+struct MapCase {
+    std::string call;
+    const char* before; // null: no map
+    std::string result;
+    const char* after;
+    Path path;
+    std::string printed = "";
+};
+void check(const Variant& variant, const std::vector<MapCase>& cases);
+
+struct TableCase {
+    std::string call, before, result, after, printed;
+};
+void check(const std::vector<TableCase>& cases, Backend backend = Sql);
+
+#endif

@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""cluster_test.py QVMAILCTL - accounts on three database nodes, of which one and then two are lost
+
+Runs inside scripts/private-world. The nodes have config/mariadb/cluster-node.cnf and addresses of their own."""
+
+import pathlib
+import subprocess
+import sys
+import time
+import unittest
+
+CONFIG = pathlib.Path(__file__).resolve().parent.parent / "config"
+QVMAILCTL = sys.argv.pop(1)
+
+
+class Node:
+    def __init__(self, number):
+        self.address, self.log, data = f"127.0.0.{number}", f"/var/log/mariadb-{number}.log", f"/var/lib/node{number}"
+        settings = (CONFIG / "mariadb/cluster-node.cnf").read_text().replace("192.0.2.1,", "127.0.0.1,")
+        settings = settings.replace("192.0.2.1", self.address).replace("192.0.2.", "127.0.0.")
+        pathlib.Path(f"/etc/mysql/node{number}.cnf").write_text(settings)
+        self.client = ["mariadb", "--no-defaults", "-NS", f"/run/mysqld/{number}.sock"]
+        self.options = [f"--defaults-file=/etc/mysql/node{number}.cnf", "--user=mysql", f"--datadir={data}",
+                        f"--socket={self.client[-1]}", "--innodb-buffer-pool-size=32M", "--innodb-log-file-size=8M"]
+        subprocess.check_call(["install", "-d", "-o", "mysql", data, "/run/mysqld"])
+        if number == 1:  # the others get a copy of its data
+            subprocess.check_output(["mariadb-install-db", *self.options, "--skip-test-db"], stderr=subprocess.STDOUT)
+
+    def start(self, *how):
+        self.server = subprocess.Popen(["mariadbd", *self.options, *how], stderr=open(self.log, "a"))
+        self.wait_until("Synced", "show status like 'wsrep_local_state_comment'")
+
+    def ask(self, statement):
+        return subprocess.run([*self.client, "-e", statement], text=True, capture_output=True).stdout
+
+    def wait_until(self, expected, statement):
+        end = time.monotonic() + 30
+        while expected not in self.ask(statement).split():
+            if time.monotonic() > end:
+                raise AssertionError(f"no {expected} from {statement}\n" + pathlib.Path(self.log).read_text())
+            time.sleep(0.05)
+
+
+def go_through(*addresses):
+    settings = (CONFIG / "Quorvel-mysql.conf").read_text()
+    pathlib.Path("/etc/Quorvel.conf").write_text(settings.replace("127.0.0.1", ",".join(addresses)))
+
+
+class Cluster(unittest.TestCase):
+    def check(self, words, *answer, status=0, said=""):
+        done = subprocess.run([QVMAILCTL, *words.split()], input="secret\n", text=True, capture_output=True)
+        self.assertEqual((status, list(answer)), (done.returncode, done.stdout.splitlines()), f"{words}: {done.stderr}")
+        self.assertIn(said, done.stderr)
+
+    def test_nothing_is_lost_with_one_node_nor_left_half_done_without_a_majority(self):
+        first, second, third = (Node(number) for number in (1, 2, 3))
+        first.start("--wsrep-new-cluster")
+        tables = "source sql-accounts.sql\nuse qvmail\nsource schema.sql"
+        subprocess.check_call([*first.client, "-e", tables], cwd=CONFIG)
+        second.start()
+        third.start()
+
+        go_through(first.address)
+        self.check("domain add a.test ann --quota 5K")
+        self.check("mailbox add bob@a.test --quota 7K")
+        go_through(second.address)
+        self.check("mailbox list a.test", "ann@a.test", "bob@a.test")
+        self.check("mailbox count a.test", "2")
+        self.check("quota show bob@a.test", "7168")
+
+        first.server.kill()
+        first.server.wait()
+        go_through(first.address, third.address)
+        self.check("domain quota a.test", "12 KiB")
+        self.check("mailbox add carl@a.test")
+
+        # The majority goes while a domain is being created: it is listed, and its mailbox kept waiting.
+        lock = subprocess.Popen([*third.client, "qvmail"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
+        print("begin; select * from virtual_users where email = 'dan@b.test' for update;", file=lock.stdin, flush=True)
+        third.wait_until("1", "select count(*) from information_schema.innodb_trx")
+        creation = subprocess.Popen(f"echo secret | {QVMAILCTL} domain add b.test dan", shell=True, stderr=subprocess.PIPE)
+        second.wait_until("b.test", "select name from qvmail.virtual_domains")
+        second.server.kill()
+        third.wait_until("non-Primary", "show status like 'wsrep_cluster_status'")
+        lock.communicate()
+        self.assertIn(b"(Postfix_CreateMailDomain answered 304)", creation.communicate()[1])
+        for change in ("mailbox list a.test", "mailbox add eve@a.test", "domain delete a.test"):
+            self.check(change, status=1, said="cannot be read")
+
+        third.ask("set global wsrep_provider_options = 'pc.bootstrap = true'")
+        self.check("domain add b.test dan --quota 3K")
+        first.start()
+        go_through(first.address)
+        self.check("mailbox list a.test", "ann@a.test", "bob@a.test", "carl@a.test")
+        self.check("domain quota b.test", "3 KiB")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2, warnings="ignore")

@@ -1,0 +1,235 @@
+#!/usr/bin/env python3
+"""mail_servers_test.py files|mysql QVMAILCTL - accounts made by qvmailctl, on real servers
+
+Runs inside scripts/private-world, with Postfix and Dovecot as config/ has them. Each test has a domain
+of its own. Servers see a change after a moment: what is expected is asked for until it holds.
+"""
+
+import contextlib
+import functools
+import imaplib
+import os
+import pwd
+import re
+import smtplib
+import subprocess
+import sys
+import time
+import unittest
+
+TOP = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BACKEND, QVMAILCTL = sys.argv.pop(1), sys.argv.pop(1)
+SMTP = functools.partial(smtplib.SMTP, "127.0.0.1", local_hostname="client.elsewhere.test", timeout=20)
+WRONG_PASSWORD = str(b"[AUTHENTICATIONFAILED] Authentication failed.")
+
+
+def run(*command, stdin=""):
+    done = subprocess.run(command, input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    assert done.returncode == 0, f"{' '.join(command)}: status {done.returncode}\n{done.stdout}"
+
+
+def password_of(address):
+    return "pw-" + address.split("@")[0].lower()
+
+
+def qvmailctl(words, password=""):
+    run(QVMAILCTL, *words.split(), stdin=password + "\n")
+
+
+def send(recipient, subject, size=100, sender="visitor@elsewhere.test"):
+    with SMTP() as server:
+        server.sendmail(sender, [recipient], f"Subject: {subject}\n\n" + ("x" * 70 + "\n") * (size // 71 + 1))
+
+
+def answer_to_recipient(recipient):
+    """The code with which Postfix takes or refuses an address."""
+    with SMTP() as server:
+        server.ehlo_or_helo_if_needed()
+        server.mail("visitor@elsewhere.test")
+        return server.rcpt(recipient)[0]
+
+
+@contextlib.contextmanager
+def login(address, password=None):
+    with imaplib.IMAP4("127.0.0.1", timeout=20) as server:
+        server.login(address, password or password_of(address))
+        server.select(readonly=True)
+        yield server
+
+
+def subjects(address, password=None):
+    with login(address, password) as server:
+        numbers = server.search(None, "ALL")[1][0].decode().replace(" ", ",")
+        found = server.fetch(numbers, "(BODY[HEADER.FIELDS (SUBJECT)])")[1] if numbers else []
+        return sorted(part[1].decode().strip()[len("Subject: "):] for part in found if isinstance(part, tuple))
+
+
+def quota(address):
+    """The limit in KiB that Dovecot reports, or None."""
+    with login(address) as server:
+        found = re.search(r"STORAGE \d+ (\d+)", str(server.getquotaroot("INBOX")))
+        return int(found[1]) if found else None
+
+
+class MailServers(unittest.TestCase):
+    def eventually(self, expected, question):
+        deadline = time.monotonic() + 20
+        while True:
+            try:
+                answer = question()
+            except imaplib.IMAP4.error as error:
+                answer = str(error)
+            if answer == expected or time.monotonic() > deadline:
+                return self.assertEqual(expected, answer, subprocess.getoutput("tail -n 20 /var/log/[dp]o*.log"))
+            time.sleep(0.05)
+
+    def create(self, *addresses):
+        """The first makes its domain. Then waits until Dovecot, which looks at a changed account file
+        only once a second, knows the last: it returns mail for strangers."""
+        for number, address in enumerate(addresses):
+            name, domain = address.split("@")
+            qvmailctl(f"mailbox add {address}" if number else f"domain add {domain} {name}", password_of(address))
+        self.inbox_holds([], addresses[-1])
+        self.answers(250, addresses[-1])
+
+    def inbox_holds(self, expected, address, password=None):
+        self.eventually(sorted(expected), lambda: subjects(address, password))
+
+    def login_is_refused(self, address, password=None):
+        self.eventually(WRONG_PASSWORD, lambda: subjects(address, password))
+
+    def quota_is(self, limit, address):
+        self.eventually(limit, lambda: quota(address))
+
+    def answers(self, code, recipient):
+        self.eventually(code, lambda: answer_to_recipient(recipient))
+
+    @unittest.skipIf(BACKEND == "mysql", "no maps")
+    def test_a_missing_map_puts_all_mail_off_until_it_is_made(self):
+        self.create("alice@a.test")
+        os.remove("/etc/vmail/valias.txt.db")
+        run("postfix", "reload")
+        self.answers(451, "alice@a.test")
+        for table_type in ("btree", "hash"):
+            run("postconf", "-e", f"default_database_type={table_type}")
+            run(f"{TOP}/config/create-empty-maps")
+            run("postfix", "reload")
+            self.answers(250, "alice@a.test")
+            self.answers(550, "nobody@a.test")
+
+    def test_mail_is_received_and_read(self):
+        self.create("alice@read.test", "bob@read.test")
+        send("alice@read.test", "for alice")
+        send("BOB@Read.Test", "for bob")
+        self.inbox_holds(["for alice"], "alice@read.test")
+        self.inbox_holds(["for bob"], "Bob@read.test")
+        self.answers(550, "nobody@read.test")
+        self.answers(554, "bob@elsewhere.test")
+        self.login_is_refused("bob@read.test", "pw-alice")
+        # Not bob's, the last line: Dovecot tells a change by the file's size and the second of its time.
+        qvmailctl("mailbox passwd alice@read.test", "changed")
+        self.login_is_refused("alice@read.test")
+        self.inbox_holds(["for alice"], "alice@read.test", "changed")
+        self.inbox_holds(["for bob"], "bob@read.test")
+
+    def test_quota_is_reported_and_enforced_and_keeps_the_inbox_in_its_place(self):
+        self.create("alice@quota.test", "bob@quota.test")
+        send("bob@quota.test", "before the first quota")
+        self.inbox_holds(["before the first quota"], "bob@quota.test")
+        self.quota_is(None, "bob@quota.test")
+
+        qvmailctl("quota set bob@quota.test 20K")
+        if BACKEND == "files":
+            os.chmod("/etc/vmail/vpasswd", 0o600)  # as under a strict umask
+        self.quota_is(20, "bob@quota.test")
+        send("bob@quota.test", "too big", 40000, sender="alice@quota.test")
+        self.inbox_holds(["Undelivered Mail Returned to Sender"], "alice@quota.test")
+        send("bob@quota.test", "small")
+        self.inbox_holds(["before the first quota", "small"], "bob@quota.test")
+
+        qvmailctl("quota set bob@quota.test 1M")
+        self.quota_is(1024, "bob@quota.test")
+        send("bob@quota.test", "no more too big", 40000)
+        qvmailctl("quota delete bob@quota.test")
+        self.quota_is(None, "bob@quota.test")
+        self.inbox_holds(["before the first quota", "small", "no more too big"], "bob@quota.test")
+
+        qvmailctl("mailbox add carl@quota.test --quota 30K", "pw-carl")
+        self.quota_is(30, "carl@quota.test")
+
+    def test_forwarders_lists_and_a_catch_all_that_takes_only_what_is_left(self):
+        self.create("alice@all.test", "bob@all.test", "carl@all.test")
+        qvmailctl("alias add sales@all.test bob@all.test")
+        qvmailctl("list add team@all.test alice@all.test bob@all.test")
+        qvmailctl("catchall set all.test carl")
+        self.answers(250, "anybody@all.test")
+        for name in ("alice", "bob", "carl", "sales", "team", "anybody"):
+            send(f"{name}@all.test", f"for {name}")
+        self.inbox_holds(["for alice", "for team"], "alice@all.test")
+        self.inbox_holds(["for bob", "for sales", "for team"], "bob@all.test")
+        self.inbox_holds(["for carl", "for anybody"], "carl@all.test")
+
+        qvmailctl("alias delete sales@all.test")
+        if BACKEND == "mysql":  # the library's deletion of a forwarder leaves a self row; a mailbox may lose its own
+            run("mariadb", "qvmail", "-e", "delete from virtual_aliases where source = 'bob@all.test';"
+                "insert into virtual_aliases values ('sales@all.test', 'sales@all.test')")
+        send("sales@all.test", "again for sales")
+        send("bob@all.test", "again for bob")
+        self.inbox_holds(["for bob", "for sales", "for team", "again for bob"], "bob@all.test")
+        self.inbox_holds(["for carl", "for anybody", "again for sales"], "carl@all.test")
+        qvmailctl("catchall remove all.test")
+        self.answers(550, "anybody@all.test")
+        self.answers(550, "sales@all.test")
+        self.answers(250, "bob@all.test")
+
+    def test_every_way_of_delivery_reaches_the_same_inbox(self):
+        self.create("alice@ways.test", "bob@ways.test")
+        qvmailctl("quota set bob@ways.test 1M")
+        qvmailctl("catchall set ways.test alice")
+        uid = pwd.getpwnam("qvadmin").pw_uid
+        run("postconf", "-e", "dovecot_destination_recipient_limit=1", "virtual_mailbox_base=/var/spool/vmail",
+            "virtual_mailbox_limit=0", f"virtual_uid_maps=static:{uid}", f"virtual_gid_maps=static:{uid}")
+        if BACKEND == "mysql":
+            run("postconf", "-e", "virtual_mailbox_maps=mysql:/etc/postfix/sql-mailboxes.cf")
+        else:
+            qvmailctl("mailbox type bob@ways.test admin")
+        ways = []
+        for way in ("dovecot", "virtual", "lmtp:unix:private/dovecot-lmtp"):
+            run("sh", "-c", f"postconf -e virtual_transport={way} && postfix reload")
+            self.answers(250, "bob@ways.test")
+            send("bob@ways.test", f"bob by {way}")
+            send("anybody@ways.test", f"anybody by {way}")
+            ways.append(way)
+            self.inbox_holds([f"bob by {way}" for way in ways], "bob@ways.test")
+            self.inbox_holds([f"anybody by {way}" for way in ways], "alice@ways.test")
+
+    def test_deletion_is_effective(self):
+        self.create("alice@gone.test", "bob@gone.test")
+        qvmailctl("quota set bob@gone.test 1M")
+        qvmailctl("alias add sales@gone.test alice@gone.test")
+        send("bob@gone.test", "for bob")
+        self.inbox_holds(["for bob"], "bob@gone.test")
+        qvmailctl("mailbox delete bob@gone.test")
+        self.answers(550, "bob@gone.test")
+        self.login_is_refused("bob@gone.test")
+
+        qvmailctl("mailbox add bob@gone.test", "second-bob")
+        self.inbox_holds([], "bob@gone.test", "second-bob")
+        qvmailctl("catchall set gone.test alice")
+        qvmailctl("domain delete gone.test")
+        if BACKEND == "files":  # or mail for the domain's next server would be redirected here
+            self.assertEqual(1, subprocess.call(["postmap", "-q", "@gone.test", "/etc/vmail/vmaps.txt"]))
+        self.eventually(True, lambda: answer_to_recipient("alice@gone.test") in (550, 554))
+        self.eventually(True, lambda: answer_to_recipient("sales@gone.test") in (550, 554))
+        self.login_is_refused("alice@gone.test")
+        self.login_is_refused("bob@gone.test", "second-bob")
+
+
+def setUpModule():
+    if BACKEND == "mysql":
+        run(f"{TOP}/scripts/start-mariadb")
+    run(f"{TOP}/scripts/start-mail-servers", BACKEND)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2, warnings="ignore")  # imaplib leaves sockets to the collector that Dovecot closed

@@ -42,9 +42,8 @@ void requireHosted(Host& host, const std::string& domain)
 {
     if (!isHosted(host, domain))
         notThere("the domain " + domain +
-                 " is not hosted here; create it with \"qvmailctl domain "
-                 "add " +
-                 domain + " USER\"");
+                 " is not hosted here; create it with \"qvmailctl domain add " + domain +
+                 " USER\"" + (host.settings.onTables ? ", or mount " VSPOOLDIR : ""));
 }
 
 Mailbox mailboxState(Host& host, const std::string& address)

@@ -74,13 +74,21 @@ void type(Host& host, const Given& given)
              host.library.Postfix_UpdateMailbox(address.text, given.value, "UpdateUserType"));
 }
 
+// What a deletion that failed half-way leaves, and a new mailbox of that address would inherit.
+bool hasSpoolFiles(const Address& address)
+{
+    const std::string mail = VSPOOLDIR "/" + address.domain + "/mail";
+    return access((mail + "/home/" + address.text).c_str(), F_OK) == 0 ||
+           access((mail + "/inbox/" + address.text).c_str(), F_OK) == 0;
+}
+
 void remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the mailbox " + address.text + " with all its mail");
     beginChange(host);
 
-    if (mailboxState(host, address.text) == Mailbox::None)
+    if (mailboxState(host, address.text) == Mailbox::None && !hasSpoolFiles(address))
         notThere("there is no mailbox " + address.text);
     if (catchAllOf(host, address.domain) == address.text)
         refuse(address.text + " is the catch-all of its domain; set another with \"qvmailctl "

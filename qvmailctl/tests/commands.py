@@ -151,7 +151,7 @@ class Commands(unittest.TestCase):
             self.assertEqual(status == 0, self.accepts("boss@d.test", "typed"))
 
     def test_refused_names_and_values(self):
-        self.ctl("domain add d.test boss")
+        self.ctl("domain add d.test boss; quota set boss@d.test 5G")  # the first quota of all
         for name in "Bob@d.test .b@d.test b..c@d.test a;b@d.test a'@d.test b@d b@-d.test $(id)@d.test a,b@d.test |sh@d.test".split():
             self.refused(f"mailbox add {name}; alias delete {name}; catchall set d.test {name}", name)
         for size in "0", "-1", "5T", "1048577G", "99999999999999999999", "1.5G":

@@ -42,7 +42,6 @@ def send(recipient, subject, size=100, sender="visitor@elsewhere.test"):
 
 
 def answer_to_recipient(recipient):
-    """The code with which Postfix takes or refuses an address."""
     with SMTP() as server:
         server.ehlo_or_helo_if_needed()
         server.mail("visitor@elsewhere.test")

@@ -11,18 +11,19 @@
 #include <string>
 #include <vector>
 
-constexpr int Untouched = 4711; // ErrNo before each call
+constexpr int Untouched = 4711;                               // ErrNo before each call
+constexpr char Hash[] = "$1$ROcJtYNV$dEYpOwwwigIL98jPWLENV0"; // of "secret", while the clock stands
 
-// Files below /etc/vmail by their names, others by their paths ("/" ends a directory), and "tables":
-// the rows of virtual_domains, virtual_users and virtual_aliases, a line each, "|" between columns.
+// Files below /etc/vmail by names, others by paths ("/" ends a directory), and "tables": the rows
+// of virtual_domains, virtual_users and virtual_aliases, a line each, "|" between the columns.
 using World = std::map<std::string, std::string>;
 
-World world();                // maps, domain list, their copies and work files; tables that have rows
+World world();                // maps, domain list, copies and work files; tables that have rows
 void put(const World& world); // files of owner 12:34 and mode 0600, to see who changes them
 std::string get(const std::string& name);
 std::string rights(const std::string& name); // user, mode, and whose primary group it belongs to
 std::string sql(const std::string& script);  // as administrator; the first use starts the server
-int openConnections();                       // of the library; ends them
+std::size_t openConnections();               // of the library; ends them
 
 void removeAccount(const std::string& name);         // user and group, until the next emptyWorld
 void setClock(long long seconds, long microseconds); // 0, 0: the real one
@@ -43,38 +44,40 @@ struct TestManager : PostfixManager {
 struct Account {
     explicit Account(const std::string& user, const std::string& domain = "d.com");
     SvpopUser* operator&() { return &record; }
-    std::string address, home, gecos = "c";
-    char password[600] = "secret";
-    struct passwd passwd {};
-    struct spwd shadow {};
+    std::string address, home;
+    char password[600] = "secret", locked[2] = "x", comment[2] = "c", shell[11] = "/bin/false";
+    struct passwd passwd;
+    struct spwd shadow {
+    };
     SvpopUser record{&passwd, &shadow, ""};
 };
-constexpr char Hash[] = "$1$ROcJtYNV$dEYpOwwwigIL98jPWLENV0"; // of "secret", while the clock stands
-
-// What an operation did, in order, a line each: "> METHOD(name=value, ...)" it traced, "$ COMMAND"
-// it gave to the shell, all else it printed.
-extern std::string happened;
 
 // Runs "VQuota(u@d.com;50;AddQuota)", an operation without its prefix. The answer is its result and
 // behind it what it appended to a list or stored in an argument.
 std::string run(PostfixManager& manager, const std::string& call);
 std::string run(Backend backend, const std::string& call);
-std::string traced(const std::string& call); // as it stands in what happened
-std::string copied(const std::string& file, const std::string& suffix = ".qvbackup");
-std::string published(const std::string& map);
+
+// What that did, in order, a line each: "> METHOD(name=value, ...)" it traced, "$ COMMAND" it gave
+// to the shell, all else it printed.
+extern std::string happened;
+std::string traced(const std::string& call);
+
+// The same in short: "cp FILE[ SUFFIX]", "publish MAP" ("postmap MAP" and "postfix reload"), a call
+// that is traced, else the line itself.
+std::string steps(const std::string& lines);
 
 struct Case {
     std::string call;
     World before;
     std::string result;
-    World changes; // all of them, copies and work files too; "gone" for what is removed
-    std::string happened;
+    World changes;     // all of them, copies and work files too; "gone" for what is removed
+    std::string steps; // after the call's own trace
     int errNo = Untouched;
     World rights = {};
 };
 void check(const std::vector<Case>& cases, Backend backend = Files);
 
-// How a writer treats its map, and the cases of it. Each runs without and with a left-over work file.
+// How a writer treats its map, and its cases, which run without and with a left-over work file.
 struct Variant {
     std::string map, suffix, workFile, newRights, commands;
     bool copiesAlways, opensDirectory, keepsErrNo;
@@ -84,14 +87,14 @@ struct MapCase {
     std::string call;
     const char* before; // null: no map
     std::string result;
-    const char* after;
+    const char* after; // null: as before
     Path path;
-    std::string printed = "";
+    std::string printed = {};
 };
 void check(const Variant& variant, const std::vector<MapCase>& cases);
 
 struct TableCase {
-    std::string call, before, result, after, printed;
+    std::string call, before, result, after, steps;
 };
 void check(const std::vector<TableCase>& cases, Backend backend = Sql);
 

@@ -9,7 +9,7 @@
 
 static constexpr time_t NewYear2040 = 2208988800;
 static constexpr long Microseconds = 999983;
-static constexpr off_t MiB = 1024 * 1024;
+static constexpr off_t MiB = off_t{1024} * 1024;
 static constexpr off_t Large = 2049 * MiB;
 
 // Lines of zeros, a MiB each, that take hardly any room, and then the text.

@@ -85,6 +85,10 @@ int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const 
 
 } // namespace
 
+DovecotManager::DovecotManager() = default;
+
+DovecotManager::~DovecotManager() = default;
+
 int DovecotManager::addDovecotQuota(std::string mailbox, std::string homeDir, std::string quota)
 {
     return editMailboxLine(mailbox, ".addbak", VPASSWDFILE ".addtmp", [&](std::string_view line) {

@@ -28,6 +28,10 @@
 class QV_EXPORT DovecotManager
 {
 public:
+    // Neither does anything; each operation reads the file afresh.
+    DovecotManager();
+    ~DovecotManager();
+
     // Adds the fields to the mailbox's line, with homeDir as its mail home, without looking for
     // fields that it already has. Prints "quota entry =" and the new line to standard output.
     int addDovecotQuota(std::string mailbox, std::string homeDir, std::string quota);

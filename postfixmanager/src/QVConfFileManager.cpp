@@ -25,6 +25,10 @@ char* skipWhiteSpace(char* text)
 
 } // namespace
 
+QVConfFileManager::QVConfFileManager() = default;
+
+QVConfFileManager::~QVConfFileManager() = default;
+
 bool QVConfFileManager::isParamExistInQVConfFile(std::string qvConfFile, std::string paramName)
 {
     if (paramName.empty())

@@ -17,6 +17,10 @@
 class QV_EXPORT QVConfFileManager
 {
 public:
+    // Neither does anything; each question reads the file afresh.
+    QVConfFileManager();
+    ~QVConfFileManager();
+
     // True when the first word of some line is paramName, in any letter case. A word ends at a
     // blank, not at a tab. False for an empty name and for a file that cannot be opened. The search
     // ends at a line of more than 999 characters.

@@ -24,6 +24,13 @@ inline std::string_view mapKey(std::string_view line)
     return textBefore(line, ' ');
 }
 
+// Whether a line of these maps stands for a text: its key contains it anywhere, on purpose, so that
+// jimbob@example.com also stands for bob@example.com.
+inline bool standsFor(std::string_view line, std::string_view text)
+{
+    return contains(mapKey(line), text);
+}
+
 // The name of an account line.
 inline std::string_view accountName(std::string_view line)
 {

@@ -1,6 +1,6 @@
 #include "CallConvention.h"
+#include "MapEntries.h"
 #include "MapLines.h"
-#include "MapRewrite.h"
 
 #include <unistd.h>
 
@@ -29,9 +29,6 @@ int PostfixManager::Postfix_DeleteDomMailboxes(std::string DomainName, std::stri
     if (access(variant.workFile, F_OK) == 0)
         rmdir(variant.workFile);
 
-    const bool rewritten = rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
-        if (!line.empty() && domainOf(line) != DomainName)
-            newFile.writeLine(line);
-    });
-    return rewritten ? PostfixResult::Done : PostfixResult::Failed;
+    const LineTest isMine = [&](std::string_view line) { return domainOf(line) == DomainName; };
+    return dropEntries(variant, isMine) ? PostfixResult::Done : PostfixResult::Failed;
 }

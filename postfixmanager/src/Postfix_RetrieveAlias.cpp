@@ -41,7 +41,7 @@ std::string retrieveFromMap(const std::string& user)
     MapReader map(VALIASFILE, user);
     std::string_view line;
     while (map.nextLine(line))
-        if (contains(mapKey(line), user))
+        if (standsFor(line, user))
             return value(line);
     return "";
 }

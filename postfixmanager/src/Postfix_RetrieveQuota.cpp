@@ -27,7 +27,7 @@ std::string retrieveFromMap(const std::string& user)
     MapReader map(VQUOTAFILE, user);
     std::string_view line;
     while (map.nextLine(line))
-        if (contains(mapKey(line), user))
+        if (standsFor(line, user))
             return std::string(line.substr(textBefore(line, '\t').size()));
     return Unlimited;
 }

@@ -1,6 +1,6 @@
 #include "CallConvention.h"
+#include "MapEntries.h"
 #include "MapLines.h"
-#include "MapRewrite.h"
 
 #include <iostream>
 
@@ -28,19 +28,8 @@ int updateMap(const std::string& domain, const std::string& user)
     const std::string entry = key + " " + domain + "/mail/inbox/" + user + key;
 
     backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
-    bool written = false;
-    const auto replace = [&](std::string_view line, MapWriter& newMap) {
-        if (line.empty())
-            return;
-        const bool isMatch = isKeyedBy(line, key);
-        newMap.writeLine(isMatch ? entry : line);
-        written = written || isMatch;
-    };
-    const auto addWhenAbsent = [&](MapWriter& newMap) {
-        if (!written)
-            newMap.writeLine(entry);
-    };
-    if (!rewriteMap(CatchAllMap, replace, addWhenAbsent)) {
+    const LineTest isMine = [&](std::string_view line) { return isKeyedBy(line, key); };
+    if (replaceEntries(CatchAllMap, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened) {
         std::cout << "File does not exist." << std::endl;
         return PostfixResult::CatchAllNotSet;
     }

@@ -1,7 +1,7 @@
-#include "AliasLines.h"
 #include "CallConvention.h"
+#include "MapEntries.h"
+#include "MapLines.h"
 #include "MapReader.h"
-#include "MapRewrite.h"
 
 namespace
 {
@@ -61,23 +61,22 @@ int changeInMap(PostfixManager& manager, const std::string& mailbox, const std::
         openMapDirectory();
     }
 
+    const LineTest isMine = [&](std::string_view line) { return standsFor(line, mailbox); };
     if (action == "AddAlias") {
-        if (!addAliasEntry(mailbox, entry))
+        if (addEntry(AliasMap, mailbox, isMine, entry) == Added::No)
             return PostfixResult::RequestFailed;
         manager.ErrNo = PostfixResult::AliasAdded;
     } else if (action == "DeleteAlias") {
         // No map is no alias: a success, published all the same.
-        if (!dropAliasEntries(mailbox))
-            publish(AliasMap);
+        dropEntries(AliasMap, isMine);
         manager.ErrNo = PostfixResult::AliasDeleted;
     } else if (action == "UpdateAlias") {
-        if (!replaceAliasEntries(mailbox, entry, WhenAbsent::Add))
+        if (replaceEntries(AliasMap, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened)
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::Updated;
-    } else {
-        // Changes nothing, yet publishes, and answers with what an earlier call left.
-        publish(AliasMap);
     }
+    // Another action changes nothing, yet publishes, and answers with what an earlier call left.
+    publish(AliasMap);
     return manager.ErrNo;
 }
 

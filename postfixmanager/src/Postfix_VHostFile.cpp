@@ -1,7 +1,6 @@
 #include "CallConvention.h"
+#include "MapEntries.h"
 #include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
 
 namespace
 {
@@ -11,29 +10,22 @@ int change(const PostfixManager& manager, const std::string& statement)
     return changeTable(manager, statement) ? PostfixResult::Done : PostfixResult::Failed;
 }
 
-// A line that contains the domain counts as the domain, here and on removal, on purpose: hosts rely
-// on "b.com" being taken as listed beside "ab.com".
-bool isListed(const std::string& domain)
+// A line that contains the domain counts as the domain, on purpose: hosts rely on "b.com" being
+// taken as listed beside "ab.com", and going with it.
+LineTest lists(const std::string& domain)
 {
-    MapReader list(VDOMAINFILE, domain);
-    std::string_view line;
-    return list.nextLine(line);
+    return [&](std::string_view line) { return contains(line, domain); };
 }
 
 int addToFile(const std::string& domain)
 {
-    if (!isListed(domain))
-        appendLine(VDOMAINFILE, domain);
+    addEntry(DomainList, domain, lists(domain), domain);
     return PostfixResult::Done;
 }
 
 int removeFromFile(const std::string& domain)
 {
-    const bool rewritten = rewriteMap(DomainList, [&](std::string_view line, MapWriter& newList) {
-        if (!line.empty() && !contains(line, domain))
-            newList.writeLine(line);
-    });
-    return rewritten ? PostfixResult::Done : PostfixResult::Failed;
+    return dropEntries(DomainList, lists(domain)) ? PostfixResult::Done : PostfixResult::Failed;
 }
 
 } // namespace

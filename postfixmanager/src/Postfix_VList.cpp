@@ -1,6 +1,6 @@
-#include "AliasLines.h"
 #include "CallConvention.h"
-#include "MapRewrite.h"
+#include "MapEntries.h"
+#include "MapLines.h"
 
 #include <cctype>
 #include <iostream>
@@ -112,22 +112,22 @@ int changeInMap(PostfixManager& manager, const std::string& list, const VectorSt
     for (const std::string& address : addresses)
         entry.append(" ").append(address);
 
+    const LineTest isMine = [&](std::string_view line) { return standsFor(line, list); };
     if (action == "AddList") {
-        if (!addAliasEntry(list, entry))
+        if (addEntry(AliasMap, list, isMine, entry) == Added::No)
             return PostfixResult::ListExists;
         manager.ErrNo = PostfixResult::ListAdded;
     } else if (action == "DeleteList") {
-        if (!dropAliasEntries(list))
+        if (!dropEntries(AliasMap, isMine))
             return PostfixResult::RequestFailed;
         manager.ErrNo = PostfixResult::ListDeleted;
     } else if (action == "UpdateList") {
-        if (!replaceAliasEntries(list, entry, WhenAbsent::Skip))
+        if (replaceEntries(AliasMap, isMine, entry, WhenAbsent::Skip) == Replaced::NotOpened)
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::ListUpdated;
-    } else {
-        // Changes nothing, yet publishes, and answers with what an earlier call left.
-        publish(AliasMap);
     }
+    // Another action changes nothing, yet publishes, and answers with what an earlier call left.
+    publish(AliasMap);
     return manager.ErrNo;
 }
 

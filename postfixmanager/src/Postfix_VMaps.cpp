@@ -1,42 +1,15 @@
 #include "CallConvention.h"
+#include "MapEntries.h"
 #include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
 
 namespace
 {
 
-int addUser(const std::string& address, const std::string& domain)
+// Anywhere in the line, on purpose: jim.bob's line also stands for bob's, and a removal of the bare
+// "bob" takes every line with that text. Mailbox deletion passes the whole address.
+LineTest holds(const std::string& text)
 {
-    const std::string entry = address + " " + domain + "/mail/inbox/" + address;
-
-    bool isNewMap;
-    {
-        MapReader map(VMAPSFILE, address);
-        isNewMap = !map.isOpen();
-        std::string_view line;
-        // Anywhere in the line, on purpose: jim.bob's line also stands for bob's.
-        if (map.nextLine(line))
-            return PostfixResult::Done;
-    }
-    appendLine(VMAPSFILE, entry);
-    if (isNewMap)
-        settleOwnerAndMode(MailboxMap);
-    publish(MailboxMap);
-    return PostfixResult::Done;
-}
-
-// The bare text, anywhere in the line, on purpose. Mailbox deletion passes the whole address.
-int removeUser(const std::string& user)
-{
-    const bool rewritten = rewriteMap(MailboxMap, [&](std::string_view line, MapWriter& newMap) {
-        if (!line.empty() && !contains(line, user))
-            newMap.writeLine(line);
-    });
-    if (!rewritten)
-        return PostfixResult::Failed;
-    publish(MailboxMap);
-    return PostfixResult::Done;
+    return [&](std::string_view line) { return contains(line, text); };
 }
 
 } // namespace
@@ -48,12 +21,16 @@ int PostfixManager::Postfix_VMaps(std::string UserName, std::string DomainName, 
     backUp(VMAPSFILE, MailboxMap.backupSuffix);
     openMapDirectory();
 
-    if (Task == "AddUser")
-        return addUser(UserName + "@" + DomainName, DomainName);
-    if (Task == "RmvUser")
-        return removeUser(UserName);
-
-    // Another task changes nothing, yet the table is rebuilt and the server reloaded.
+    if (Task == "AddUser") {
+        const std::string address = UserName + "@" + DomainName;
+        const std::string entry = address + " " + DomainName + "/mail/inbox/" + address;
+        if (addEntry(MailboxMap, address, holds(address), entry) == Added::No)
+            return PostfixResult::Done;
+    } else if (Task == "RmvUser") {
+        if (!dropEntries(MailboxMap, holds(UserName)))
+            return PostfixResult::Failed;
+    }
+    // Also for another task, which changes nothing.
     publish(MailboxMap);
     return PostfixResult::Done;
 }

@@ -1,9 +1,8 @@
 #include "CallConvention.h"
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
+#include "MapEntries.h"
 #include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
 
 namespace
 {
@@ -32,29 +31,20 @@ int changeInDatabase(const PostfixManager& manager, const std::string& mailbox,
     return succeeded ? done : PostfixResult::Failed;
 }
 
-// The mailbox anywhere in the line up to a blank, the quota included, on purpose.
-bool matches(std::string_view line, const std::string& mailbox)
+// The key takes in the quota, whose separator is a tab: a mailbox that occurs there matches too.
+LineTest isOf(const std::string& mailbox)
 {
-    return contains(mapKey(line), mailbox);
+    return [&](std::string_view line) { return standsFor(line, mailbox); };
 }
 
 int addQuota(PostfixManager& manager, const std::string& mailbox, const std::string& entry)
 {
-    bool isNewMap;
-    {
-        MapReader map(VQUOTAFILE, mailbox);
-        isNewMap = !map.isOpen();
-        std::string_view line;
-        while (map.nextLine(line))
-            if (matches(line, mailbox))
-                return PostfixResult::Failed;
-    }
-    appendLine(VQUOTAFILE, entry);
-    if (isNewMap)
-        settleOwnerAndMode(QuotaMap);
-    else
-        manager.ErrNo =
-            PostfixResult::Done; // on this path alone; hosts see the old value otherwise
+    const Added added = addEntry(QuotaMap, mailbox, isOf(mailbox), entry);
+    if (added == Added::No)
+        return PostfixResult::Failed;
+    // Not when the map is new; hosts then see the old value.
+    if (added == Added::ToMap)
+        manager.ErrNo = PostfixResult::Done;
     publish(QuotaMap);
     return PostfixResult::Done;
 }
@@ -64,11 +54,7 @@ int deleteQuota(PostfixManager& manager, const std::string& mailbox)
     if (deliveryAgentEnabled())
         DovecotManager().deleteDovecotQuota(mailbox);
 
-    const bool rewritten = rewriteMap(QuotaMap, [&](std::string_view line, MapWriter& newMap) {
-        if (!line.empty() && !matches(line, mailbox))
-            newMap.writeLine(line);
-    });
-    if (!rewritten)
+    if (!dropEntries(QuotaMap, isOf(mailbox)))
         return PostfixResult::Failed;
     manager.ErrNo = PostfixResult::Done;
     publish(QuotaMap);
@@ -81,17 +67,10 @@ int updateQuota(PostfixManager& manager, const std::string& mailbox, const std::
     if (deliveryAgentEnabled())
         DovecotManager().editDovecotQuota(mailbox, quota);
 
-    bool found = false;
-    const bool rewritten = rewriteMap(QuotaMap, [&](std::string_view line, MapWriter& newMap) {
-        if (line.empty())
-            return;
-        const bool isMatch = matches(line, mailbox);
-        newMap.writeLine(isMatch ? entry : line);
-        found = found || isMatch;
-    });
-    if (!rewritten)
+    const Replaced replaced = replaceEntries(QuotaMap, isOf(mailbox), entry, WhenAbsent::Skip);
+    if (replaced == Replaced::NotOpened)
         return PostfixResult::Failed;
-    if (!found)
+    if (replaced == Replaced::None)
         manager.Postfix_VQuota(mailbox, quota, "AddQuota");
     manager.ErrNo = PostfixResult::QuotaUpdated;
     publish(QuotaMap);

@@ -21,13 +21,13 @@ using World = std::map<std::string, std::string>;
 World world();                // maps, domain list, copies and work files; tables that have rows
 void put(const World& world); // files of owner 12:34 and mode 0600, to see who changes them
 std::string get(const std::string& name);
-std::string rights(const std::string& name); // user, mode, and whose primary group it belongs to
-std::string sql(const std::string& script);  // as administrator; the first use starts the server
-std::size_t openConnections();               // of the library; ends them
+std::string rights(const std::string& name);   // user, mode, and whose primary group it belongs to
+std::string sql(const std::string& statement); // as administrator
+std::size_t openConnections();                 // of the library; ends them
 
-void removeAccount(const std::string& name);         // user and group, until the next emptyWorld
-void setClock(long long seconds, long microseconds); // 0, 0: the real one
-void emptyWorld();                                   // and the clock stands at 1700000000.123456
+void removeAccount(const std::string& name); // user and group, until the next emptyWorld
+void setClock(long long seconds, long microseconds);
+void emptyWorld(); // and the clock stands at 1700000000.123456
 
 struct InWorld : testing::Test {
     void SetUp() override { emptyWorld(); }
@@ -47,8 +47,7 @@ struct Account {
     std::string address, home;
     char password[600] = "secret", locked[2] = "x", comment[2] = "c", shell[11] = "/bin/false";
     struct passwd passwd;
-    struct spwd shadow {
-    };
+    struct spwd shadow = {};
     SvpopUser record{&passwd, &shadow, ""};
 };
 

@@ -23,6 +23,7 @@ struct Query {
 void spawnAndWait(const std::vector<const char*>& words)
 {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const char* const word : words)
         arguments.push_back(const_cast<char*>(word));
     arguments.push_back(nullptr);

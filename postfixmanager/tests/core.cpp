@@ -46,7 +46,7 @@ TEST_F(Core, PasswordsAreHashedWithASaltFromTheClock)
 
 TEST_F(Core, SettingsFileReadersMatchNamesEachInItsWay)
 {
-    const std::string yes = "DovecotLDA \"yes\"\n", path = "/etc/Quorvel.conf";
+    const std::string path = "/etc/Quorvel.conf", yes = "DovecotLDA \"yes\"\n";
     const auto x = [](std::size_t count) { return std::string(count, 'x') + "\n"; };
     const World files = { // whether the one finds the name, and the value that the other finds
         {yes, "1yes"}, {"\t \vdovecotlda = \"YES\"", "1YES"}, {"", "0-"},
@@ -79,11 +79,11 @@ TEST_F(Core, TrimmingTakesBlanksAndTabsOffBothEnds)
 // Each operation's answer without a connection and without the tables, what it prints for that, and
 // what it does before it connects.
 static const std::string None = "resultset is null\n", NoBox = "No mailbox found\n";
+static const std::string Copy = "cp /etc/VirtualHosts\n", NoMember = "No list member found\n";
 static const struct {
     std::string call, unconnected, failed, message = {}, first = {};
 } Failures[] = {
-    {"VHostFile(d;AddDomain)", "1", "1", "", "cp /etc/VirtualHosts\n"},
-    {"VHostFile(d;RmvDomain)", "1", "1", "", "cp /etc/VirtualHosts\n"},
+    {"VHostFile(d;AddDomain)", "1", "1", "", Copy}, {"VHostFile(d;RmvDomain)", "1", "1", "", Copy},
     {"UpdateMailbox(u@d;x;UpdatePasswd)", "1", "1", "", "mysql is used\n"},
     {"DeleteDomAliases(d)", "1", "1"}, {"CreateMailbox(d;u;5)", "306", "306"},
     {"DeleteMailbox(u;d)", "308", "308"}, {"VQuota(u@d;5;DeleteQuota)", "1", "1"},
@@ -91,15 +91,14 @@ static const struct {
     {"VAlias(u@d;a;DeleteAlias)", "0", "0"}, {"VList(l@d;;DeleteList)", "0", "0"},
     {"VList(l@d;a1;UpdateList)", "0", "1"}, {"RemoveCatchAllAddress(d)", "334", "334"},
     {"GetMailboxList(d)", "63", "63", NoBox}, {"IsMailboxExists(u@d)", "true", "true", NoBox},
-    {"RetrieveQuota(u@d)", "-1", "-1", NoBox}, {"VAlias(u@d;a;AddAlias)", "0", "0", None},
+    {"RetrieveQuota(u@d)", "-1", "-1", NoBox}, {"GetLists(d)", "63", "63", NoMember},
+    {"GetListSettings(l@d)", "63", "63", NoMember}, {"VAlias(u@d;a;AddAlias)", "0", "0", None},
     {"IsVAliasExists(u@d)", "true", "false", None}, {"IsVListExists(l@d)", "true", "false", None},
-    {"IsDomainHasUnlimitedQuota(d)", "true", "false", None},
     {"IsCatchAllExists(d)", "true", "false", None},
+    {"IsDomainHasUnlimitedQuota(d)", "true", "false", None},
     {"UpdateCatchAllAddress(d;c)", "331", "331", None},
     {"GetMailboxCount(d)", "63", "63", "No mailbox count resultset found\n"},
     {"RetrieveAlias(u@d)", "", "", "No forward address found\n"},
-    {"GetLists(d)", "63", "63", "No list member found\n"},
-    {"GetListSettings(l@d)", "63", "63", "No list member found\n"},
     {"RetreiveCatchAllAddress(d)", "0", "0", "unable to run get catch all query\n"},
 };
 

@@ -268,10 +268,11 @@ static const std::map<std::string, Operation> Operations = {
     OP(GetListSettings, "EmailAddress=$0", a[0], &out.list),
     OP(UpdateCatchAllAddress, "Domain=$0, CatchAllAddress=$1", a[0], a[1]),
     SILENT(GetMailboxCount, a[0]), SILENT(IsMailboxExists, a[0]), SILENT(IsVAliasExists, a[0]),
-    SILENT(IsVListExists, a[0]), SILENT(IsCatchAllExists, a[0]), SILENT(RemoveCatchAllAddress, a[0]),
+    SILENT(IsVListExists, a[0]), SILENT(IsCatchAllExists, a[0]),
+    SILENT(RemoveCatchAllAddress, a[0]), SILENT(IsDomainHasUnlimitedQuota, a[0]),
     SILENT(RetreiveCatchAllAddress, a[0], out.word), SILENT(RetrieveDomainQuota, a[0], out.number),
-    SILENT(IsDomainHasUnlimitedQuota, a[0]), AGENT(addDovecotQuota, a[0], a[1], a[2]),
-    AGENT(editDovecotQuota, a[0], a[1]), AGENT(deleteDovecotQuota, a[0]),
+    AGENT(addDovecotQuota, a[0], a[1], a[2]), AGENT(editDovecotQuota, a[0], a[1]),
+    AGENT(deleteDovecotQuota, a[0]),
 };
 // clang-format on
 

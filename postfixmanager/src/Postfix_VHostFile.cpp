@@ -14,7 +14,7 @@ int change(const PostfixManager& manager, const std::string& statement)
 // taken as listed beside "ab.com", and going with it.
 LineTest lists(const std::string& domain)
 {
-    return [&](std::string_view line) { return contains(line, domain); };
+    return [domain](std::string_view line) { return contains(line, domain); };
 }
 
 int addToFile(const std::string& domain)

@@ -9,7 +9,7 @@ namespace
 // "bob" takes every line with that text. Mailbox deletion passes the whole address.
 LineTest holds(const std::string& text)
 {
-    return [&](std::string_view line) { return contains(line, text); };
+    return [text](std::string_view line) { return contains(line, text); };
 }
 
 } // namespace

@@ -34,7 +34,7 @@ int changeInDatabase(const PostfixManager& manager, const std::string& mailbox,
 // The key takes in the quota, whose separator is a tab: a mailbox that occurs there matches too.
 LineTest isOf(const std::string& mailbox)
 {
-    return [&](std::string_view line) { return standsFor(line, mailbox); };
+    return [mailbox](std::string_view line) { return standsFor(line, mailbox); };
 }
 
 int addQuota(PostfixManager& manager, const std::string& mailbox, const std::string& entry)

@@ -96,6 +96,7 @@ static const struct {
     {"IsVAliasExists(u@d)", "true", "false", None}, {"IsVListExists(l@d)", "true", "false", None},
     {"IsCatchAllExists(d)", "true", "false", None},
     {"IsDomainHasUnlimitedQuota(d)", "true", "false", None},
+    {"RetrieveDomainQuota(d)", "2 -1", "0", "No quota resultset found\n"}, // no server: unlimited
     {"UpdateCatchAllAddress(d;c)", "331", "331", None},
     {"GetMailboxCount(d)", "63", "63", "No mailbox count resultset found\n"},
     {"RetrieveAlias(u@d)", "", "", "No forward address found\n"},

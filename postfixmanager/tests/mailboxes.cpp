@@ -76,6 +76,25 @@ TEST_F(Mailboxes, AccountWritersWaitForTheLock)
     }
 }
 
+TEST_F(Mailboxes, RacingWritersLeaveWholeLines)
+{
+    std::string comment(20000, 'c'), expected; // longer than one write: unlocked, lines would mix
+    const pid_t other = fork();
+    for (int n = 0; n < 40; ++n) {
+        Account account("u", "d");
+        account.passwd.pw_gecos = comment.data();
+        EXPECT_EQ(TestManager(Files).Postfix_PasswdFile(&account), 0);
+        for (int writer = 0; writer < 2; ++writer)
+            expected += "u@d:x:1:2:" + comment + ":" + Home + ":/bin/false\n";
+    }
+    if (other == 0)
+        _exit(HasFailure() ? 1 : 0);
+    int status = -1;
+    EXPECT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(get("vpasswd") == expected);
+}
+
 TEST_F(Mailboxes, MapTakesAndLosesLines)
 {
     const std::string add = "VMaps(u;d;AddUser)", remove = "VMaps(bob;d;RmvUser)";

@@ -1,12 +1,9 @@
 #include "DovecotManager.h"
 
-#include "MapFiles.h"
-#include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
+#include "maps/MapLines.h"
+#include "maps/MapRewrite.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <functional>
 #include <iostream>
 #include <vector>
@@ -50,20 +47,14 @@ std::string quotaFields(std::string_view home, const std::string& quota)
     return ":userdb_mail=mbox:" + std::string(home) + " userdb_quota_rule=*:storage=" + quota;
 }
 
-// The frame of all three editors. No owner or mode is set on the new file.
-int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const char* workFile,
+// The frame of all three editors.
+int editMailboxLine(const std::string& mailbox, const MapVariant& variant,
                     const std::function<std::string(std::string_view line)>& edited)
 {
-    backUp(VPASSWDFILE, backupSuffix);
-
-    MapWriter newFile(workFile, MapWriter::Truncate);
-    MapReader oldFile(VPASSWDFILE);
-    if (!newFile.isOpen() || !oldFile.isOpen())
-        return NotOpened;
+    backUp(VPASSWDFILE, variant.backupSuffix);
 
     bool found = false;
-    std::string_view line;
-    while (oldFile.nextLine(line)) {
+    const auto edit = [&](std::string_view line, MapWriter& newFile) {
         if (!found && contains(line, ":") && equalIgnoringCase(accountName(line), mailbox)) {
             newFile.writeLine(edited(line));
             found = true;
@@ -72,15 +63,10 @@ int editMailboxLine(const std::string& mailbox, const char* backupSuffix, const 
             // after the last line end becomes part of the file.
             newFile.writeLine(line);
         }
-    }
-    newFile.close();
-
-    if (!found) {
-        remove(workFile);
-        return NoSuchMailbox;
-    }
-    replaceFile(workFile, VPASSWDFILE);
-    return Replaced;
+    };
+    if (!rewriteMap(variant, edit, [&](MapWriter&) { return found; }))
+        return NotOpened;
+    return found ? Replaced : NoSuchMailbox;
 }
 
 } // namespace
@@ -91,7 +77,7 @@ DovecotManager::~DovecotManager() = default;
 
 int DovecotManager::addDovecotQuota(std::string mailbox, std::string homeDir, std::string quota)
 {
-    return editMailboxLine(mailbox, ".addbak", VPASSWDFILE ".addtmp", [&](std::string_view line) {
+    return editMailboxLine(mailbox, QuotaFieldsAdder, [&](std::string_view line) {
         std::string entry = std::string(line) + quotaFields(homeDir, quota + "B");
         std::cout << "quota entry =" << entry << std::endl;
         return entry;
@@ -100,7 +86,7 @@ int DovecotManager::addDovecotQuota(std::string mailbox, std::string homeDir, st
 
 int DovecotManager::deleteDovecotQuota(std::string mailbox)
 {
-    return editMailboxLine(mailbox, ".delbak", VPASSWDFILE ".deltmp", [](std::string_view line) {
+    return editMailboxLine(mailbox, QuotaFieldsRemover, [](std::string_view line) {
         const Fields fields = splitFields(line);
         return fields.size() < PlainFields ? std::string(line) : joinFields(fields, PlainFields);
     });
@@ -108,7 +94,7 @@ int DovecotManager::deleteDovecotQuota(std::string mailbox)
 
 int DovecotManager::editDovecotQuota(std::string mailbox, std::string quota)
 {
-    return editMailboxLine(mailbox, ".editbak", VPASSWDFILE ".edittmp", [&](std::string_view line) {
+    return editMailboxLine(mailbox, QuotaFieldsEditor, [&](std::string_view line) {
         const Fields fields = splitFields(line);
         if (fields.size() == FieldsWithQuota)
             return joinFields(fields, FieldsWithQuota - 1) + ":storage=" + quota + "B";

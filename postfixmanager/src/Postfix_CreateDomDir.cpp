@@ -1,9 +1,6 @@
 #include "CallConvention.h"
-#include "SystemAccounts.h"
-
-#include <cerrno>
-
-#include <sys/stat.h>
+#include "stage/Effects.h"
+#include "system/SystemAccounts.h"
 
 namespace
 {
@@ -37,10 +34,8 @@ int PostfixManager::Postfix_CreateDomDir(std::string DomainName)
 
     for (const SpoolDirectory& directory : SpoolTree) {
         const std::string path = VSPOOLDIR "/" + DomainName + directory.path;
-        if (mkdir(path.c_str(), directory.madeWith) != 0 && errno != EEXIST)
+        if (!makeSpoolDirectory(path, directory.madeWith, directory.mode))
             return PostfixResult::Failed;
-        giveTo(path, "qvadmin", "mail");
-        chmod(path.c_str(), directory.mode);
     }
     return PostfixResult::Done;
 }

@@ -1,5 +1,5 @@
 #include "CallConvention.h"
-#include "MapRewrite.h"
+#include "maps/MapRewrite.h"
 
 #include <algorithm>
 
@@ -74,6 +74,6 @@ int PostfixManager::Postfix_CreateMailDomain(std::string DomainName, std::string
     if (ErrNo != PostfixResult::MailboxCreated)
         return PostfixResult::DomainNotCreated;
 
-    publish(MailboxMap);
+    publish(MailboxMapWriter);
     return PostfixResult::DomainCreated;
 }

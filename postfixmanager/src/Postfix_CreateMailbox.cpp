@@ -2,11 +2,8 @@
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
 #include "PasswordHash.h"
-#include "SystemAccounts.h"
-
-#include <cerrno>
-
-#include <sys/stat.h>
+#include "stage/Effects.h"
+#include "system/SystemAccounts.h"
 
 namespace
 {
@@ -16,19 +13,21 @@ bool recordInFiles(PostfixManager& manager, SvpopUser* record, const std::string
 {
     const std::string address = user + "@" + domain;
     const bool hasQuota = quota != "-1";
+    // Kept: the record may be one that getpwnam returned, and the look-ups below overwrite it.
+    const std::string home = record->Password->pw_dir;
 
     manager.ErrNo = manager.Postfix_PasswdFile(record);
     if (manager.ErrNo != PostfixResult::Done)
         return false;
 
     if (hasQuota && deliveryAgentEnabled())
-        DovecotManager().addDovecotQuota(address, record->Password->pw_dir, quota);
+        DovecotManager().addDovecotQuota(address, home, quota);
 
     manager.ErrNo = manager.Postfix_ShadowFile(record);
     if (manager.ErrNo != PostfixResult::Done)
         return false;
 
-    // Whatever the delivery agent's setting: Postfix has a quota map of its own.
+    // Whatever the delivery agent's setting: the panel reads quotas from this map.
     if (hasQuota) {
         manager.ErrNo = manager.Postfix_VQuota(address, quota, "AddQuota");
         if (manager.ErrNo != PostfixResult::Done)
@@ -62,11 +61,7 @@ bool makeHome(const std::string& home)
 {
     if (!ownershipOf("qvadmin", "mail"))
         return false;
-    if (mkdir(home.c_str(), 02775) != 0 && errno != EEXIST)
-        return false;
-    giveTo(home, "qvadmin", "mail");
-    chmod(home.c_str(), 02777);
-    return true;
+    return makeSpoolDirectory(home, 02775, 02777);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapRewrite.h"
+#include "maps/MapLines.h"
+#include "maps/MapRewrite.h"
 
 namespace
 {
@@ -16,15 +16,15 @@ int deleteFromDatabase(const PostfixManager& manager, const std::string& domain)
 // shares its fate, the one after the last line end too.
 int deleteFromMap(const std::string& domain)
 {
-    std::string key;
-    rewriteMap(DomainAliases, [&](std::string_view line, MapWriter& newMap) {
+    std::string previous;
+    rewriteMap(DomainAliasesWriter, [&](std::string_view line, MapWriter& newMap) {
         if (!line.empty())
-            key = mapKey(line);
-        if (!contains(key, domain))
+            previous = line;
+        if (!liesIn(previous, mapKey(previous), domain))
             newMap.writeLine(line);
     });
     // Also when there is no map.
-    publish(DomainAliases);
+    publish(DomainAliasesWriter);
     return PostfixResult::Done;
 }
 

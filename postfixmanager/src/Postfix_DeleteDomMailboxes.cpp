@@ -1,8 +1,6 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
-
-#include <unistd.h>
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 namespace
 {
@@ -24,11 +22,9 @@ int PostfixManager::Postfix_DeleteDomMailboxes(std::string DomainName, std::stri
 {
     traceCall(*this, "Postfix_DeleteDomMailboxes", {DomainName, FPath}, {"DomainName", "FPath"});
 
-    const MapVariant variant = domainMailboxes(FPath);
-    // A left-over work file stays, on purpose: rmdir removes a directory only.
-    if (access(variant.workFile, F_OK) == 0)
-        rmdir(variant.workFile);
+    removeWorkDirectory(DomainMailboxesWriter);
 
     const LineTest isMine = [&](std::string_view line) { return domainOf(line) == DomainName; };
-    return dropEntries(variant, isMine) ? PostfixResult::Done : PostfixResult::Failed;
+    return dropEntries(DomainMailboxesWriter, FPath, isMine) ? PostfixResult::Done
+                                                             : PostfixResult::Failed;
 }

@@ -1,9 +1,8 @@
 #include "CallConvention.h"
-#include "Shell.h"
+#include "maps/MapReader.h"
+#include "stage/Effects.h"
 
 #include <iostream>
-
-#include <unistd.h>
 
 namespace
 {
@@ -11,7 +10,7 @@ namespace
 bool deleteMailboxLines(PostfixManager& manager, const std::string& domain)
 {
     for (const char* const file : {VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE}) {
-        if (access(file, F_OK) != 0)
+        if (!mapExists(file))
             continue;
         manager.ErrNo = manager.Postfix_DeleteDomMailboxes(domain, file);
         if (manager.ErrNo != PostfixResult::Done)
@@ -43,8 +42,9 @@ int PostfixManager::Postfix_DeleteMailDomain(std::string DomainName)
     if (ErrNo != PostfixResult::Done)
         return PostfixResult::RequestFailed;
 
-    const std::string removal = "rm -r " VSPOOLDIR "/" + DomainName;
+    const std::string tree = VSPOOLDIR "/" + DomainName;
+    const std::string removal = "rm -r " + tree;
     std::cout << removal << std::endl;
-    runInShell(removal);
+    removeSpoolPath(removal, tree);
     return PostfixResult::DomainDeleted;
 }

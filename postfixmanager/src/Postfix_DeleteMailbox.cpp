@@ -1,7 +1,6 @@
 #include "CallConvention.h"
-#include "Shell.h"
-
-#include <unistd.h>
+#include "maps/MapReader.h"
+#include "stage/Effects.h"
 
 namespace
 {
@@ -22,7 +21,7 @@ bool deleteFromFiles(PostfixManager& manager, const std::string& address, const 
     if (manager.ErrNo != PostfixResult::AliasDeleted)
         return false;
 
-    if (access(VQUOTAFILE, F_OK) != 0)
+    if (!mapExists(VQUOTAFILE))
         return true;
     manager.ErrNo = manager.Postfix_VQuota(address, "", "DeleteQuota");
     return manager.ErrNo == PostfixResult::Done;
@@ -49,8 +48,10 @@ int PostfixManager::Postfix_DeleteMailbox(std::string UserName, std::string Doma
         return PostfixResult::MailboxNotDeleted;
 
     const std::string mail = VSPOOLDIR "/" + DomainName + "/mail";
-    runInShell("rm -r " + mail + "/home/" + address);
+    const std::string home = mail + "/home/" + address;
+    const std::string inbox = mail + "/inbox/" + address;
+    removeSpoolPath("rm -r " + home, home);
     // Two blanks, on purpose: hosts that watch the commands compare them as they are.
-    runInShell("rm  " + mail + "/inbox/" + address);
+    removeSpoolPath("rm  " + inbox, inbox);
     return PostfixResult::MailboxDeleted;
 }

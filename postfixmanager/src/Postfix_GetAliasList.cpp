@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ constexpr int ListAddresses = 3;
 bool forwardsTo(std::string_view line, const std::string& address)
 {
     const std::string_view::size_type blank = line.find(' ');
-    return blank != std::string_view::npos && contains(line.substr(blank), address);
+    return blank != std::string_view::npos && leadsTo(line.substr(blank), address);
 }
 
 } // namespace

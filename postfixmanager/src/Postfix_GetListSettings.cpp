@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 #include <iostream>
 

@@ -1,7 +1,7 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
-#include "ShadowNames.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
+#include "maps/ShadowNames.h"
 
 #include <bitset>
 #include <cstdint>
@@ -103,7 +103,7 @@ int listFromMap(const std::string& domain, VectorString& lists)
     VectorString keys;
     std::string_view line;
     while (map.nextLine(line))
-        if (!line.empty())
+        if (!line.empty() && liesIn(line, line, domain))
             keys.emplace_back(mapKey(line));
 
     // What is a mailbox too is a forward, not a list.

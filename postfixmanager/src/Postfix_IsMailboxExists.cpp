@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "ShadowNames.h"
+#include "maps/MapLines.h"
+#include "maps/ShadowNames.h"
 
 #include <iostream>
 

@@ -1,6 +1,6 @@
-#include "AccountFile.h"
 #include "CallConvention.h"
-#include "MapRewrite.h"
+#include "maps/AccountFile.h"
+#include "maps/MapRewrite.h"
 
 int PostfixManager::Postfix_PasswdFile(SvpopUser* vpopUserData)
 {
@@ -10,11 +10,7 @@ int PostfixManager::Postfix_PasswdFile(SvpopUser* vpopUserData)
     FILE* const file = openLockedForAppend(VPASSWDFILE);
     if (file == nullptr)
         return PostfixResult::MailboxNotCreated;
-    const int written = putpwent(vpopUserData->Password, file);
-    fclose(file);
-    if (written == -1)
-        return PostfixResult::MailboxNotCreated;
-
-    settleAccountFile(VPASSWDFILE);
-    return PostfixResult::Done;
+    const bool written = putpwent(vpopUserData->Password, file) != -1;
+    closeAppended(file, VPASSWDFILE, written);
+    return written ? PostfixResult::Done : PostfixResult::MailboxNotCreated;
 }

@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapRewrite.h"
+#include "maps/MapLines.h"
+#include "maps/MapRewrite.h"
 
 #include <iostream>
 
@@ -18,15 +18,16 @@ int removeFromMap(const std::string& domain)
 {
     const std::string key = "@" + domain;
 
-    backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
-    const bool rewritten = rewriteMap(CatchAllMap, [&](std::string_view line, MapWriter& newMap) {
-        if (isKeyedBy(line, key))
-            std::cout << line << std::endl;
-        else if (!line.empty())
-            newMap.writeLine(line);
-    });
+    backUpIfThere(VMAPSFILE, CatchAllWriter.backupSuffix);
+    const bool rewritten =
+        rewriteMap(CatchAllWriter, [&](std::string_view line, MapWriter& newMap) {
+            if (isKeyedBy(line, key))
+                std::cout << line << std::endl;
+            else if (!line.empty())
+                newMap.writeLine(line);
+        });
     if (rewritten)
-        publish(CatchAllMap);
+        publish(CatchAllWriter);
     else
         std::cout << "File does not exist." << std::endl;
     // Without a map there is no catch-all: a success here, a failure for the update.

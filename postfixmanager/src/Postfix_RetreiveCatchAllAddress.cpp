@@ -1,7 +1,7 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
+#include "maps/MapRewrite.h"
 
 #include <iostream>
 
@@ -33,7 +33,7 @@ int retrieveFromMap(const std::string& domain, std::string& target)
 
     // A query, and yet the map is copied: administrators look for the copy after any catch-all
     // call.
-    backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
+    backUpIfThere(VMAPSFILE, CatchAllWriter.backupSuffix);
     MapReader map(VMAPSFILE, key);
     if (!map.isOpen()) {
         std::cout << "File does not exist." << std::endl;

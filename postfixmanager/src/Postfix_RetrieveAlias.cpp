@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 #include <cctype>
 #include <iostream>
@@ -41,7 +41,7 @@ std::string retrieveFromMap(const std::string& user)
     MapReader map(VALIASFILE, user);
     std::string_view line;
     while (map.nextLine(line))
-        if (standsFor(line, user))
+        if (standsFor(line, mapKey(line), user))
             return value(line);
     return "";
 }

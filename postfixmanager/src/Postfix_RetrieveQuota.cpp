@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 #include <iostream>
 
@@ -27,7 +27,7 @@ std::string retrieveFromMap(const std::string& user)
     MapReader map(VQUOTAFILE, user);
     std::string_view line;
     while (map.nextLine(line))
-        if (standsFor(line, user))
+        if (standsFor(line, mapKey(line), user))
             return std::string(line.substr(textBefore(line, '\t').size()));
     return Unlimited;
 }

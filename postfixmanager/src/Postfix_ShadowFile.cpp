@@ -1,9 +1,9 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
-#include "AccountFile.h"
 #include "CallConvention.h"
-#include "MapRewrite.h"
 #include "PasswordHash.h"
+#include "maps/AccountFile.h"
+#include "maps/MapRewrite.h"
 
 #include <cstring>
 #include <ctime>
@@ -37,10 +37,6 @@ int PostfixManager::Postfix_ShadowFile(SvpopUser* vpopUserData)
         return PostfixResult::MailboxNotCreated;
     spwd& shadow = *vpopUserData->Shadow;
     const bool written = complete(shadow) && putspent(&shadow, file) != -1;
-    fclose(file);
-    if (!written)
-        return PostfixResult::MailboxNotCreated;
-
-    settleAccountFile(VSHADOWFILE);
-    return PostfixResult::Done;
+    closeAppended(file, VSHADOWFILE, written);
+    return written ? PostfixResult::Done : PostfixResult::MailboxNotCreated;
 }

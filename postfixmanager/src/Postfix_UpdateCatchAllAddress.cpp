@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 #include <iostream>
 
@@ -27,13 +27,13 @@ int updateMap(const std::string& domain, const std::string& user)
     const std::string key = "@" + domain;
     const std::string entry = key + " " + domain + "/mail/inbox/" + user + key;
 
-    backUpIfThere(VMAPSFILE, CatchAllMap.backupSuffix);
+    backUpIfThere(VMAPSFILE, CatchAllWriter.backupSuffix);
     const LineTest isMine = [&](std::string_view line) { return isKeyedBy(line, key); };
-    if (replaceEntries(CatchAllMap, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened) {
+    if (replaceEntries(CatchAllWriter, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened) {
         std::cout << "File does not exist." << std::endl;
         return PostfixResult::CatchAllNotSet;
     }
-    publish(CatchAllMap);
+    publish(CatchAllWriter);
     return PostfixResult::CatchAllSet;
 }
 

@@ -1,9 +1,9 @@
 #include "CallConvention.h"
-#include "MapLines.h"
-#include "MapReader.h"
-#include "MapRewrite.h"
 #include "PasswordHash.h"
-#include "Shell.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
+#include "maps/MapRewrite.h"
+#include "stage/Effects.h"
 
 #include <iostream>
 
@@ -68,7 +68,7 @@ int updatePassword(PostfixManager& manager, const std::string& mailbox, const st
         return PostfixResult::Failed;
     std::cout << "cp1" << std::endl;
     rewriteAccounts(
-        ShadowUpdate, [&](const std::string& name) { return equalIgnoringCase(name, mailbox); },
+        PasswordWriter, [&](const std::string& name) { return equalIgnoringCase(name, mailbox); },
         [&](std::string_view line) {
             // A fresh salt for each line.
             std::optional<std::string> newLine = withPassword(line, *hashOf(password));
@@ -115,11 +115,11 @@ int updateUserType(PostfixManager& manager, const std::string& mailbox, bool isA
     const std::string flag = isAdmin ? "1" : "0";
 
     // Anywhere in the name, on purpose, unlike a password's change.
-    const auto isMine = [&](const std::string& name) { return contains(name, mailbox); };
-    if (!rewriteAccounts(AccountUpdate, isMine,
+    const auto isMine = [&](const std::string& name) { return standsFor(name, name, mailbox); };
+    if (!rewriteAccounts(UserTypeWriter, isMine,
                          [&](std::string_view line) { return withGroup(line, gid); }))
         return PostfixResult::Failed;
-    if (!rewriteAccounts(ShadowUpdate, isMine,
+    if (!rewriteAccounts(PasswordWriter, isMine,
                          [&](std::string_view line) { return withFlag(line, flag); }))
         return PostfixResult::Failed;
     manager.ErrNo = PostfixResult::Updated;

@@ -1,7 +1,7 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 namespace
 {
@@ -57,26 +57,28 @@ int changeInMap(PostfixManager& manager, const std::string& mailbox, const std::
 
     // Unlike the list editor, this one does without a copy when there is no map.
     if (MapReader(VALIASFILE).isOpen()) {
-        backUp(VALIASFILE, AliasMap.backupSuffix);
+        backUp(VALIASFILE, AliasMapWriter.backupSuffix);
         openMapDirectory();
     }
 
-    const LineTest isMine = [&](std::string_view line) { return standsFor(line, mailbox); };
+    const LineTest isMine = [&](std::string_view line) {
+        return standsFor(line, mapKey(line), mailbox);
+    };
     if (action == "AddAlias") {
-        if (addEntry(AliasMap, mailbox, isMine, entry) == Added::No)
+        if (addEntry(AliasMapWriter, mailbox, isMine, entry) == Added::No)
             return PostfixResult::RequestFailed;
         manager.ErrNo = PostfixResult::AliasAdded;
     } else if (action == "DeleteAlias") {
         // No map is no alias: a success, published all the same.
-        dropEntries(AliasMap, isMine);
+        dropEntries(AliasMapWriter, isMine);
         manager.ErrNo = PostfixResult::AliasDeleted;
     } else if (action == "UpdateAlias") {
-        if (replaceEntries(AliasMap, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened)
+        if (replaceEntries(AliasMapWriter, isMine, entry, WhenAbsent::Add) == Replaced::NotOpened)
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::Updated;
     }
     // Another action changes nothing, yet publishes, and answers with what an earlier call left.
-    publish(AliasMap);
+    publish(AliasMapWriter);
     return manager.ErrNo;
 }
 

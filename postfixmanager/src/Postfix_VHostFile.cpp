@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 namespace
 {
@@ -14,18 +14,19 @@ int change(const PostfixManager& manager, const std::string& statement)
 // taken as listed beside "ab.com", and going with it.
 LineTest lists(const std::string& domain)
 {
-    return [domain](std::string_view line) { return contains(line, domain); };
+    return [domain](std::string_view line) { return standsFor(line, line, domain); };
 }
 
 int addToFile(const std::string& domain)
 {
-    addEntry(DomainList, domain, lists(domain), domain);
+    addEntry(DomainListWriter, domain, lists(domain), domain);
     return PostfixResult::Done;
 }
 
 int removeFromFile(const std::string& domain)
 {
-    return dropEntries(DomainList, lists(domain)) ? PostfixResult::Done : PostfixResult::Failed;
+    return dropEntries(DomainListWriter, lists(domain)) ? PostfixResult::Done
+                                                        : PostfixResult::Failed;
 }
 
 } // namespace
@@ -35,7 +36,7 @@ int PostfixManager::Postfix_VHostFile(std::string DomainName, std::string Task)
     traceCall(*this, "Postfix_VHostFile", {DomainName, Task}, {"DomainName", "Task"});
 
     // The file is copied whatever the backend and the task.
-    backUp(VDOMAINFILE, DomainList.backupSuffix);
+    backUp(VDOMAINFILE, DomainListWriter.backupSuffix);
     openMapDirectory();
 
     if (Task == "AddDomain")

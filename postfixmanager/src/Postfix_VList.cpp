@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 #include <cctype>
 #include <iostream>
@@ -104,7 +104,7 @@ int changeInMap(PostfixManager& manager, const std::string& list, const VectorSt
                 const std::string& action)
 {
     // Unlike the alias editor, this one tries a copy also when there is no map.
-    backUp(VALIASFILE, AliasMap.backupSuffix);
+    backUp(VALIASFILE, AliasMapWriter.backupSuffix);
     openMapDirectory();
 
     // Every element is used here, and only the first with tables: hosts pass one, with commas.
@@ -112,22 +112,24 @@ int changeInMap(PostfixManager& manager, const std::string& list, const VectorSt
     for (const std::string& address : addresses)
         entry.append(" ").append(address);
 
-    const LineTest isMine = [&](std::string_view line) { return standsFor(line, list); };
+    const LineTest isMine = [&](std::string_view line) {
+        return standsFor(line, mapKey(line), list);
+    };
     if (action == "AddList") {
-        if (addEntry(AliasMap, list, isMine, entry) == Added::No)
+        if (addEntry(AliasMapWriter, list, isMine, entry) == Added::No)
             return PostfixResult::ListExists;
         manager.ErrNo = PostfixResult::ListAdded;
     } else if (action == "DeleteList") {
-        if (!dropEntries(AliasMap, isMine))
+        if (!dropEntries(AliasMapWriter, isMine))
             return PostfixResult::RequestFailed;
         manager.ErrNo = PostfixResult::ListDeleted;
     } else if (action == "UpdateList") {
-        if (replaceEntries(AliasMap, isMine, entry, WhenAbsent::Skip) == Replaced::NotOpened)
+        if (replaceEntries(AliasMapWriter, isMine, entry, WhenAbsent::Skip) == Replaced::NotOpened)
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::ListUpdated;
     }
     // Another action changes nothing, yet publishes, and answers with what an earlier call left.
-    publish(AliasMap);
+    publish(AliasMapWriter);
     return manager.ErrNo;
 }
 

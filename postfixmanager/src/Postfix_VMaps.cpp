@@ -1,6 +1,6 @@
 #include "CallConvention.h"
-#include "MapEntries.h"
-#include "MapLines.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 namespace
 {
@@ -9,7 +9,7 @@ namespace
 // "bob" takes every line with that text. Mailbox deletion passes the whole address.
 LineTest holds(const std::string& text)
 {
-    return [text](std::string_view line) { return contains(line, text); };
+    return [text](std::string_view line) { return standsFor(line, line, text); };
 }
 
 } // namespace
@@ -18,19 +18,19 @@ int PostfixManager::Postfix_VMaps(std::string UserName, std::string DomainName, 
 {
     traceCall(*this, "Postfix_VMaps", {UserName, DomainName, Task},
               {"UserName", "DomainName", "Task"});
-    backUp(VMAPSFILE, MailboxMap.backupSuffix);
+    backUp(VMAPSFILE, MailboxMapWriter.backupSuffix);
     openMapDirectory();
 
     if (Task == "AddUser") {
         const std::string address = UserName + "@" + DomainName;
         const std::string entry = address + " " + DomainName + "/mail/inbox/" + address;
-        if (addEntry(MailboxMap, address, holds(address), entry) == Added::No)
+        if (addEntry(MailboxMapWriter, address, holds(address), entry) == Added::No)
             return PostfixResult::Done;
     } else if (Task == "RmvUser") {
-        if (!dropEntries(MailboxMap, holds(UserName)))
+        if (!dropEntries(MailboxMapWriter, holds(UserName)))
             return PostfixResult::Failed;
     }
     // Also for another task, which changes nothing.
-    publish(MailboxMap);
+    publish(MailboxMapWriter);
     return PostfixResult::Done;
 }

@@ -1,8 +1,8 @@
 #include "CallConvention.h"
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
-#include "MapEntries.h"
-#include "MapLines.h"
+#include "maps/MapEntries.h"
+#include "maps/MapLines.h"
 
 namespace
 {
@@ -34,18 +34,18 @@ int changeInDatabase(const PostfixManager& manager, const std::string& mailbox,
 // The key takes in the quota, whose separator is a tab: a mailbox that occurs there matches too.
 LineTest isOf(const std::string& mailbox)
 {
-    return [mailbox](std::string_view line) { return standsFor(line, mailbox); };
+    return [mailbox](std::string_view line) { return standsFor(line, mapKey(line), mailbox); };
 }
 
 int addQuota(PostfixManager& manager, const std::string& mailbox, const std::string& entry)
 {
-    const Added added = addEntry(QuotaMap, mailbox, isOf(mailbox), entry);
+    const Added added = addEntry(QuotaMapWriter, mailbox, isOf(mailbox), entry);
     if (added == Added::No)
         return PostfixResult::Failed;
     // Not when the map is new; hosts then see the old value.
     if (added == Added::ToMap)
         manager.ErrNo = PostfixResult::Done;
-    publish(QuotaMap);
+    publish(QuotaMapWriter);
     return PostfixResult::Done;
 }
 
@@ -54,10 +54,10 @@ int deleteQuota(PostfixManager& manager, const std::string& mailbox)
     if (deliveryAgentEnabled())
         DovecotManager().deleteDovecotQuota(mailbox);
 
-    if (!dropEntries(QuotaMap, isOf(mailbox)))
+    if (!dropEntries(QuotaMapWriter, isOf(mailbox)))
         return PostfixResult::Failed;
     manager.ErrNo = PostfixResult::Done;
-    publish(QuotaMap);
+    publish(QuotaMapWriter);
     return manager.ErrNo;
 }
 
@@ -67,13 +67,14 @@ int updateQuota(PostfixManager& manager, const std::string& mailbox, const std::
     if (deliveryAgentEnabled())
         DovecotManager().editDovecotQuota(mailbox, quota);
 
-    const Replaced replaced = replaceEntries(QuotaMap, isOf(mailbox), entry, WhenAbsent::Skip);
+    const Replaced replaced =
+        replaceEntries(QuotaMapWriter, isOf(mailbox), entry, WhenAbsent::Skip);
     if (replaced == Replaced::NotOpened)
         return PostfixResult::Failed;
     if (replaced == Replaced::None)
         manager.Postfix_VQuota(mailbox, quota, "AddQuota");
     manager.ErrNo = PostfixResult::QuotaUpdated;
-    publish(QuotaMap);
+    publish(QuotaMapWriter);
     return manager.ErrNo;
 }
 
@@ -86,7 +87,7 @@ int PostfixManager::Postfix_VQuota(std::string Mailbox, std::string Quota, std::
         return changeInDatabase(*this, Mailbox, Quota, Action);
 
     const std::string entry = Mailbox + "\t" + Quota;
-    backUp(VQUOTAFILE, QuotaMap.backupSuffix);
+    backUp(VQUOTAFILE, QuotaMapWriter.backupSuffix);
     openMapDirectory();
 
     if (Action == "AddQuota")
@@ -97,6 +98,6 @@ int PostfixManager::Postfix_VQuota(std::string Mailbox, std::string Quota, std::
         return updateQuota(*this, Mailbox, Quota, entry);
 
     // Another action changes nothing, yet publishes, and answers with what an earlier call left.
-    publish(QuotaMap);
+    publish(QuotaMapWriter);
     return ErrNo;
 }

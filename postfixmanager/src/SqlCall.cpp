@@ -1,12 +1,13 @@
 #include "SqlCall.h"
 
+#include "stage/CheckedFiles.h"
+#include "stage/Stage.h"
+
 #include <iostream>
 #include <memory>
 
 namespace
 {
-
-using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
 
 void announce(const std::string& statement)
 {
@@ -23,13 +24,20 @@ const char* firstField(MYSQL_RES* result, MYSQL_ROW row)
 SqlCall::SqlCall(const std::string& user, const std::string& password, const std::string& server,
                  const std::string& port, const std::string& database)
     : m_client(user.c_str(), password.c_str(), server.c_str(), port.c_str()),
-      m_connection(m_client.CreateDBConnection(database))
+      m_transaction(openStage() == nullptr ? nullptr : openStage()->database.get()),
+      m_connection(nullptr)
 {
+    if (m_transaction != nullptr)
+        m_connection = m_transaction->connection();
+    else if (openStage() == nullptr)
+        m_connection = m_client.CreateDBConnection(database);
+    else
+        openStage()->fail("the transaction was opened for accounts in map files");
 }
 
 SqlCall::~SqlCall()
 {
-    if (isConnected())
+    if (isConnected() && m_transaction == nullptr)
         m_client.CloseDBConnection();
 }
 
@@ -41,14 +49,31 @@ bool SqlCall::execute(const std::string& statement)
 
 bool SqlCall::executeUnannounced(const std::string& statement)
 {
-    return m_client.ExecuteQuery(statement, m_connection) == 0;
+    if (m_transaction == nullptr)
+        return m_client.ExecuteQuery(statement, m_connection) == 0;
+    try {
+        m_transaction->execute(statement);
+        return true;
+    } catch (const Refusal& refusal) {
+        openStage()->fail(refusal.reason);
+        return false;
+    }
+}
+
+SqlCall::Result SqlCall::query(const std::string& statement)
+{
+    Result result(m_client.GetQueryResult(statement, m_connection), mysql_free_result);
+    if (!result && m_transaction != nullptr)
+        openStage()->fail(std::string("the database could not be asked: ") +
+                          mysql_error(m_connection));
+    return result;
 }
 
 bool SqlCall::readFirstFields(const std::string& statement,
                               const std::function<void(const std::string& field)>& take)
 {
     announce(statement);
-    const Result result(m_client.GetQueryResult(statement, m_connection), mysql_free_result);
+    const Result result = query(statement);
     if (!result)
         return false;
     while (MYSQL_ROW row = mysql_fetch_row(result.get()))
@@ -60,7 +85,7 @@ bool SqlCall::readFirstFields(const std::string& statement,
 bool SqlCall::readFirstRow(const std::string& statement, std::optional<std::string>& first)
 {
     announce(statement);
-    const Result result(m_client.GetQueryResult(statement, m_connection), mysql_free_result);
+    const Result result = query(statement);
     if (!result)
         return false;
     if (MYSQL_ROW row = mysql_fetch_row(result.get()))

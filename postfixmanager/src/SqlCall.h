@@ -2,12 +2,17 @@
 #define QV_SQLCALL_H
 
 #include "MySQLClient.h"
+#include "stage/SqlTransaction.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
 // SqlCall - the database connection of one operation, closed on leaving
+//
+// In a transaction it is the transaction's connection, which stays open, and a statement that fails
+// makes the commit refuse.
 //
 // Statements are printed as "query=" and the statement before they run, and are run as they are
 // given: whoever calls an operation has checked the names in them.
@@ -42,7 +47,11 @@ public:
     void leaveOpen() { m_connection = nullptr; }
 
 private:
+    using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
+    Result query(const std::string& statement);
+
     MySQLClient m_client;
+    SqlTransaction* m_transaction; // null: the connection is this call's own
     MYSQL* m_connection;
 };
 

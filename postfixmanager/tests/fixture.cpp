@@ -1,4 +1,4 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
 #include "fixture.h"
 

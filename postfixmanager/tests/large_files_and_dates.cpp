@@ -1,5 +1,5 @@
 // Files beyond 2 GiB and days beyond January 2038, which a 32-bit build must be made to take.
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
 #include "fixture.h"
 

@@ -1,10 +1,10 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
 #include "Checks.h"
 
-#include "MapLines.h"
 #include "Maps.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
 #include <algorithm>
 
@@ -35,7 +35,7 @@ bool isHosted(Host& host, const std::string& domain)
 {
     if (host.settings.onTables)
         return isThere(VSPOOLDIR "/" + domain) || !mailboxesOf(host, domain).empty();
-    return hasEntry(DomainList, domain);
+    return hasEntry(VDOMAINFILE, domain);
 }
 
 void requireHosted(Host& host, const std::string& domain)
@@ -50,8 +50,8 @@ Mailbox mailboxState(Host& host, const std::string& address)
 {
     if (host.settings.onTables)
         return host.library.Postfix_IsMailboxExists(address) ? Mailbox::Whole : Mailbox::None;
-    const bool hasAccount = hasEntry(AccountFile, address);
-    const bool hasPassword = hasEntry(ShadowFile, address);
+    const bool hasAccount = hasEntry(VPASSWDFILE, address);
+    const bool hasPassword = hasEntry(VSHADOWFILE, address);
     if (hasAccount != hasPassword)
         return Mailbox::Half;
     return hasAccount ? Mailbox::Whole : Mailbox::None;
@@ -80,12 +80,10 @@ void requireFree(Host& host, const std::string& address)
                          "delete it first with \"qvmailctl alias delete\" or \"list delete\"");
     if (host.settings.onTables)
         return;
-    if (hasEntry(QuotaMap, address))
+    if (hasEntry(VQUOTAFILE, address))
         refuse("a quota of an earlier " + address +
                " is left in " VQUOTAFILE "; remove it with \"qvmailctl quota delete " + address +
                "\"");
-    refuseOthersHit(Doing::Adding, MailboxMap, address);
-    refuseOthersHit(Doing::Adding, QuotaMap, address);
 }
 
 VectorString mailboxesOf(Host& host, const std::string& domain)
@@ -93,7 +91,8 @@ VectorString mailboxesOf(Host& host, const std::string& domain)
     VectorString names;
     if (!host.settings.onTables && !isThere(VPASSWDFILE))
         return names;
-    conclude(host, "Postfix_GetMailboxList", host.library.Postfix_GetMailboxList(domain, &names));
+    conclude(host, host.library.Postfix_GetMailboxList(domain, &names), {PostfixResult::Done},
+             "the mailboxes of " + domain + " could not be read");
     for (std::string& name : names)
         name += "@" + domain;
     return names;
@@ -105,8 +104,8 @@ VectorString destinationsOf(Host& host, const std::string& address)
     VectorString words;
     if (!host.settings.onTables && !isThere(VALIASFILE))
         return words;
-    conclude(host, "Postfix_GetListSettings",
-             host.library.Postfix_GetListSettings(address, &values));
+    conclude(host, host.library.Postfix_GetListSettings(address, &values), {PostfixResult::Done},
+             "the destinations of " + address + " could not be read");
     for (const std::string& value : values)
         if (!host.settings.onTables || !equalIgnoringCase(value, address))
             appendWords(words, value);
@@ -116,7 +115,7 @@ VectorString destinationsOf(Host& host, const std::string& address)
 bool hasAliasEntry(Host& host, const std::string& address)
 {
     return host.settings.onTables ? host.library.Postfix_IsVListExists(address)
-                                  : hasEntry(AliasMap, address);
+                                  : hasEntry(VALIASFILE, address);
 }
 
 std::string catchAllOf(Host& host, const std::string& domain)
@@ -130,14 +129,14 @@ std::string quotaOf(Host& host, const std::string& address)
 {
     // The library would answer with the first line that holds the text, be it another mailbox's.
     std::string quota = host.settings.onTables ? host.library.Postfix_RetrieveQuota(address)
-                                               : valueOf(QuotaMap, address).value_or(Unlimited);
+                                               : valueOf(VQUOTAFILE, address).value_or(Unlimited);
     trimRightSpaces(quota);
     return quota == "0" ? Unlimited : quota;
 }
 
 VectorString forwardersTo(const std::string& target)
 {
-    return namesOf(AliasMap, target, [&](std::string_view name, std::string_view line) {
+    return namesOf(VALIASFILE, target, [&](std::string_view name, std::string_view line) {
         VectorString words;
         appendWords(words, std::string(line.substr(name.size())));
         return std::any_of(words.begin(), words.end(), [&](const std::string& word) {

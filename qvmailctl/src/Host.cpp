@@ -1,4 +1,4 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
 #include "Host.h"
 
@@ -54,12 +54,36 @@ void requireAccounts()
     }
 }
 
+constexpr int Interruptions[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+volatile std::sig_atomic_t interrupted = 0;
+
+void noteInterruption(int /*signal*/)
+{
+    interrupted = 1;
+}
+
+// In steps, so that an interruption ends the waiting too.
+void open(Host& host)
+{
+    PostfixTransaction::Outcome outcome;
+    int waited = 0;
+    do
+        outcome = host.transaction.open(host.options.wait > 0 ? 1 : 0);
+    while (outcome == PostfixTransaction::Busy && interrupted == 0 && ++waited < host.options.wait);
+    if (outcome == PostfixTransaction::Busy)
+        throw Stop{Status::Busy, host.transaction.reason() +
+                                     "; nothing was changed, try again when it has ended"};
+    if (outcome != PostfixTransaction::Done)
+        throw Stop{Status::Failed, host.transaction.reason() + "; nothing was changed"};
+}
+
 } // namespace
 
 Host::Host(const Options& given)
     : options(onlyForRoot(given)), settings(readSettings()),
       library(&tracking, "", settings.onTables ? "mysql" : "files", settings.server, settings.port,
-              settings.user, settings.password, settings.database)
+              settings.user, settings.password, settings.database),
+      transaction(library)
 {
     library.ErrNo = 0;
     constexpr mode_t OthersMayRead = 022; // Dovecot and Postfix read the files as other users
@@ -69,7 +93,10 @@ Host::Host(const Options& given)
 
 void beginQuery(Host& host)
 {
-    host.lock.emplace();
+    // The answer should be from after the interrupted change, or from before it. Where somebody
+    // else is at work, or nothing can be written, it is from wherever that is.
+    if (access(VJOURNALFILE, F_OK) == 0 && host.transaction.open(0) == PostfixTransaction::Done)
+        host.transaction.drop();
     // An empty address is nobody's, so a "yes" means that nobody could be asked.
     VectorString nothing;
     if (host.settings.onTables && (host.library.Postfix_IsMailboxExists("") ||
@@ -81,23 +108,39 @@ void beginQuery(Host& host)
                                        "settings in " QVCONFFILE};
 }
 
-void beginChange(Host& host, std::initializer_list<const char*> appendedFiles)
+void beginChange(Host& host)
 {
-    beginQuery(host);
     requireAccounts();
-    if (host.settings.onTables)
+    if (!host.settings.onTables) {
+        for (const char* const tool : {"postmap", "postfix"})
+            if (!isOnPath(tool))
+                refuse("the program " + std::string(tool) +
+                       " is not found, so the mail server would not see the change; install "
+                       "Postfix or set PATH");
+        refuseWorkFiles();
+    }
+    // Until the commit an interruption ends the command, with nothing changed.
+    for (const int interruption : Interruptions)
+        signal(interruption, noteInterruption);
+    open(host);
+}
+
+void finishChange(Host& host)
+{
+    if (!host.transaction.isOpen())
         return;
-    for (const char* const tool : {"postmap", "postfix"})
-        if (!isOnPath(tool))
-            refuse("the program " + std::string(tool) +
-                   " is not found, so the mail server would not see the change; install Postfix or "
-                   "set PATH");
-    refuseWorkFiles();
-    for (const char* const file : appendedFiles)
-        refuseUnendedLine(file);
-    // A change runs to its end: between two of its steps a map may be gone and its work file there.
-    for (const int interruption : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
+    if (interrupted != 0)
+        throw Stop{Status::Failed, "interrupted; nothing was changed"};
+    // Nor are the commands that the commit runs interrupted.
+    for (const int interruption : Interruptions)
         signal(interruption, SIG_IGN);
+    const PostfixTransaction::Outcome outcome = host.transaction.commit();
+    if (outcome == PostfixTransaction::Refused)
+        throw Stop{Status::Failed, host.transaction.reason() + "; nothing was changed"};
+    if (outcome == PostfixTransaction::Unfinished)
+        throw Stop{Status::Failed, "the change is not finished: " + host.transaction.reason()};
+    if (!host.transaction.reason().empty())
+        tell("warning: " + host.transaction.reason());
 }
 
 void confirm(const Host& host, const std::string& deletion)

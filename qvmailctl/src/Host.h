@@ -2,17 +2,15 @@
 #ifndef QVMAILCTL_HOST_H
 #define QVMAILCTL_HOST_H
 
-#include "Lock.h"
-#include "PostfixManager.h"
+#include "PostfixTransaction.h"
 #include "Settings.h"
 
-#include <initializer_list>
-#include <optional>
 #include <string>
 
 struct Options {
     bool verbose = false;
     bool yes = false;
+    int wait = 5; // seconds, for another change to end
 };
 
 struct Host {
@@ -22,17 +20,19 @@ struct Host {
     Settings settings;
     CQVTrackManager tracking; // traces nothing: the calls bring clear passwords
     PostfixManager library;
-    std::optional<Lock> lock;
+    PostfixTransaction transaction; // of every change
 };
 
-// Takes the lock and, with tables, sees that the database answers. Every command calls this or
-// beginChange before its first question to the library.
+// Completes a change that was interrupted and, with tables, sees that the database answers. Every
+// query calls this before its first question to the library. It never waits for another change.
 void beginQuery(Host& host);
 
-// Also sees that a change can go through: the accounts and tools that it needs are there, no work
-// file is left over, and the files that it appends to (asked for with files alone) end with a line
-// end.
-void beginChange(Host& host, std::initializer_list<const char*> appendedFiles = {});
+// Sees that a change can go through: the accounts and tools that it needs are there, and no work
+// file is left over. Then opens the transaction.
+void beginChange(Host& host);
+
+// Commits the change, if one was begun. Ends the command when that is refused.
+void finishChange(Host& host);
 
 // Asks before something is deleted; not with --yes, and not when nobody sits at standard input.
 void confirm(const Host& host, const std::string& deletion);

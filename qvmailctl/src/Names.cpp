@@ -1,7 +1,7 @@
 #include "Names.h"
 
-#include "MapLines.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
 #include <string_view>
 

@@ -1,7 +1,7 @@
 #include "Output.h"
 
-#include "MapLines.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
 #include <array>
 #include <cerrno>

@@ -1,10 +1,10 @@
 #include "Settings.h"
 
 #include "MapFiles.h"
-#include "MapLines.h"
-#include "MapReader.h"
 #include "QVConfFileManager.h"
 #include "Results.h"
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
 
 #include <cctype>
 #include <optional>
@@ -19,7 +19,7 @@ const std::string File = QVCONFFILE;
 void refuseEndlessLine()
 {
     constexpr std::size_t Longest = 999;
-    MapReader reader(File);
+    LineReader reader(File);
     std::string_view line;
     for (int number = 1; reader.nextLine(line); ++number)
         if (line.size() > Longest)

@@ -1,10 +1,10 @@
 // alias add | set | delete | show | list
 #include "Checks.h"
 #include "Commands.h"
-#include "MapLines.h"
 #include "Maps.h"
 #include "Output.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
 namespace
 {
@@ -23,7 +23,7 @@ void write(Host& host, const Given& given, bool mayReplace)
     const std::string target = checkedTarget(given.value);
     if (equalIgnoringCase(target, address.text))
         refuse(address.text + " cannot forward to itself");
-    beginChange(host, {VALIASFILE});
+    beginChange(host);
 
     requireHosted(host, address.domain);
     const VectorString destinations = destinationsOf(host, address.text);
@@ -31,11 +31,11 @@ void write(Host& host, const Given& given, bool mayReplace)
     if (!mayReplace && !destinations.empty())
         refuse(address.text + " forwards to " + destinations.front() +
                " already; replace that with \"qvmailctl alias set\"");
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, AliasMap, address.text);
 
     const char* const task = hasAliasEntry(host, address.text) ? "UpdateAlias" : "AddAlias";
-    conclude(host, "Postfix_VAlias", host.library.Postfix_VAlias(address.text, target, task));
+    conclude(host, host.library.Postfix_VAlias(address.text, target, task),
+             {PostfixResult::AliasAdded, PostfixResult::Updated},
+             "the forwarder " + address.text + " could not be written");
 }
 
 void add(Host& host, const Given& given)
@@ -59,19 +59,16 @@ void remove(Host& host, const Given& given)
     const bool hasMailbox = mailboxState(host, address.text) != Mailbox::None;
     if (hasMailbox ? destinations.empty() : !hasAliasEntry(host, address.text))
         notThere(address.text + " does not forward");
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, AliasMap, address.text);
 
     // With tables, deleting an alias gives the address a row for itself, for its mailbox's sake.
     // Without a mailbox the server would then take its mail and bounce it: deleted as a list,
     // nothing is left.
     VectorString none;
-    if (host.settings.onTables && !hasMailbox)
-        conclude(host, "Postfix_VList",
-                 host.library.Postfix_VList(address.text, &none, "DeleteList"));
-    else
-        conclude(host, "Postfix_VAlias",
-                 host.library.Postfix_VAlias(address.text, "", "DeleteAlias"));
+    const int code = host.settings.onTables && !hasMailbox
+                         ? host.library.Postfix_VList(address.text, &none, "DeleteList")
+                         : host.library.Postfix_VAlias(address.text, "", "DeleteAlias");
+    conclude(host, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
+             "the forwarder " + address.text + " could not be deleted");
 }
 
 void show(Host& host, const Given& given)

@@ -20,8 +20,9 @@ void set(Host& host, const Given& given)
     beginChange(host);
     requireHosted(host, target.domain);
     requireMailbox(host, target.text);
-    conclude(host, "Postfix_UpdateCatchAllAddress",
-             host.library.Postfix_UpdateCatchAllAddress(target.domain, target.user));
+    conclude(host, host.library.Postfix_UpdateCatchAllAddress(target.domain, target.user),
+             {PostfixResult::CatchAllSet},
+             "the catch-all of " + target.domain + " could not be set");
 }
 
 void remove(Host& host, const Given& given)
@@ -30,8 +31,9 @@ void remove(Host& host, const Given& given)
     confirm(host, "the catch-all of " + domain);
     beginChange(host);
     refuseNone(host, domain);
-    conclude(host, "Postfix_RemoveCatchAllAddress",
-             host.library.Postfix_RemoveCatchAllAddress(domain));
+    conclude(host, host.library.Postfix_RemoveCatchAllAddress(domain),
+             {PostfixResult::CatchAllRemoved},
+             "the catch-all of " + domain + " could not be removed");
 }
 
 void show(Host& host, const Given& given)

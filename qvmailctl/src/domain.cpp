@@ -17,7 +17,7 @@ void add(Host& host, const Given& given)
     const Address first = checkedAddress(given.value, checkedDomain(given.name));
     const std::string quota = checkedQuota(given.quota);
     const Password password(first.text);
-    beginChange(host, {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VQUOTAFILE, VMAPSFILE});
+    beginChange(host);
 
     // One that is listed without a mailbox is what an interrupted creation leaves: it goes on.
     if (!mailboxesOf(host, first.domain).empty())
@@ -25,13 +25,12 @@ void add(Host& host, const Given& given)
                " has mailboxes already; add another with "
                "\"qvmailctl mailbox add " +
                first.text + "\"");
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Adding, DomainList, first.domain);
     requireFree(host, first.text);
 
     conclude(
-        host, "Postfix_CreateMailDomain",
-        host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(), quota));
+        host,
+        host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(), quota),
+        {PostfixResult::DomainCreated}, "the domain " + first.domain + " could not be created");
 }
 
 void remove(Host& host, const Given& given)
@@ -43,17 +42,9 @@ void remove(Host& host, const Given& given)
     // What an interrupted deletion left may have neither list entry nor spool tree.
     if (!isHosted(host, domain) && mailboxesOf(host, domain).empty())
         notThere("the domain " + domain + " is not hosted here");
-    if (!host.settings.onTables) {
-        refuseOthersHit(Doing::Changing, DomainList, domain);
-        refuseOthersHit(Doing::Changing, AliasMap, domain,
-                        [&](std::string_view name) { return domainOf(name) == domain; });
-    }
 
-    conclude(host, "Postfix_DeleteMailDomain", host.library.Postfix_DeleteMailDomain(domain));
-    // The mailbox map's table still has the domain's addresses; a task without a meaning of its own
-    // rebuilds it.
-    if (!host.settings.onTables)
-        host.library.Postfix_VMaps("", domain, "Rebuild");
+    conclude(host, host.library.Postfix_DeleteMailDomain(domain), {PostfixResult::DomainDeleted},
+             "the domain " + domain + " could not be deleted");
 }
 
 // With files, the library's total leaves out mailboxes without a quota line and is 0 from a "-1"
@@ -62,7 +53,7 @@ bool hasUnlimitedInFiles(Host& host, const std::string& domain)
 {
     bool isUnlimited = false;
     const std::vector<std::string> limited =
-        namesOf(QuotaMap, "@" + domain, [&](std::string_view name, std::string_view line) {
+        namesOf(VQUOTAFILE, "@" + domain, [&](std::string_view name, std::string_view line) {
             if (domainOf(name) != domain)
                 return false;
             const std::string_view quota = line.substr(std::min(line.size(), name.size() + 1));
@@ -95,7 +86,9 @@ void quota(Host& host, const Given& given)
 
     long long total = 0;
     const int code = host.library.Postfix_RetrieveDomainQuota(domain, total);
-    conclude(host, "Postfix_RetrieveDomainQuota", code);
+    if (host.settings.onTables) // files: without a map there are no quotas
+        conclude(host, code, {PostfixResult::TotalRead, PostfixResult::TotalUnlimited},
+                 "the quotas of " + domain + " could not be read");
     if (host.settings.onTables && code == PostfixResult::TotalUnlimited)
         sumOneByOne(host, domain);
     else if (!host.settings.onTables && hasUnlimitedInFiles(host, domain))

@@ -1,10 +1,10 @@
 // list add | set | delete | show | list
 #include "Checks.h"
 #include "Commands.h"
-#include "MapLines.h"
 #include "Maps.h"
 #include "Output.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
 #include <set>
 
@@ -36,18 +36,18 @@ void write(Host& host, const Given& given, bool mayReplace)
 {
     const Address address = checkedAddress(given.name);
     VectorString members = {membersOf(given, address.text)};
-    beginChange(host, {VALIASFILE});
+    beginChange(host);
 
     requireHosted(host, address.domain);
     refuseMailbox(host, address.text);
     if (!mayReplace && !destinationsOf(host, address.text).empty())
         refuse("the list or forwarder " + address.text +
                " exists already; replace its members with \"qvmailctl list set\"");
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, AliasMap, address.text);
 
     const char* const task = hasAliasEntry(host, address.text) ? "UpdateList" : "AddList";
-    conclude(host, "Postfix_VList", host.library.Postfix_VList(address.text, &members, task));
+    conclude(host, host.library.Postfix_VList(address.text, &members, task),
+             {PostfixResult::ListAdded, PostfixResult::ListUpdated},
+             "the list " + address.text + " could not be written");
 }
 
 void add(Host& host, const Given& given)
@@ -68,10 +68,9 @@ void remove(Host& host, const Given& given)
     refuseMailbox(host, address.text);
     if (!hasAliasEntry(host, address.text))
         notThere("there is no list " + address.text);
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, AliasMap, address.text);
     VectorString none;
-    conclude(host, "Postfix_VList", host.library.Postfix_VList(address.text, &none, "DeleteList"));
+    conclude(host, host.library.Postfix_VList(address.text, &none, "DeleteList"),
+             {PostfixResult::ListDeleted}, "the list " + address.text + " could not be deleted");
 }
 
 void show(Host& host, const Given& given)
@@ -93,7 +92,8 @@ void list(Host& host, const Given& given)
     requireHosted(host, domain);
     VectorString names;
     if (host.settings.onTables || access(VALIASFILE, F_OK) == 0)
-        conclude(host, "Postfix_GetLists", host.library.Postfix_GetLists(domain, &names));
+        conclude(host, host.library.Postfix_GetLists(domain, &names), {PostfixResult::Done},
+                 "the lists of " + domain + " could not be read");
     const std::string tail = "@" + domain;
     std::set<std::string> lists;
     for (const std::string& name : names)
@@ -103,7 +103,7 @@ void list(Host& host, const Given& given)
     if (!host.settings.onTables) {
         const VectorString mailboxes = mailboxesOf(host, domain);
         const std::vector<std::string> keys =
-            namesOf(AliasMap, tail, [&](std::string_view name, std::string_view) {
+            namesOf(VALIASFILE, tail, [&](std::string_view name, std::string_view) {
                 return lists.count(std::string(name)) > 0;
             });
         lists = std::set<std::string>(keys.begin(), keys.end());

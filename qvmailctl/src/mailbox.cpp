@@ -17,7 +17,7 @@ void add(Host& host, const Given& given)
     Address address = checkedAddress(given.name);
     const std::string quota = checkedQuota(given.quota);
     Password password(address.text);
-    beginChange(host, {VPASSWDFILE, VSHADOWFILE, VQUOTAFILE, VMAPSFILE});
+    beginChange(host);
 
     requireHosted(host, address.domain);
     const std::string homes = VSPOOLDIR "/" + address.domain + "/mail/home";
@@ -45,8 +45,9 @@ void add(Host& host, const Given& given)
     shadow.sp_flag = 0; // an ordinary user
     SvpopUser record = {&account, &shadow, {}};
 
-    conclude(host, "Postfix_CreateMailbox",
-             host.library.Postfix_CreateMailbox(&record, address.domain, address.user, quota));
+    conclude(host, host.library.Postfix_CreateMailbox(&record, address.domain, address.user, quota),
+             {PostfixResult::MailboxCreated},
+             "the mailbox " + address.text + " could not be created");
 }
 
 void setPassword(Host& host, const Given& given)
@@ -55,8 +56,9 @@ void setPassword(Host& host, const Given& given)
     const Password password(address.text);
     beginChange(host);
     requireMailbox(host, address.text);
-    conclude(host, "Postfix_UpdateMailbox",
-             host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"));
+    conclude(host,
+             host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"),
+             {PostfixResult::Updated}, "the password of " + address.text + " could not be changed");
 }
 
 void type(Host& host, const Given& given)
@@ -68,10 +70,8 @@ void type(Host& host, const Given& given)
     if (host.settings.onTables)
         refuse("the database keeps no user type; it exists with map files alone");
     requireMailbox(host, address.text);
-    refuseOthersHit(Doing::Changing, AccountFile, address.text);
-    refuseOthersHit(Doing::Changing, ShadowFile, address.text);
-    conclude(host, "Postfix_UpdateMailbox",
-             host.library.Postfix_UpdateMailbox(address.text, given.value, "UpdateUserType"));
+    conclude(host, host.library.Postfix_UpdateMailbox(address.text, given.value, "UpdateUserType"),
+             {PostfixResult::Updated}, "the type of " + address.text + " could not be changed");
 }
 
 // What a deletion that failed half-way leaves, and a new mailbox of that address would inherit.
@@ -93,12 +93,10 @@ void remove(Host& host, const Given& given)
     if (catchAllOf(host, address.domain) == address.text)
         refuse(address.text + " is the catch-all of its domain; set another with \"qvmailctl "
                               "catchall set\" or take it away with \"catchall remove\" first");
-    if (!host.settings.onTables)
-        for (const Map* const map : {&AccountFile, &ShadowFile, &MailboxMap, &AliasMap, &QuotaMap})
-            refuseOthersHit(Doing::Changing, *map, address.text);
 
-    conclude(host, "Postfix_DeleteMailbox",
-             host.library.Postfix_DeleteMailbox(address.user, address.domain));
+    conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
+             {PostfixResult::MailboxDeleted},
+             "the mailbox " + address.text + " could not be deleted");
     if (!host.settings.onTables)
         for (const std::string& forwarder : forwardersTo(address.text))
             tell("note: " + forwarder + " still forwards to " + address.text);

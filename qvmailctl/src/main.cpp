@@ -62,9 +62,15 @@ int run(const Choice& choice)
         const QuietLibrary quiet(choice.options.verbose);
         try {
             choice.action->run(host, choice.given);
+            finishChange(host);
         } catch (const Stop& stop) {
             status = stop.status;
             tell(stop.sentence);
+            // What was found may be for want of what could not be read.
+            if (stop.status != Status::Failed && !host.transaction.failure().empty()) {
+                status = Status::Failed;
+                tell(host.transaction.failure() + "; nothing was changed");
+            }
         }
         if (status == Status::Failed || !host.settings.onTables) // tables need no postmap
             quiet.showComplaints(status == Status::Failed);
@@ -85,6 +91,10 @@ int parseAndRun(int argc, char** argv)
     app.add_flag("--verbose", choice.options.verbose,
                  "Show the library's progress lines on standard error (password hashes too)");
     app.add_flag("--yes", choice.options.yes, "Do not ask before a deletion");
+    app.add_option("--wait", choice.options.wait,
+                   "How long to wait for another change to end (default: 5)")
+        ->option_text("SECONDS")
+        ->check(CLI::NonNegativeNumber);
     app.footer(Examples);
     app.require_subcommand(1);
     for (const Object& object : objects)

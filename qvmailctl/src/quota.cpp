@@ -5,23 +5,16 @@
 #include "Output.h"
 #include "Results.h"
 
-#include <unistd.h>
-
 namespace
 {
 
-bool isMapMissing(const Host& host)
-{
-    return !host.settings.onTables && access(VQUOTAFILE, F_OK) != 0;
-}
-
 // No limit is no quota: a "-1" in the delivery agent's fields makes Dovecot refuse the user.
-void deleteQuota(Host& host, const std::string& address)
+void change(Host& host, const std::string& address, const std::string& quota)
 {
-    const bool isFirst = isMapMissing(host);
-    const int code = host.library.Postfix_VQuota(address, "", "DeleteQuota");
-    if (!isFirst) // without a map only the delivery agent's fields could go
-        conclude(host, "Postfix_VQuota", code);
+    const char* const task = quota == Unlimited ? "DeleteQuota" : "UpdateQuota";
+    conclude(host, host.library.Postfix_VQuota(address, quota, task),
+             {PostfixResult::Done, PostfixResult::QuotaUpdated},
+             "the quota of " + address + " could not be changed");
 }
 
 void set(Host& host, const Given& given)
@@ -30,17 +23,7 @@ void set(Host& host, const Given& given)
     const std::string quota = checkedQuota(given.value);
     beginChange(host);
     requireMailbox(host, address.text);
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, QuotaMap, address.text);
-
-    if (quota == Unlimited)
-        return deleteQuota(host, address.text);
-    // An update fails without a map; adding makes it, but leaves the delivery agent's fields alone.
-    if (isMapMissing(host))
-        conclude(host, "Postfix_VQuota",
-                 host.library.Postfix_VQuota(address.text, quota, "AddQuota"));
-    conclude(host, "Postfix_VQuota",
-             host.library.Postfix_VQuota(address.text, quota, "UpdateQuota"));
+    change(host, address.text, quota);
 }
 
 void remove(Host& host, const Given& given)
@@ -48,11 +31,9 @@ void remove(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     beginChange(host);
     // A quota that outlived its mailbox may go too.
-    if (host.settings.onTables || !hasEntry(QuotaMap, address.text))
+    if (host.settings.onTables || !hasEntry(VQUOTAFILE, address.text))
         requireMailbox(host, address.text);
-    if (!host.settings.onTables)
-        refuseOthersHit(Doing::Changing, QuotaMap, address.text);
-    deleteQuota(host, address.text);
+    change(host, address.text, Unlimited);
 }
 
 void show(Host& host, const Given& given)

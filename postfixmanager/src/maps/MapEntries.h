@@ -1,7 +1,7 @@
 #ifndef QV_MAPENTRIES_H
 #define QV_MAPENTRIES_H
 
-#include "MapRewrite.h"
+#include "maps/MapRewrite.h"
 
 // What the operations do to the entries of a map. Each says by a test which lines stand for what it
 // is about; rewriting also drops empty lines. Publishing is left to the operation.
@@ -15,6 +15,7 @@ Added addEntry(const MapVariant& variant, const std::string& text, const LineTes
 
 // Rewrites the map without the lines. False when it cannot be opened.
 bool dropEntries(const MapVariant& variant, const LineTest& isMatch);
+bool dropEntries(const MapVariant& variant, const std::string& map, const LineTest& isMatch);
 
 // Rewrites the map with the entry in place of each of the lines; when there is none, with the entry
 // as its last line if that is wanted.

@@ -1,6 +1,6 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
-#include "MapWriter.h"
+#include "maps/MapWriter.h"
 
 #include <cerrno>
 
@@ -12,11 +12,12 @@ namespace
 constexpr std::size_t BlockSize = std::size_t{64} * 1024;
 }
 
-MapWriter::MapWriter(const std::string& path, Mode mode)
+MapWriter::MapWriter(const std::string& path, WorkFileUse use)
     : m_descriptor(open(path.c_str(),
-                        O_WRONLY | O_CREAT | O_CLOEXEC | (mode == Append ? O_APPEND : O_TRUNC),
+                        O_WRONLY | O_CREAT | O_CLOEXEC | (use == Appended ? O_APPEND : O_TRUNC),
                         0666))
 {
+    remember(m_descriptor < 0);
 }
 
 MapWriter::~MapWriter()
@@ -31,24 +32,31 @@ void MapWriter::writeLine(std::string_view line)
         flush();
 }
 
-void MapWriter::close()
+bool MapWriter::close()
 {
     flush();
     if (isOpen())
-        ::close(m_descriptor);
+        remember(::close(m_descriptor) != 0);
     m_descriptor = -1;
+    errno = m_error;
+    return m_error == 0;
 }
 
 void MapWriter::flush()
 {
     std::string_view rest = m_pending;
-    while (isOpen() && !rest.empty()) {
+    while (m_error == 0 && !rest.empty()) {
         const ssize_t count = write(m_descriptor, rest.data(), rest.size());
         if (count < 0 && errno == EINTR)
             continue;
-        if (count < 0)
-            break;
-        rest.remove_prefix(count);
+        remember(count < 0);
+        rest.remove_prefix(count < 0 ? 0 : count);
     }
     m_pending.clear();
+}
+
+void MapWriter::remember(bool failed)
+{
+    if (failed && m_error == 0)
+        m_error = errno;
 }

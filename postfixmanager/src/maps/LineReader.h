@@ -1,5 +1,5 @@
-#ifndef QV_MAPREADER_H
-#define QV_MAPREADER_H
+#ifndef QV_LINEREADER_H
+#define QV_LINEREADER_H
 
 #include <cstddef>
 #include <functional>
@@ -8,27 +8,30 @@
 #include <string_view>
 #include <vector>
 
-// MapReader - the lines of a map file, in constant memory
+// LineReader - the lines of a file, in constant memory
 //
-// The line convention of all maps stands here: after the last line end one more, empty, line is
-// seen (so an empty file has one empty line), and a last line without a line end is a line like any
-// other with none after it. What readers and rewriters do with that empty line is theirs to say.
-// A read error ends the file. A line is valid until the next call.
-class MapReader
+// The line convention of all maps stands here: a file that ends in a line feed yields one more,
+// empty, last line (so an empty file has one empty line), and a last line without a line feed is a
+// line like any other with none after it. What readers and rewriters do with that empty line is
+// theirs to say. A read error ends the file; error() tells. A line is valid until the next call.
+class LineReader
 {
 public:
     // Reads all lines.
-    explicit MapReader(const std::string& path);
+    explicit LineReader(const std::string& path);
 
     // Reads only the lines that contain text anywhere, and skips what lies between a block at a
     // time. Every line contains the empty text.
-    MapReader(const std::string& path, const std::string& text);
+    LineReader(const std::string& path, const std::string& text);
 
-    ~MapReader();
-    MapReader(const MapReader&) = delete;
-    MapReader& operator=(const MapReader&) = delete;
+    ~LineReader();
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
 
     bool isOpen() const { return m_descriptor >= 0; }
+
+    // The errno of an open or a read that failed; 0 when none did.
+    int error() const { return m_error; }
 
     // The next line, without its line end. False when there is none.
     bool nextLine(std::string_view& line);
@@ -39,6 +42,7 @@ private:
     bool readMore();
 
     int m_descriptor;
+    int m_error;
     std::vector<char> m_buffer;
     std::size_t m_begin = 0; // what is read and not yet handed out is [m_begin, m_end)
     std::size_t m_end = 0;

@@ -1,8 +1,8 @@
-#include "ShadowNames.h"
+#include "maps/ShadowNames.h"
 
 #include "MapFiles.h"
-#include "MapLines.h"
-#include "MapReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapReader.h"
 
 void visitShadowNames(const std::function<bool(std::string_view name)>& take)
 {

@@ -1,6 +1,6 @@
-#include "LargeFilesAndDates.h"
+#include "system/LargeFilesAndDates.h"
 
-#include "MapReader.h"
+#include "maps/LineReader.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,13 +19,13 @@ constexpr std::size_t LongText = 20;
 
 } // namespace
 
-MapReader::MapReader(const std::string& path)
-    : m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+LineReader::LineReader(const std::string& path)
+    : m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_error(m_descriptor < 0 ? errno : 0),
       m_buffer(m_descriptor < 0 ? 0 : FirstBufferSize)
 {
 }
 
-MapReader::MapReader(const std::string& path, const std::string& text) : MapReader(path)
+LineReader::LineReader(const std::string& path, const std::string& text) : LineReader(path)
 {
     m_text = text;
     if (m_text.size() >= LongText)
@@ -34,13 +34,13 @@ MapReader::MapReader(const std::string& path, const std::string& text) : MapRead
     m_finished = text.find('\n') != std::string::npos;
 }
 
-MapReader::~MapReader()
+LineReader::~LineReader()
 {
     if (isOpen())
         close(m_descriptor);
 }
 
-bool MapReader::nextLine(std::string_view& line)
+bool LineReader::nextLine(std::string_view& line)
 {
     if (!isOpen() || m_finished || (!m_text.empty() && !skipToText()))
         return false;
@@ -66,7 +66,7 @@ bool MapReader::nextLine(std::string_view& line)
 }
 
 // Moves on to the start of the next line that contains the text. False when there is none.
-bool MapReader::skipToText()
+bool LineReader::skipToText()
 {
     for (;;) {
         const char* const start = m_buffer.data() + m_begin;
@@ -85,7 +85,7 @@ bool MapReader::skipToText()
     }
 }
 
-const char* MapReader::findText(const char* from, const char* to) const
+const char* LineReader::findText(const char* from, const char* to) const
 {
     if (!m_longText)
         return static_cast<const char*>(memmem(from, to - from, m_text.data(), m_text.size()));
@@ -95,7 +95,7 @@ const char* MapReader::findText(const char* from, const char* to) const
 
 // Reads on behind what is there, which moves to the front; a line longer than the buffer makes the
 // buffer grow. False at the end of the file.
-bool MapReader::readMore()
+bool LineReader::readMore()
 {
     const std::size_t kept = m_end - m_begin;
     memmove(m_buffer.data(), m_buffer.data() + m_begin, kept);
@@ -108,6 +108,8 @@ bool MapReader::readMore()
     do
         count = read(m_descriptor, m_buffer.data() + m_end, m_buffer.size() - m_end);
     while (count < 0 && errno == EINTR);
+    if (count < 0)
+        m_error = errno;
     if (count <= 0)
         return false;
     m_end += count;

@@ -1,0 +1,215 @@
+#include "PostfixTransaction.h"
+
+#include "CallConvention.h"
+#include "maps/MapLines.h"
+#include "stage/CheckedFiles.h"
+#include "stage/SqlTransaction.h"
+#include "stage/Stage.h"
+#include "system/SpoolTree.h"
+#include "transaction/Changes.h"
+#include "transaction/Commit.h"
+#include "transaction/StageDirectory.h"
+
+#include <map>
+
+// Everything that an open transaction holds; let go of from the last to the first.
+struct PostfixTransaction::State {
+    State(const PostfixManager& manager, int patience)
+        : settings{manager.m_mailSqlUser, manager.m_mailSqlUserPassword, manager.m_mailSqlServerIP,
+                   manager.m_mailSqlServerPort, manager.m_mailSqlDatabase},
+          lock(patience)
+    {
+    }
+
+    SqlSettings settings;
+    StageLock lock;
+    std::unique_ptr<Stage> stage;
+};
+
+namespace
+{
+
+using Change = PostfixTransaction::Change;
+
+struct UnknownFate {
+    std::string reason;
+};
+
+void addMapChanges(std::vector<Change>& all, Stage& stage)
+{
+    for (const StagedMap& staged : stage.maps())
+        for (const LineChange& change : changesOf(staged)) {
+            const Change::Kind kind = change.before.empty()  ? Change::Added
+                                      : change.after.empty() ? Change::Removed
+                                                             : Change::Changed;
+            const std::string& line = kind == Change::Added ? change.after : change.before;
+            all.push_back({staged.map, kind, std::string(wholeName(line))});
+        }
+}
+
+// A row that makes way for another of the same name is changed.
+void addTableChanges(std::vector<Change>& all, const Stage& stage)
+{
+    if (!stage.database)
+        return;
+    std::map<std::pair<std::string, std::string>, std::size_t> removed;
+    for (const RowChange& change : stage.database->changes()) {
+        const bool isNew = change.before.empty();
+        const std::string name = isNew ? change.after.at(0) : change.before.at(0);
+        const auto partner = removed.find({change.table, name});
+        if (isNew && partner != removed.end()) {
+            all[partner->second].kind = Change::Changed;
+            removed.erase(partner);
+            continue;
+        }
+        if (!isNew)
+            removed[{change.table, name}] = all.size();
+        all.push_back({change.table, isNew ? Change::Added : Change::Removed, name});
+    }
+}
+
+void addSpoolChanges(std::vector<Change>& all, const Stage& stage)
+{
+    for (const std::string& path : stage.pathsToRemove())
+        if (isInSpool(path))
+            all.push_back({VSPOOLDIR, Change::Removed, path});
+    for (const SpoolDirectory& directory : stage.directoriesToMake())
+        if (!isInSpool(directory.path))
+            all.push_back({VSPOOLDIR, Change::Added, directory.path});
+}
+
+// Commits in the database. Where its answer says otherwise, or does not arrive, it is asked over
+// another connection what became of it.
+void commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& witness)
+{
+    try {
+        stage.database->commit();
+        return;
+    } catch (const Refusal& refusal) {
+        stage.fail(refusal.reason);
+    }
+    stage.database.reset();
+    bool isTaken = false;
+    try {
+        isTaken = SqlTransaction(settings).isTrue(witness);
+    } catch (const Refusal& refusal) {
+        throw UnknownFate{"it is not known whether the database took the change (" +
+                          stage.failure() + "; then " + refusal.reason + ")"};
+    }
+    if (!isTaken)
+        refuse(stage.failure());
+}
+
+} // namespace
+
+PostfixTransaction::PostfixTransaction(PostfixManager& manager) : m_manager(manager) {}
+
+PostfixTransaction::~PostfixTransaction()
+{
+    drop();
+}
+
+PostfixTransaction::Outcome PostfixTransaction::open(int patience)
+{
+    m_reason.clear();
+    try {
+        if (openStage() != nullptr)
+            refuse("this program has a transaction open already");
+        auto state = std::make_unique<State>(m_manager, patience);
+        if (!state->lock.isHeld()) {
+            m_reason = "another transaction is open";
+            return Busy;
+        }
+        std::unique_ptr<SqlTransaction> database;
+        if (usesSql(m_manager))
+            database = std::make_unique<SqlTransaction>(state->settings);
+        finishEarlier(database.get());
+        state->stage = std::make_unique<Stage>(database == nullptr);
+        state->stage->database = std::move(database);
+        m_state = std::move(state);
+        return Done;
+    } catch (const Refusal& refusal) {
+        m_reason = refusal.reason;
+        return Refused;
+    }
+}
+
+bool PostfixTransaction::isOpen() const
+{
+    return m_state != nullptr;
+}
+
+std::string PostfixTransaction::failure() const
+{
+    return isOpen() ? m_state->stage->failure() : std::string();
+}
+
+std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
+{
+    std::vector<Change> all;
+    if (!isOpen())
+        return all;
+    try {
+        addMapChanges(all, *m_state->stage);
+        addTableChanges(all, *m_state->stage);
+        addSpoolChanges(all, *m_state->stage);
+    } catch (const Refusal& refusal) {
+        m_state->stage->fail(refusal.reason);
+        all.clear();
+    }
+    return all;
+}
+
+PostfixTransaction::Outcome PostfixTransaction::commit()
+{
+    m_reason = "no transaction is open";
+    if (!isOpen())
+        return Refused;
+    m_reason.clear();
+
+    Stage& stage = *m_state->stage;
+    bool isDecided = false; // from then on the change will be carried out, by whomever
+    try {
+        const Journal journal = prepareCommit(stage);
+        if (journal.hasSteps() || stage.makesDirectories())
+            journal.write();
+        if (stage.database)
+            commitInDatabase(stage, m_state->settings, journal.witness);
+        isDecided = true;
+        const Journal::Rest rest = journal.carryOut();
+        clearStage();
+        m_state.reset();
+        m_reason = rest.spool.empty() ? rest.reload : rest.spool;
+        return rest.spool.empty() ? Done : Unfinished;
+    } catch (const UnknownFate& fate) {
+        m_state.reset();
+        m_reason = fate.reason;
+        return Unfinished;
+    } catch (const Refusal& refusal) {
+        m_reason = refusal.reason;
+        if (isDecided) {
+            m_reason += "; the next change will complete this one first";
+            m_state.reset();
+            return Unfinished;
+        }
+        drop();
+        return Refused;
+    }
+}
+
+void PostfixTransaction::drop()
+{
+    if (!isOpen())
+        return;
+    try {
+        discardStage();
+    } catch (const Refusal&) {
+        // What stays is discarded by the next transaction.
+    }
+    m_state.reset();
+}
+
+const std::string& PostfixTransaction::reason() const
+{
+    return m_reason;
+}

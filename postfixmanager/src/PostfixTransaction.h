@@ -1,0 +1,116 @@
+// PostfixTransaction - several operations as one change, made as a whole or not at all
+//
+// While a transaction is open, the operations of this process (of any PostfixManager and
+// DovecotManager) work on copies that nobody else sees. The commit publishes all of it at once. A
+// program that does not commit changes nothing: not by a failure, not by a crash, not by going
+// away.
+//
+//     PostfixTransaction transaction(manager);
+//     if (transaction.open(30) != PostfixTransaction::Done) ...            // transaction.reason()
+//     if (manager.Postfix_CreateMailDomain(...) != PostfixResult::DomainCreated) ...
+//     if (transaction.commit() != PostfixTransaction::Done) ...            // transaction.reason()
+//
+// What is different while it is open:
+//
+// Names      A name is a whole name: bob@example.com never means jim.bob@example.com, and b.com
+// never
+//            ab.com.
+// Outcomes   Results, output and tracing are those of the operation, but every step below is
+//            checked. The first that fails makes the commit refuse, whatever the operation
+//            answered: a full disk, a read error, a map that is missing or a link, a statement that
+//            the database refuses, a name that would make a malformed line.
+// Maps       Copies are staged in /etc/vmail/transaction, the domain list in
+//            /etc/VirtualHosts-transaction, for root alone. Empty lines are not copied. No
+//            ".qvbackup",
+//            ".CABackup" or work file is written before the commit.
+// Commands   "cp", "postmap", "postfix reload" and "rm -r" are not run. At the commit the table of
+//            each changed map is built by "postmap" beside its copy; maps and tables take their
+//            places by rename, the former maps stay as FILE.qvbackup, the mail server is reloaded
+//            once, and what is to go from the spool goes last.
+// Spool      New directories are made at the commit.
+// Database   All operations share one connection and one transaction of the database, made with the
+//            settings of the manager. Its time limits: 10 seconds to connect, 60 for an answer.
+//
+// Transactions exclude each other, on one machine, by a lock that ends with its process. A program
+// that changes maps without one is noticed: the commit refuses when a map is no longer the one that
+// was copied. What a process that died in the middle of a commit left undone, the next open of any
+// process completes before it begins. One transaction at a time in a process, and no threads.
+#ifndef QV_POSTFIXTRANSACTION_H
+#define QV_POSTFIXTRANSACTION_H
+
+#include "PostfixManager.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class QV_EXPORT PostfixTransaction
+{
+public:
+    enum Outcome {
+        Done = 0,
+        Busy,       // another transaction is open; nothing is changed
+        Refused,    // nothing is changed; reason() says why
+        Unfinished, // the change could not be carried out to its end, or it is not known whether
+                    // the database took it; reason() says what is left, and whether by hand
+    };
+
+    struct Change {
+        enum Kind { Added, Removed, Changed };
+        std::string place; // the path of a map, the name of a table, or "/var/spool/vmail"
+        Kind kind;
+        std::string name; // of the entry: an address, a domain, "@" and a domain; the path of a
+                          // directory or file of the spool
+    };
+
+    // Opens nothing. The manager must outlive the object: its settings choose the backend.
+    explicit PostfixTransaction(PostfixManager& manager);
+
+    // Drops what is not committed.
+    ~PostfixTransaction();
+
+    PostfixTransaction(const PostfixTransaction&) = delete;
+    PostfixTransaction& operator=(const PostfixTransaction&) = delete;
+
+    // Begins. First completes, or takes back, what a transaction that died has left.
+    //
+    // patience  seconds to wait for another transaction to end; negative: without end.
+    //
+    // Done     it is open
+    // Busy     another one was open for as long as that
+    // Refused  this process has an open one; /etc/vmail is missing or cannot be written to; the
+    //          database cannot be reached; an earlier change cannot be completed
+    Outcome open(int patience);
+
+    bool isOpen() const;
+
+    // Why the commit would refuse by now; empty while it would not.
+    std::string failure() const;
+
+    // What the commit would change, map by map, then table by table, then the spool. A map's entry
+    // that went and came back as it was is unchanged. Empty when a staged copy cannot be compared:
+    // failure() then says why.
+    std::vector<Change> changes();
+
+    // Publishes all of it, and is closed then, whatever the outcome.
+    //
+    // Done        it is so, and it is on disk. reason() is empty, or says that "postfix reload"
+    //             failed, as it does while the mail server is stopped
+    // Refused     the world is as it was before
+    // Unfinished  see above
+    Outcome commit();
+
+    // Gives it up: the world is as it was before.
+    void drop();
+
+    // Why the last call was not Done.
+    const std::string& reason() const;
+
+private:
+    struct State;
+    PostfixManager& m_manager;
+    std::string m_reason;
+    std::unique_ptr<State> m_state; // null: not open
+};
+
+#endif

@@ -1,0 +1,59 @@
+#include "system/LargeFilesAndDates.h"
+
+#include "maps/AccountFile.h"
+
+#include "maps/MapRewrite.h"
+#include "stage/Stage.h"
+#include "system/SystemAccounts.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+bool lockWholeFile(int descriptor)
+{
+    struct flock lock {
+    };
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = 0;
+    lock.l_len = 0;
+    return fcntl(descriptor, F_SETLKW, &lock) == 0;
+}
+
+} // namespace
+
+FILE* openLockedForAppend(const std::string& file)
+{
+    Stage* const stage = openStage();
+    FILE* stream = nullptr;
+    // The record to be written may be the very one that getpwnam returned to the host, so it is
+    // not called before the record is written.
+    if (isAccount("root") && isAccount("mail")) {
+        const std::string path = stage == nullptr ? file : stage->mapToChange(file);
+        const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+        if (descriptor >= 0 && lockWholeFile(descriptor))
+            stream = fdopen(descriptor, "a+");
+        if (descriptor >= 0 && stream == nullptr)
+            close(descriptor);
+    }
+    if (stream == nullptr && stage != nullptr)
+        stage->fail(file + " cannot be opened and locked, or the account \"mail\" is missing");
+    return stream;
+}
+
+void closeAppended(FILE* stream, const std::string& file, bool isWritten)
+{
+    Stage* const stage = openStage();
+    const bool isClosed = fclose(stream) == 0;
+    if (stage != nullptr && !(isWritten && isClosed))
+        stage->fail(file + " cannot be added to: " + strerror(errno));
+    if (isWritten)
+        setOwnerAndMode(file, GroupOfMail, 0644);
+}

@@ -1,0 +1,29 @@
+#include "maps/MapLines.h"
+
+#include "stage/Stage.h"
+
+#include <algorithm>
+
+bool standsFor(std::string_view line, std::string_view searched, std::string_view text)
+{
+    return openStage() == nullptr ? contains(searched, text) : wholeName(line) == text;
+}
+
+bool liesIn(std::string_view line, std::string_view searched, std::string_view domain)
+{
+    return openStage() == nullptr ? contains(searched, domain)
+                                  : textAfter(wholeName(line), '@') == domain;
+}
+
+bool leadsTo(std::string_view searched, std::string_view address)
+{
+    if (openStage() == nullptr)
+        return contains(searched, address);
+    while (!searched.empty()) {
+        const std::size_t end = std::min(searched.find_first_of(", \t"), searched.size());
+        if (searched.substr(0, end) == address)
+            return true;
+        searched.remove_prefix(std::min(end + 1, searched.size()));
+    }
+    return false;
+}

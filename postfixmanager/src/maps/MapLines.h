@@ -1,0 +1,83 @@
+// What the maps' lines are matched by: keys and other pieces of a line, and what a call's text
+// means to them.
+#ifndef QV_MAPLINES_H
+#define QV_MAPLINES_H
+
+#include <string_view>
+
+#include <strings.h>
+
+inline bool contains(std::string_view text, std::string_view part)
+{
+    return text.find(part) != std::string_view::npos;
+}
+
+// The text before the first mark; the whole line when it has none.
+inline std::string_view textBefore(std::string_view line, char mark)
+{
+    return line.substr(0, line.find(mark));
+}
+
+// The text after the first mark; the whole text when it has none.
+inline std::string_view textAfter(std::string_view text, char mark)
+{
+    return text.substr(text.find(mark) + 1);
+}
+
+// The key of a line of the mailbox, quota and alias maps. It is cut at a blank only: in a quota
+// line, whose separator is a tab, the key takes in the quota.
+inline std::string_view mapKey(std::string_view line)
+{
+    return textBefore(line, ' ');
+}
+
+// The name of an account line.
+inline std::string_view accountName(std::string_view line)
+{
+    return textBefore(line, ':');
+}
+
+// The domain of an account line: of its name, what follows the first "@"; the whole name without.
+inline std::string_view accountDomain(std::string_view line)
+{
+    return textAfter(accountName(line), '@');
+}
+
+// The whole name of a line of any map, up to its first blank, tab or colon: an address, a domain,
+// or "@" and a domain.
+inline std::string_view wholeName(std::string_view line)
+{
+    return line.substr(0, line.find_first_of(" \t:"));
+}
+
+// Whether the line's key, cut at its first blank or else at its first tab, is exactly this.
+inline bool isKeyedBy(std::string_view line, std::string_view key)
+{
+    std::string_view::size_type end = line.find(' ');
+    if (end == std::string_view::npos)
+        end = line.find('\t');
+    return end != std::string_view::npos && line.substr(0, end) == key;
+}
+
+inline bool equalIgnoringCase(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+// ---- What a call's text means to a line ----
+//
+// In a plain call it means every line that contains it in the part that the map's writers and
+// readers search. Hosts rely on that: bob@example.com also means jim.bob@example.com, and b.com
+// also means ab.com. In a transaction it means the whole name alone.
+
+// searched  the part of the line that a plain call searches.
+bool standsFor(std::string_view line, std::string_view searched, std::string_view text);
+
+// The same where the text is a domain and the lines' names may be addresses in it.
+bool liesIn(std::string_view line, std::string_view searched, std::string_view domain);
+
+// The same where the text is an address and the searched part holds destinations, separated by
+// commas or blanks.
+bool leadsTo(std::string_view searched, std::string_view address);
+
+#endif

@@ -1,0 +1,37 @@
+#ifndef QV_MAPREADER_H
+#define QV_MAPREADER_H
+
+#include "maps/LineReader.h"
+
+#include <cerrno>
+
+// MapReader - the lines of a map, wherever it is now
+//
+// In a plain call that is the map itself. In a transaction it is the staged copy of a map that the
+// transaction has changed; there empty lines are passed over, and a map that is missing or cannot
+// be read to its end makes the commit refuse.
+class MapReader
+{
+public:
+    explicit MapReader(const std::string& map);
+
+    // Reads only the lines that contain text anywhere.
+    MapReader(const std::string& map, const std::string& text);
+
+    bool isOpen() const { return m_lines.isOpen(); }
+
+    // The next line, without its line end. False when there is none.
+    bool nextLine(std::string_view& line);
+
+    // Whether all that there is could be read so far. A map that is missing has nothing to read.
+    bool succeeded() const { return m_lines.error() == 0 || m_lines.error() == ENOENT; }
+
+private:
+    std::string m_map;
+    LineReader m_lines;
+};
+
+// Whether there is such a map. In a transaction one that is missing makes the commit refuse.
+bool mapExists(const std::string& map);
+
+#endif

@@ -1,0 +1,46 @@
+// The file calls of a transaction. Each did what it says when it returns; else it throws a Refusal
+// that names the path and the system's reason.
+#ifndef QV_CHECKEDFILES_H
+#define QV_CHECKEDFILES_H
+
+#include <string>
+#include <vector>
+
+// Why a transaction cannot go on. Thrown below PostfixTransaction and never past it.
+struct Refusal {
+    std::string reason;
+};
+
+[[noreturn]] void refuse(const std::string& reason);
+
+// Refuses with the errno that stands: "PATH cannot be ATTEMPTED: No space left on device".
+[[noreturn]] void refuseFailed(const std::string& path, const char* attempted);
+
+// What tells one state of a file from another: device, inode, size and time of change, as text.
+// Empty when there is none. Refuses what is there and is not a regular file, a link among others.
+std::string identityOf(const std::string& path);
+
+// Copies content, owner, mode and extended attributes (a security label, an access list) to a new
+// file, and ends the last line when it has no line end.
+void copyMap(const std::string& from, const std::string& to);
+
+// Gives a file the owner, mode and extended attributes of another.
+void copyRights(const std::string& from, const std::string& to);
+
+// A second name for the file, or a copy of it where the file system has no second names.
+void keepUnder(const std::string& from, const std::string& to);
+
+void moveFile(const std::string& from, const std::string& to);
+void removeIfThere(const std::string& path);
+
+// Makes the file with mode 0600, in place of what was there, and syncs it.
+void writeSynced(const std::string& path, const std::string& text);
+std::string readWhole(const std::string& path);
+
+// The paths of what is in the directory; none when there is no such directory.
+std::vector<std::string> entriesOf(const std::string& directory);
+
+void syncFile(const std::string& path);
+void syncDirectory(const std::string& path);
+
+#endif

@@ -1,0 +1,42 @@
+#include "stage/Effects.h"
+
+#include "stage/Stage.h"
+#include "system/Shell.h"
+#include "system/SystemAccounts.h"
+
+#include <cerrno>
+
+#include <sys/stat.h>
+
+void rebuildLookupTable(const std::string& map)
+{
+    if (openStage() == nullptr)
+        runInShell("postmap " + map);
+}
+
+void reloadPostfix()
+{
+    if (Stage* const stage = openStage())
+        stage->wantReload();
+    else
+        runInShell("postfix reload");
+}
+
+bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode)
+{
+    if (Stage* const stage = openStage())
+        return stage->makeDirectory({path, mode});
+    if (mkdir(path.c_str(), madeWith) != 0 && errno != EEXIST)
+        return false;
+    giveTo(path, "qvadmin", "mail");
+    chmod(path.c_str(), mode);
+    return true;
+}
+
+void removeSpoolPath(const std::string& command, const std::string& path)
+{
+    if (Stage* const stage = openStage())
+        stage->remove(path);
+    else
+        runInShell(command);
+}

@@ -1,0 +1,277 @@
+#include "stage/SqlTransaction.h"
+
+#include "stage/CheckedFiles.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <mysql/errmsg.h>
+#include <mysql/mysqld_error.h>
+
+namespace
+{
+
+// A server that falls silent must not hold the lock for ever. Longer than the database waits for a
+// row that somebody else has locked (50 seconds by default).
+constexpr unsigned ConnectSeconds = 10;
+constexpr unsigned AnswerSeconds = 60;
+
+// ---- The library's changing statements, read back ----
+
+struct Statement {
+    std::string table;
+    std::string condition;      // of a deletion or an update, from its first word on
+    std::vector<Row> insertion; // the rows of an insertion
+    bool isUpdate = false;
+};
+
+// Takes a statement apart from the left. Every step fails once one has failed.
+class StatementReader
+{
+public:
+    explicit StatementReader(std::string_view text) : m_rest(text) {}
+
+    bool succeeded() const { return m_isGood; }
+    bool atEnd() const { return m_isGood && m_rest.empty(); }
+
+    // The text, whose first character is looked for behind any blanks.
+    bool skipIf(std::string_view text)
+    {
+        const std::size_t start = std::min(m_rest.find_first_not_of(' '), m_rest.size());
+        if (!m_isGood || m_rest.substr(start, text.size()) != text)
+            return false;
+        m_rest.remove_prefix(start + text.size());
+        return true;
+    }
+    void skip(std::string_view text) { m_isGood = skipIf(text) && m_isGood; }
+
+    std::string word()
+    {
+        const std::size_t start = std::min(m_rest.find_first_not_of(' '), m_rest.size());
+        m_rest.remove_prefix(start);
+        const auto end = std::find_if_not(m_rest.begin(), m_rest.end(), [](unsigned char c) {
+            return std::isalnum(c) != 0 || c == '_' || c == '-';
+        });
+        std::string text(m_rest.begin(), end);
+        m_isGood = m_isGood && !text.empty();
+        m_rest.remove_prefix(text.size());
+        return text;
+    }
+
+    // A value between quotes. What would end it early, or hide the quote that does, is no name.
+    std::string quoted()
+    {
+        skip("'");
+        std::string text(m_rest.substr(0, m_rest.find('\'')));
+        m_isGood = m_isGood && text.size() < m_rest.size() &&
+                   std::none_of(text.begin(), text.end(),
+                                [](unsigned char c) { return c == '\\' || std::iscntrl(c) != 0; });
+        if (m_isGood)
+            m_rest.remove_prefix(text.size() + 1);
+        return text;
+    }
+
+    std::string value()
+    {
+        return m_rest.find_first_not_of(' ') != m_rest.find('\'') ? word() : quoted();
+    }
+
+    void condition()
+    {
+        do {
+            word();
+            if (!skipIf("like"))
+                skip("=");
+            quoted();
+        } while (skipIf("and"));
+    }
+
+private:
+    std::string_view m_rest;
+    bool m_isGood = true;
+};
+
+std::optional<Statement> readStatement(const std::string& text)
+{
+    Statement statement;
+    StatementReader reader(text);
+    if (reader.skipIf("insert into")) {
+        statement.table = reader.word();
+        reader.skip("values");
+        do {
+            reader.skip("(");
+            Row& row = statement.insertion.emplace_back();
+            do
+                row.push_back(reader.value());
+            while (reader.skipIf(","));
+            reader.skip(")");
+        } while (reader.skipIf(","));
+    } else {
+        statement.isUpdate = !reader.skipIf("delete from");
+        if (statement.isUpdate)
+            reader.skip("update");
+        statement.table = reader.word();
+        if (statement.isUpdate) {
+            reader.skip("set");
+            reader.condition();
+        }
+        reader.skip("where");
+        reader.condition();
+        statement.condition = text.substr(text.find(" where ") + 1);
+    }
+    if (!reader.atEnd())
+        return std::nullopt;
+    return statement;
+}
+
+// In a pattern "%@DOMAIN" the domain stands for itself, be there a "_" in it, which would stand for
+// any character.
+std::string withoutWildcards(std::string statement)
+{
+    constexpr std::string_view Pattern = "like '%@";
+    const std::size_t pattern = statement.find(Pattern);
+    if (pattern == std::string::npos)
+        return statement;
+    for (std::size_t i = pattern + Pattern.size(); i < statement.size(); ++i)
+        if (statement[i] == '_' || statement[i] == '%')
+            statement.insert(i++, 1, '\\');
+    return statement;
+}
+
+const std::vector<const char*>& columnsOf(const std::string& table)
+{
+    static const std::map<std::string, std::vector<const char*>> columns = {
+        {"virtual_domains", {"name"}},
+        {"virtual_users", {"email", "password", "quota"}},
+        {"virtual_aliases", {"source", "destination"}}};
+    return columns.at(table);
+}
+
+} // namespace
+
+SqlTransaction::SqlTransaction(const SqlSettings& settings)
+{
+    if (mysql_init(&m_connection) == nullptr)
+        refuse("there is no memory for a connection to the database");
+    mysql_options(&m_connection, MYSQL_OPT_CONNECT_TIMEOUT, &ConnectSeconds);
+    mysql_options(&m_connection, MYSQL_OPT_READ_TIMEOUT, &AnswerSeconds);
+    mysql_options(&m_connection, MYSQL_OPT_WRITE_TIMEOUT, &AnswerSeconds);
+    const bool isConnected =
+        mysql_real_connect(&m_connection, settings.server.c_str(), settings.user.c_str(),
+                           settings.password.c_str(), settings.database.c_str(),
+                           atoi(settings.port.c_str()), nullptr, 0) != nullptr;
+    if (isConnected && mysql_query(&m_connection, "start transaction") == 0)
+        return;
+    const std::string reason = mysql_error(&m_connection);
+    mysql_close(&m_connection);
+    refuse("the database \"" + settings.database + "\" on " + settings.server + " port " +
+           settings.port + " cannot be used as \"" + settings.user + "\": " + reason);
+}
+
+SqlTransaction::~SqlTransaction()
+{
+    mysql_close(&m_connection); // the server rolls back
+}
+
+void SqlTransaction::execute(const std::string& text)
+{
+    const std::optional<Statement> statement = readStatement(text);
+    if (!statement)
+        refuse("a name holds a quote, a backslash or a control character, or a quota is no number");
+
+    if (!statement->insertion.empty()) {
+        run(text);
+        for (const Row& row : statement->insertion)
+            m_changes.push_back({statement->table, {}, row});
+        return;
+    }
+    const std::string question =
+        "select * from " + statement->table + " " + withoutWildcards(statement->condition);
+    std::vector<Row> before = rows(question + " for update");
+    run(withoutWildcards(text));
+    std::vector<Row> after = statement->isUpdate ? rows(question) : std::vector<Row>();
+    for (Row& row : before)
+        m_changes.push_back({statement->table, std::move(row), {}});
+    for (Row& row : after)
+        m_changes.push_back({statement->table, {}, std::move(row)});
+}
+
+std::vector<RowChange> SqlTransaction::changes() const
+{
+    // How often each row is there more than before, in the order in which it first turned up.
+    std::map<std::pair<std::string, Row>, int> balance;
+    for (const RowChange& change : m_changes)
+        if (change.before.empty())
+            ++balance[{change.table, change.after}];
+        else
+            --balance[{change.table, change.before}];
+
+    std::vector<RowChange> net;
+    for (const RowChange& change : m_changes) {
+        const bool isNew = change.before.empty();
+        int& count = balance[{change.table, isNew ? change.after : change.before}];
+        if (isNew ? count <= 0 : count >= 0)
+            continue;
+        count += isNew ? -1 : 1;
+        net.push_back(change);
+    }
+    return net;
+}
+
+Witness SqlTransaction::witness()
+{
+    const std::vector<RowChange> net = changes();
+    if (net.empty())
+        return {};
+    const RowChange& change = net.front();
+    const Row& row = change.before.empty() ? change.after : change.before;
+    const std::vector<const char*>& columns = columnsOf(change.table);
+    std::string question = "select count(*) from " + change.table;
+    for (std::size_t i = 0; i < std::min(row.size(), columns.size()); ++i)
+        question += std::string(i == 0 ? " where " : " and ") + columns[i] + " = '" + row[i] + "'";
+    return {question, rows(question).at(0).at(0)};
+}
+
+bool SqlTransaction::isTrue(const Witness& witness)
+{
+    return witness.question.empty() ||
+           rows(witness.question + " lock in share mode").at(0).at(0) == witness.answer;
+}
+
+void SqlTransaction::commit()
+{
+    run("commit");
+}
+
+void SqlTransaction::run(const std::string& statement)
+{
+    if (mysql_query(&m_connection, statement.c_str()) != 0)
+        refuseAnswer("refused a change");
+}
+
+std::vector<Row> SqlTransaction::rows(const std::string& question)
+{
+    using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
+    if (mysql_query(&m_connection, question.c_str()) != 0)
+        refuseAnswer("could not be asked");
+    const Result result(mysql_store_result(&m_connection), mysql_free_result);
+    if (!result)
+        refuseAnswer("could not be asked");
+    std::vector<Row> all;
+    while (const MYSQL_ROW fields = mysql_fetch_row(result.get())) {
+        Row& row = all.emplace_back();
+        for (unsigned i = 0; i < mysql_num_fields(result.get()); ++i)
+            row.emplace_back(fields[i] == nullptr ? "" : fields[i]);
+    }
+    return all;
+}
+
+void SqlTransaction::refuseAnswer(const std::string& attempt)
+{
+    refuse("the database " + attempt + ": " + mysql_error(&m_connection));
+}

@@ -1,0 +1,109 @@
+// Stage - what the open transaction of this process keeps from everybody else until its commit
+//
+// The few places of the ground floor where a call acts on the world ask openStage(): where a map
+// is, which lines a text means, what is published, which connection is used, how the spool changes.
+// Without an open transaction they act at once. No operation asks.
+#ifndef QV_STAGE_H
+#define QV_STAGE_H
+
+#include "MapFiles.h"
+
+#include <array>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include <sys/types.h>
+
+class SqlTransaction;
+
+// A map of the system and its staged copy.
+struct StagedMap {
+    const char* map;
+    const char* directory; // of the copy
+    const char* name;      // of the copy there
+    bool isTable;          // the mail server reads it through a table that postmap builds
+
+    bool isChanged = false;  // there is a copy, and it stands for the map
+    std::string former = {}; // identity of the map when it was copied
+
+    // The hashes of the copy's names, kept once many entries are added.
+    int additions = 0;
+    std::unordered_set<std::size_t> names = {};
+
+    std::string copy() const { return at(""); }
+    std::string replacement() const { return at("new-"); }
+
+    // Another file beside the copy.
+    std::string at(const char* prefix) const
+    {
+        return std::string(directory) + "/" + prefix + name;
+    }
+};
+
+// In the order in which new entries go public: an account before what routes mail to it.
+using StagedMaps = std::array<StagedMap, 6>;
+
+struct SpoolDirectory {
+    std::string path;
+    mode_t mode;
+};
+
+class Stage
+{
+public:
+    // onFiles  the maps hold the mail accounts: one that is missing is damage.
+    explicit Stage(bool onFiles);
+    ~Stage();
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+
+    // Makes the commit refuse, for the first reason given.
+    void fail(const std::string& reason);
+    const std::string& failure() const { return m_failure; }
+
+    // Where the map is to be read. Empty when it is missing or no regular file.
+    std::string mapToRead(const std::string& map);
+
+    // The staged copy, to be changed in place; made if need be. Empty when that fails.
+    std::string mapToChange(const std::string& map);
+
+    // A file beside the copy to write the changed map to, and what puts it in the copy's place.
+    std::string replacementOf(const std::string& map);
+    void takeReplacement(const std::string& map);
+
+    // The state of a map; null, and a failure, when it is none of the system's.
+    StagedMap* find(const std::string& map);
+    StagedMaps& maps() { return m_maps; }
+
+    // Spool directories to be made, or given their owner and mode again, and paths to be removed
+    // with all below them. False when the directory could not be made.
+    bool makeDirectory(const SpoolDirectory& directory);
+    void remove(const std::string& path);
+    const std::vector<SpoolDirectory>& directoriesToMake() const { return m_directories; }
+    const std::vector<std::string>& pathsToRemove() const { return m_removals; }
+
+    bool makesDirectories() const { return !m_directories.empty(); }
+
+    void wantReload() { m_wantsReload = true; }
+    bool wantsReload() const { return m_wantsReload; }
+
+    std::unique_ptr<SqlTransaction> database; // null: the transaction is of the maps alone
+
+private:
+    void recordFormer(StagedMap& staged);
+    bool willBeDirectory(const std::string& path) const;
+
+    bool m_onFiles;
+    std::string m_failure;
+    StagedMaps m_maps;
+    std::vector<SpoolDirectory> m_directories;
+    std::vector<std::string> m_removals;
+    bool m_wantsReload = false;
+};
+
+// The process's; null when no transaction is open.
+Stage* openStage();
+
+#endif

@@ -1,0 +1,155 @@
+#include "system/LargeFilesAndDates.h"
+
+#include "system/SpoolTree.h"
+
+#include "MapFiles.h"
+
+#include <cerrno>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+// An open directory, closed on leaving.
+class Directory
+{
+public:
+    explicit Directory(int descriptor) : m_descriptor(descriptor) {}
+    ~Directory()
+    {
+        if (m_descriptor >= 0)
+            close(m_descriptor);
+    }
+    Directory(Directory&& other) noexcept : m_descriptor(other.release()) {}
+    Directory& operator=(Directory&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+
+    bool isOpen() const { return m_descriptor >= 0; }
+    int number() const { return m_descriptor; }
+    int release() { return std::exchange(m_descriptor, -1); }
+
+private:
+    int m_descriptor;
+};
+
+struct CloseList {
+    void operator()(DIR* list) const { closedir(list); }
+};
+
+constexpr int OpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// Where an entry of the spool stands: the directory that holds it, and its name there.
+struct Place {
+    Directory parent;
+    std::string name;
+    bool isDomain;
+
+    Directory open() const
+    {
+        return Directory(
+            openat(parent.number(), name.c_str(), OpenDirectory | (isDomain ? 0 : O_NOFOLLOW)));
+    }
+};
+
+// The parent is not open when it cannot be reached; errno says why.
+Place placeOf(const std::string& path)
+{
+    Place place{Directory(open(VSPOOLDIR, OpenDirectory)), {}, true};
+    std::string_view rest = std::string_view(path).substr(std::string_view(VSPOOLDIR "/").size());
+    for (;;) {
+        const std::size_t end = rest.find('/');
+        place.name = rest.substr(0, end);
+        if (end == std::string_view::npos || !place.parent.isOpen())
+            return place;
+        place = Place{place.open(), {}, false};
+        rest.remove_prefix(end + 1);
+    }
+}
+
+int removeEntry(int parent, const char* name);
+
+int removeAllIn(Directory directory)
+{
+    const std::unique_ptr<DIR, CloseList> list(fdopendir(directory.number()));
+    if (!list)
+        return errno;
+    const int descriptor = directory.release();
+    int failure = 0;
+    while (const dirent* const entry = readdir(list.get())) {
+        const std::string_view name = entry->d_name;
+        if (name == "." || name == "..")
+            continue;
+        if (const int failed = removeEntry(descriptor, entry->d_name))
+            failure = failed;
+    }
+    return failure;
+}
+
+int removeEntry(int parent, const char* name)
+{
+    if (unlinkat(parent, name, 0) == 0 || errno == ENOENT)
+        return 0;
+    if (errno != EISDIR && errno != EPERM)
+        return errno;
+    Directory directory(openat(parent, name, OpenDirectory | O_NOFOLLOW));
+    if (!directory.isOpen())
+        return errno;
+    if (const int failure = removeAllIn(std::move(directory)))
+        return failure;
+    return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+} // namespace
+
+int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner, bool* isNew)
+{
+    const Place place = placeOf(path);
+    if (!place.parent.isOpen())
+        return errno;
+    const bool made = mkdirat(place.parent.number(), place.name.c_str(), 0700) == 0;
+    if (!made && errno != EEXIST)
+        return errno;
+    if (isNew != nullptr)
+        *isNew = made;
+    const Directory directory = place.open();
+    const bool isDone = directory.isOpen() &&
+                        fchown(directory.number(), owner.user, owner.group) == 0 &&
+                        fchmod(directory.number(), mode) == 0 && fsync(directory.number()) == 0 &&
+                        fsync(place.parent.number()) == 0;
+    return isDone ? 0 : errno;
+}
+
+int removeFromSpool(const std::string& path)
+{
+    const Place place = placeOf(path);
+    if (!place.parent.isOpen())
+        return errno == ENOENT ? 0 : errno;
+    return removeEntry(place.parent.number(), place.name.c_str());
+}
+
+bool isInSpool(const std::string& path)
+{
+    struct stat entry {
+    };
+    return lstat(path.c_str(), &entry) == 0;
+}
+
+int removeEmptyFromSpool(const std::string& path)
+{
+    const Place place = placeOf(path);
+    if (!place.parent.isOpen())
+        return errno == ENOENT ? 0 : errno;
+    const bool isGone =
+        unlinkat(place.parent.number(), place.name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT;
+    return isGone ? 0 : errno;
+}

@@ -1,0 +1,29 @@
+// Directories and mail below the spool, reached by descriptors that follow no link.
+//
+// The account "qvadmin" may write below a domain's directory, and root acts there: a link planted
+// on the way must lead nowhere. Only a domain's own directory may be a link, to another disk say:
+// the directory that holds it is root's.
+//
+// Paths are "/var/spool/vmail/DOMAIN" and below. All return 0, or the errno of what failed.
+#ifndef QV_SPOOLTREE_H
+#define QV_SPOOLTREE_H
+
+#include "system/SystemAccounts.h"
+
+#include <string>
+
+// Makes the directory, or takes the one that is there, sets owner and mode and syncs it. isNew
+// (when given) tells which.
+int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner,
+                bool* isNew = nullptr);
+
+// Removes a file, or a directory with all below it. What is not there is removed already.
+int removeFromSpool(const std::string& path);
+
+// Whether anything is there, a link that leads nowhere too.
+bool isInSpool(const std::string& path);
+
+// Removes a directory that is empty; any other stays.
+int removeEmptyFromSpool(const std::string& path);
+
+#endif

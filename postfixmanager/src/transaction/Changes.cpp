@@ -1,0 +1,152 @@
+#include "transaction/Changes.h"
+
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
+#include "stage/CheckedFiles.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <unordered_map>
+
+namespace
+{
+
+// The lines of one side, empty ones passed over.
+class Side
+{
+public:
+    explicit Side(const std::string& path) : m_path(path), m_reader(path) { next(); }
+
+    bool atEnd() const { return m_atEnd; }
+    std::string_view line() const { return m_line; }
+    void next()
+    {
+        do
+            m_atEnd = !m_reader.nextLine(m_line);
+        while (!m_atEnd && m_line.empty());
+        if (m_reader.error() != 0)
+            refuse(m_path + " cannot be read: " + strerror(m_reader.error()));
+    }
+
+private:
+    std::string m_path;
+    LineReader m_reader;
+    std::string_view m_line;
+    bool m_atEnd = false;
+};
+
+// Lines that went by one name and came by the same are one change, or none.
+std::vector<LineChange> joinedByName(const std::vector<LineChange>& changes)
+{
+    std::unordered_map<std::string, std::size_t> gone; // by name, its place in the result
+    std::vector<LineChange> joined;
+    for (const LineChange& change : changes) {
+        const std::string name(wholeName(change.before.empty() ? change.after : change.before));
+        const auto partner = change.before.empty() ? gone.find(name) : gone.end();
+        if (partner != gone.end()) {
+            joined[partner->second].after = change.after;
+            gone.erase(partner);
+            continue;
+        }
+        if (change.after.empty())
+            gone[name] = joined.size();
+        joined.push_back(change);
+    }
+    const auto isNone = [](const LineChange& change) { return change.before == change.after; };
+    joined.erase(std::remove_if(joined.begin(), joined.end(), isNone), joined.end());
+    return joined;
+}
+
+bool isNumber(std::string_view text)
+{
+    if (!text.empty() && text.front() == '-')
+        text.remove_prefix(1);
+    return !text.empty() && std::all_of(text.begin(), text.end(),
+                                        [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+// The field of an account line, counted from 0.
+std::string_view field(std::string_view line, int number)
+{
+    for (; number > 0; --number)
+        line = contains(line, ":") ? textAfter(line, ':') : std::string_view();
+    return textBefore(line, ':');
+}
+
+bool isWellFormed(const StagedMap& staged, std::string_view line)
+{
+    const std::string_view name = wholeName(line);
+    const std::string map = staged.map;
+    const auto isControl = [&](unsigned char c) {
+        return std::iscntrl(c) != 0 && !(c == '\t' && map == VQUOTAFILE);
+    };
+    if (name.empty() || std::any_of(line.begin(), line.end(), isControl))
+        return false;
+    if (map == VDOMAINFILE)
+        return line == name;
+
+    const auto colons = std::count(line.begin(), line.end(), ':');
+    if (map == VPASSWDFILE)
+        return accountName(line) == name && colons >= 6 && isNumber(field(line, 2)) &&
+               isNumber(field(line, 3));
+    if (map == VSHADOWFILE)
+        return accountName(line) == name && colons == 8 && !field(line, 1).empty();
+
+    const std::string_view value = line.substr(std::min(name.size() + 1, line.size()));
+    if (map == VQUOTAFILE)
+        return textBefore(line, '\t') == name && isNumber(value);
+    const bool isOneWord = !contains(value, " ");
+    return mapKey(line) == name && !value.empty() && (isOneWord || map == VALIASFILE);
+}
+
+void refuseNamesTwice(const StagedMap& staged, const std::vector<LineChange>& changes)
+{
+    std::unordered_map<std::string_view, int> counts;
+    for (const LineChange& change : changes)
+        if (change.before.empty())
+            counts[wholeName(change.after)] = 0;
+    if (counts.empty())
+        return;
+    for (Side lines(staged.copy()); !lines.atEnd(); lines.next()) {
+        const auto count = counts.find(wholeName(lines.line()));
+        if (count != counts.end() && ++count->second > 1)
+            refuse(std::string(staged.map) + " would have two entries of " +
+                   std::string(count->first));
+    }
+}
+
+} // namespace
+
+std::vector<LineChange> changesOf(const StagedMap& staged)
+{
+    std::vector<LineChange> changes;
+    if (!staged.isChanged)
+        return changes;
+
+    // A staged copy keeps the order of its map: lines are dropped, replaced and added behind.
+    Side before(staged.map);
+    Side after(staged.copy());
+    while (!before.atEnd()) {
+        const bool isThere = !after.atEnd() && wholeName(before.line()) == wholeName(after.line());
+        if (!isThere)
+            changes.push_back({std::string(before.line()), ""});
+        else if (before.line() != after.line())
+            changes.push_back({std::string(before.line()), std::string(after.line())});
+        before.next();
+        if (isThere)
+            after.next();
+    }
+    for (; !after.atEnd(); after.next())
+        changes.push_back({"", std::string(after.line())});
+    return joinedByName(changes);
+}
+
+void checkChanges(const StagedMap& staged, const std::vector<LineChange>& changes)
+{
+    for (const LineChange& change : changes)
+        if (!change.after.empty() && !isWellFormed(staged, change.after))
+            refuse(std::string(staged.map) + " would get a malformed entry of \"" +
+                   std::string(wholeName(change.after)) + "\"");
+    refuseNamesTwice(staged, changes);
+}

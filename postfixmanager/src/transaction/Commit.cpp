@@ -1,0 +1,176 @@
+#include "system/LargeFilesAndDates.h"
+
+#include "transaction/Commit.h"
+
+#include "maps/MapWriter.h"
+#include "stage/CheckedFiles.h"
+#include "system/Shell.h"
+#include "system/SpoolTree.h"
+#include "transaction/Changes.h"
+#include "transaction/StageDirectory.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace
+{
+
+// A map that is to be published, and how.
+struct Publication {
+    StagedMap* staged;
+    std::vector<std::string> gone; // the entries that it loses, as lines
+    bool gains;                    // entries, or changes some
+};
+
+std::vector<Publication> publicationsOf(Stage& stage)
+{
+    std::vector<Publication> publications;
+    for (StagedMap& staged : stage.maps()) {
+        const std::vector<LineChange> changes = changesOf(staged);
+        if (changes.empty())
+            continue;
+        checkChanges(staged, changes);
+        Publication publication{&staged, {}, false};
+        for (const LineChange& change : changes)
+            if (change.after.empty())
+                publication.gone.push_back(change.before);
+            else
+                publication.gains = true;
+        publications.push_back(std::move(publication));
+    }
+    return publications;
+}
+
+// ---- Tables ----
+
+// What postmap made of a staged file: one or more files named after it, as the table's type has it.
+std::vector<std::string> tableEndings(const StagedMap& staged, const std::string& file)
+{
+    std::vector<std::string> endings;
+    for (const std::string& path : entriesOf(staged.directory))
+        if (path.compare(0, file.size() + 1, file + ".") == 0)
+            endings.push_back(path.substr(file.size()));
+    return endings;
+}
+
+std::string firstLineOf(const std::string& path)
+{
+    const std::string text = readWhole(path);
+    return text.substr(0, text.find('\n'));
+}
+
+std::vector<std::string> buildTable(const StagedMap& staged, const std::string& file)
+{
+    constexpr const char* Complaints = VSTAGEDIR "/complaints";
+    writeSynced(Complaints, "");
+    if (!runInShell("postmap " + file + " 2> " + Complaints))
+        refuse("postmap cannot build the table of " + std::string(staged.map) + ": " +
+               firstLineOf(Complaints));
+    std::vector<std::string> endings = tableEndings(staged, file);
+    if (endings.empty())
+        refuse("postmap built no table of " + std::string(staged.map));
+    for (const std::string& ending : endings) {
+        // As postmap itself does, which writes to the old table.
+        if (!identityOf(staged.map + ending).empty())
+            copyRights(staged.map + ending, file + ending);
+        syncFile(file + ending);
+    }
+    return endings;
+}
+
+// ---- The way into the public ----
+
+// Adds the moves that put the file in its map's place, the table first: one that is older than its
+// map makes the mail server warn.
+void addMoves(Journal& journal, const StagedMap& staged, const std::string& file,
+              const std::vector<std::string>& expected)
+{
+    syncFile(file);
+    if (staged.isTable)
+        for (const std::string& ending : buildTable(staged, file))
+            journal.moves.push_back({file + ending, staged.map + ending, {}});
+    journal.moves.push_back({file, staged.map, expected});
+}
+
+std::string makeUnion(const Publication& publication)
+{
+    std::string both = publication.staged->at("both-");
+    copyMap(publication.staged->copy(), both);
+    MapWriter file(both, Appended);
+    for (const std::string& line : publication.gone)
+        file.writeLine(line);
+    if (!file.close())
+        refuseFailed(both, "written");
+    return both;
+}
+
+void addMaps(Journal& journal, const std::vector<Publication>& publications)
+{
+    std::vector<std::string> unions;
+    for (const Publication& publication : publications) {
+        const StagedMap& staged = *publication.staged;
+        keepUnder(staged.map, staged.at("former-"));
+        journal.moves.push_back({staged.at("former-"), staged.map + std::string(Backup), {}});
+
+        const bool isBoth = publication.gains && !publication.gone.empty();
+        unions.push_back(isBoth ? makeUnion(publication) : "");
+        if (publication.gains)
+            addMoves(journal, staged, isBoth ? unions.back() : staged.copy(), {staged.former});
+    }
+    for (std::size_t i = publications.size(); i-- > 0;) {
+        const StagedMap& staged = *publications[i].staged;
+        std::vector<std::string> expected = {staged.former};
+        if (!unions[i].empty())
+            expected.push_back(identityOf(unions[i]));
+        if (!publications[i].gone.empty())
+            addMoves(journal, staged, staged.copy(), expected);
+    }
+    for (const Publication& publication : publications)
+        syncDirectory(publication.staged->directory);
+}
+
+// ---- The spool ----
+
+// Those that are new are made now, when the commit can still be refused. Those that are there get
+// their owner and mode afterwards, and so do those that are to be removed first.
+void makeDirectories(Journal& journal, const Stage& stage)
+{
+    if (stage.directoriesToMake().empty())
+        return;
+    const std::optional<Ownership> owner = ownershipOf("qvadmin", "mail");
+    if (!owner)
+        refuse("the system account \"qvadmin\" or \"mail\" is missing");
+
+    std::vector<SpoolDirectory> newOnes;
+    for (const SpoolDirectory& directory : stage.directoriesToMake())
+        if (isInSpool(directory.path))
+            journal.directories.push_back({directory.path, directory.mode, *owner});
+        else
+            newOnes.push_back(directory);
+    noteNewDirectories(newOnes);
+    for (const SpoolDirectory& directory : newOnes)
+        if (const int failure = makeInSpool(directory.path, directory.mode, *owner))
+            refuse(directory.path + " cannot be made: " + strerror(failure));
+}
+
+} // namespace
+
+Journal prepareCommit(Stage& stage)
+{
+    if (!stage.failure().empty())
+        refuse(stage.failure());
+
+    Journal journal;
+    const std::vector<Publication> publications = publicationsOf(stage);
+    addMaps(journal, publications);
+    for (const std::string& path : stage.pathsToRemove())
+        if (isInSpool(path))
+            journal.removals.push_back(path);
+    makeDirectories(journal, stage);
+    if (stage.database)
+        journal.witness = stage.database->witness();
+    const bool isChanged = !publications.empty() || !journal.witness.question.empty();
+    journal.reloads = stage.wantsReload() && isChanged;
+    journal.checkPlaces();
+    return journal;
+}

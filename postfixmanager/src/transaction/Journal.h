@@ -1,0 +1,62 @@
+// Journal - what a commit is about to do, written down and synced before the first step
+//
+// Whoever finds it, after a crash say, carries it out from the start: a step that is done already
+// is passed over or done again with the same result.
+#ifndef QV_JOURNAL_H
+#define QV_JOURNAL_H
+
+#include "stage/SqlTransaction.h"
+#include "system/SystemAccounts.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct Journal {
+    // A staged file takes the place of another.
+    struct Move {
+        std::string from;
+        std::string to;
+        // What may stand at that place, by identity: anything else was put there by a program that
+        // does without transactions. Empty: not looked at.
+        std::vector<std::string> expected;
+    };
+    struct Directory {
+        std::string path;
+        mode_t mode;
+        Ownership owner;
+    };
+
+    Witness witness; // with accounts in the database: it is to be carried out only if this is true
+    std::vector<Move> moves;
+    bool reloads = false;
+    std::vector<std::string> removals;  // of the spool
+    std::vector<Directory> directories; // of the spool
+
+    // Whether there is anything to do once the witness is true.
+    bool hasSteps() const;
+
+    // Writes it and syncs it. From then on it will be carried out.
+    void write() const;
+
+    // What is left to do by hand; empty texts when all is done.
+    struct Rest {
+        std::string reload;
+        std::string spool;
+    };
+
+    // Carries it out. Throws a Refusal when a map cannot take its place: the rest then waits for
+    // the next try.
+    Rest carryOut() const;
+
+    // Refuses when a map that is still to be replaced is not what it was.
+    void checkPlaces() const;
+};
+
+// The one that a process left behind.
+std::optional<Journal> readJournal();
+
+// Removes it, when it is carried out or is not to be.
+void removeJournal();
+
+#endif

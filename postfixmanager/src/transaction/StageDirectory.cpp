@@ -1,0 +1,119 @@
+#include "system/LargeFilesAndDates.h"
+
+#include "transaction/StageDirectory.h"
+
+#include "stage/CheckedFiles.h"
+#include "system/SpoolTree.h"
+#include "transaction/Journal.h"
+
+#include <cerrno>
+#include <chrono>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr const char* NewDirectories = VSTAGEDIR "/new-directories";
+constexpr std::chrono::milliseconds Pause(10);
+
+void removeFiles()
+{
+    for (const char* const directory : {VSTAGEDIR, VLISTSTAGEDIR})
+        for (const std::string& path : entriesOf(directory))
+            removeIfThere(path);
+    rmdir(VLISTSTAGEDIR); // the other one is the lock, and stays
+}
+
+void takeBackNewDirectories()
+{
+    if (identityOf(NewDirectories).empty())
+        return;
+    std::vector<std::string> paths;
+    std::istringstream lines(readWhole(NewDirectories));
+    for (std::string path; std::getline(lines, path);)
+        paths.push_back(path);
+    for (auto path = paths.rbegin(); path != paths.rend(); ++path)
+        removeEmptyFromSpool(*path);
+}
+
+} // namespace
+
+StageLock::StageLock(int patience)
+{
+    if (mkdir(VSTAGEDIR, 0700) != 0 && errno != EEXIST)
+        refuseFailed(VSTAGEDIR, "made");
+    m_directory = open(VSTAGEDIR, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat entry {
+    };
+    if (m_directory < 0 || fstat(m_directory, &entry) != 0)
+        refuseFailed(VSTAGEDIR, "opened");
+    if (entry.st_uid != geteuid() || (entry.st_mode & 077U) != 0) {
+        close(m_directory);
+        refuse(VSTAGEDIR " is not a directory of root alone; remove it");
+    }
+
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(patience);
+    while (!(m_isHeld = flock(m_directory, LOCK_EX | LOCK_NB) == 0) &&
+           (patience < 0 || std::chrono::steady_clock::now() < end))
+        std::this_thread::sleep_for(Pause);
+}
+
+StageLock::~StageLock()
+{
+    close(m_directory);
+}
+
+void noteNewDirectories(const std::vector<SpoolDirectory>& directories)
+{
+    std::string text;
+    for (const SpoolDirectory& directory : directories)
+        text += directory.path + "\n";
+    writeSynced(NewDirectories, text);
+    syncDirectory(VSTAGEDIR);
+}
+
+void finishEarlier(SqlTransaction* database)
+{
+    const std::optional<Journal> journal = readJournal();
+    if (!journal)
+        return discardStage();
+    if (!journal->witness.question.empty() && database == nullptr)
+        refuse(VJOURNALFILE
+               " is of a change of the database that was interrupted, and this program "
+               "uses map files; let one that uses the database finish it first");
+    if (!journal->witness.question.empty() && !database->isTrue(journal->witness)) {
+        removeJournal();
+        return discardStage();
+    }
+    try {
+        journal->checkPlaces();
+    } catch (const Refusal& refusal) {
+        refuse("an interrupted change cannot be completed: " + refusal.reason +
+               ". Compare it with its copy in " VSTAGEDIR ", then remove " VJOURNALFILE);
+    }
+    journal->carryOut();
+    clearStage();
+}
+
+void discardStage()
+{
+    // First, so that nobody carries it out once a part of what it names is gone.
+    removeIfThere(VJOURNALFILE);
+    takeBackNewDirectories();
+    removeFiles();
+}
+
+void clearStage()
+{
+    removeIfThere(NewDirectories);
+    syncDirectory(VSTAGEDIR);
+    removeJournal();
+    removeFiles();
+}

@@ -1,0 +1,47 @@
+// The directory in which transactions stage their copies: the lock that keeps them apart, and what
+// becomes of what an earlier one left there.
+#ifndef QV_STAGEDIRECTORY_H
+#define QV_STAGEDIRECTORY_H
+
+#include "stage/SqlTransaction.h"
+#include "stage/Stage.h"
+
+#include <vector>
+
+// The lock of all transactions of this machine, let go of with the process in any case. It lies on
+// the directory itself, which only root can open: nobody else can hold it.
+class StageLock
+{
+public:
+    // Waits for it as long as the patience, in seconds, lasts; without end when that is negative.
+    // Throws a Refusal when the directory cannot be made or is not root's alone.
+    explicit StageLock(int patience);
+    ~StageLock();
+    StageLock(const StageLock&) = delete;
+    StageLock& operator=(const StageLock&) = delete;
+
+    bool isHeld() const { return m_isHeld; }
+
+private:
+    int m_directory = -1;
+    bool m_isHeld = false;
+};
+
+// Notes the directories of the spool that are about to be made, so that they go again if nothing is
+// committed.
+void noteNewDirectories(const std::vector<SpoolDirectory>& directories);
+
+// Carries out the journal that an earlier transaction left, or else takes back what it made and
+// empties the directory.
+//
+// database  what a journal about the database is asked of; null when this process uses none.
+void finishEarlier(SqlTransaction* database);
+
+// Takes back what was made for a commit that is not to be, and empties the directory.
+void discardStage();
+
+// Empties the directory after a commit that was carried out; the journal goes once nothing is left
+// that another transaction could take back.
+void clearStage();
+
+#endif

@@ -117,7 +117,7 @@ PostfixTransaction::Outcome PostfixTransaction::open(int patience)
             refuse("this program has a transaction open already");
         auto state = std::make_unique<State>(m_manager, patience);
         if (!state->lock.isHeld()) {
-            m_reason = "another transaction is open";
+            m_reason = "another change is at work (process " + state->lock.holder() + ")";
             return Busy;
         }
         std::unique_ptr<SqlTransaction> database;

@@ -1,6 +1,5 @@
 #include "CallConvention.h"
 #include "stage/Effects.h"
-#include "system/SystemAccounts.h"
 
 namespace
 {
@@ -28,9 +27,6 @@ int PostfixManager::Postfix_CreateDomDir(std::string DomainName)
     // The names list holds the domain itself instead of a label, on purpose: the control panel's
     // tracing records show it that way.
     traceCall(*this, "Postfix_CreateDomDir", {DomainName}, {DomainName});
-
-    if (!ownershipOf("qvadmin", "mail"))
-        return PostfixResult::Failed;
 
     for (const SpoolDirectory& directory : SpoolTree) {
         const std::string path = VSPOOLDIR "/" + DomainName + directory.path;

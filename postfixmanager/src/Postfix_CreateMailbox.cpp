@@ -3,7 +3,6 @@
 #include "DovecotManager.h"
 #include "PasswordHash.h"
 #include "stage/Effects.h"
-#include "system/SystemAccounts.h"
 
 namespace
 {
@@ -57,13 +56,6 @@ bool recordInDatabase(const PostfixManager& manager, SvpopUser* record, const st
     return true;
 }
 
-bool makeHome(const std::string& home)
-{
-    if (!ownershipOf("qvadmin", "mail"))
-        return false;
-    return makeSpoolDirectory(home, 02775, 02777);
-}
-
 } // namespace
 
 int PostfixManager::Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string DomainName,
@@ -79,7 +71,7 @@ int PostfixManager::Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string D
     if (!recorded)
         return PostfixResult::MailboxNotCreated;
 
-    if (!makeHome(VSPOOLDIR "/" + DomainName + "/mail/home/" + address))
+    if (!makeSpoolDirectory(VSPOOLDIR "/" + DomainName + "/mail/home/" + address, 02775, 02777))
         return PostfixResult::Failed;
     return PostfixResult::MailboxCreated;
 }

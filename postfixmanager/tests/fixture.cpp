@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <regex>
 #include <sstream>
@@ -282,15 +281,23 @@ static std::pair<std::string, VectorString> parse(const std::string& call)
     return {call.substr(0, open), split(call.substr(open + 1, call.size() - open - 2), ';')};
 }
 
+std::string watched(const std::function<void()>& work)
+{
+    testing::internal::CaptureStdout();
+    watching = true;
+    work();
+    watching = false;
+    return testing::internal::GetCapturedStdout();
+}
+
 std::string run(PostfixManager& manager, const std::string& call)
 {
     const auto [name, arguments] = parse(call);
     Outputs out;
-    testing::internal::CaptureStdout();
-    watching = true;
-    std::string answer = Operations.at(name).run(manager, arguments, out);
-    watching = false;
-    happened = testing::internal::GetCapturedStdout();
+    std::string answer;
+    happened = watched([&, name = name, arguments = arguments] {
+        answer = Operations.at(name).run(manager, arguments, out);
+    });
     if (out.word != "kept")
         answer += " " + out.word;
     for (std::size_t i = 1; i < out.list.size(); ++i)

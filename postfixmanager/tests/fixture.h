@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -59,6 +60,7 @@ std::string run(Backend backend, const std::string& call);
 // What that did, in order, a line each: "> METHOD(name=value, ...)" it traced, "$ COMMAND" it gave
 // to the shell, all else it printed.
 extern std::string happened;
+std::string watched(const std::function<void()>& work); // what else does, in the same form
 std::string traced(const std::string& call);
 
 // The same in short: "cp FILE[ SUFFIX]", "publish MAP" ("postmap MAP" and "postfix reload"), a call

@@ -24,7 +24,13 @@ void reloadPostfix()
 
 bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode)
 {
-    if (Stage* const stage = openStage())
+    Stage* const stage = openStage();
+    if (!ownershipOf("qvadmin", "mail")) {
+        if (stage != nullptr)
+            stage->fail("the system account \"qvadmin\" or \"mail\" is missing");
+        return false;
+    }
+    if (stage != nullptr)
         return stage->makeDirectory({path, mode});
     if (mkdir(path.c_str(), madeWith) != 0 && errno != EEXIST)
         return false;

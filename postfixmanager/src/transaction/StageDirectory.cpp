@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -63,6 +64,25 @@ StageLock::StageLock(int patience)
     while (!(m_isHeld = flock(m_directory, LOCK_EX | LOCK_NB) == 0) &&
            (patience < 0 || std::chrono::steady_clock::now() < end))
         std::this_thread::sleep_for(Pause);
+}
+
+std::string StageLock::holder() const
+{
+    struct stat entry {
+    };
+    std::ifstream locks("/proc/locks");
+    if (fstat(m_directory, &entry) != 0)
+        return "unknown";
+    const std::string inode = ":" + std::to_string(entry.st_ino) + " ";
+    // "1: FLOCK  ADVISORY  WRITE 4711 fe:00:123456 0 EOF"
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream words(line);
+        std::string number, kind, advisory, access, process;
+        words >> number >> kind >> advisory >> access >> process;
+        if (kind == "FLOCK" && line.find(inode) != std::string::npos)
+            return process;
+    }
+    return "unknown";
 }
 
 StageLock::~StageLock()

@@ -6,6 +6,7 @@
 #include "stage/SqlTransaction.h"
 #include "stage/Stage.h"
 
+#include <string>
 #include <vector>
 
 // The lock of all transactions of this machine, let go of with the process in any case. It lies on
@@ -21,6 +22,9 @@ public:
     StageLock& operator=(const StageLock&) = delete;
 
     bool isHeld() const { return m_isHeld; }
+
+    // The number of the process that holds it, as far as the system tells.
+    std::string holder() const;
 
 private:
     int m_directory = -1;

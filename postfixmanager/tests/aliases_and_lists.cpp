@@ -23,6 +23,7 @@ TEST_F(Aliases, ForwardsAreKeptInTheMap)
         {add, "x\tbob@d\n", "0", nullptr, Kept},
         {drop, nullptr, "329", nullptr, PublishedOnly},
         {drop, crowd, "329", "a b\nc bob@d\nBob@d x\nz\n", Rewritten},
+        {drop, "\na b", "329", "a b\n", Rewritten},
         {set, nullptr, "1", nullptr, Kept},
         {set, crowd, "321", "a b\nbob@d to@x\nbob@d to@x\nc bob@d\nbob@d to@x\nBob@d x\nz\n",
          Rewritten},
@@ -62,6 +63,7 @@ TEST_F(Aliases, ListsAreKeptInTheMap)
         {"VList(l@d;;AddList)", nullptr, "310", "l@d\n", Made},
         {drop, nullptr, "0", nullptr, Kept},
         {drop, crowd, "319", "a b\nc l@d\nL@d x\nz\n", Rewritten},
+        {drop, "\na b", "319", "a b\n", Rewritten},
         {set, nullptr, "1", nullptr, Kept},
         {set, crowd, "323", "a b\nl@d a b c\nl@d a b c\nc l@d\nL@d x\nz\n", Rewritten},
         {set, "\na b\n\n", "323", "a b\n", Rewritten},
@@ -96,17 +98,19 @@ TEST_F(Aliases, ListsAreKeptInTheTable)
 
 TEST_F(Aliases, QueriesReadTheMap)
 {
-    const std::string forwards =
-        "info@d bob@d\n\nlist@d bob@d,a@d\nbob@d x@y\nhr jimbob@d.com\nbob@d\nx  bob@d\ny\tbob@d";
-    const std::string members = "l@d a1, b2\nml@d a\n\nl@d c,d  e \nl@d\nl@da x\nL@d x\n";
-    const std::string lists =
-        "l@d.com a\nu@d.com b\n\nU@d.com c\nu@d.com.au c\nm@e v@d.com\nn@e f\nb\td.com\nu@d.com";
+    const std::string forwards = "info@d bob@d\n\nlist@d bob@d,a@d\nbob@d x@y\nhr jimbob@d.com\n"
+                                 "bob@d\nx  bob@d\ny\tbob@d\ninfo@d bob@d";
+    const std::string members = "l@d a1, b2\nml@d a\n\nl@d c,d  b2 \nl@d\nl@da x\nL@d x\n";
+    const std::string lists = "l@d.com a\nu@d.com b\n\nU@d.com c\nu@d.com.au c\nm@e v@d.com\n"
+                              "l@e d.com\nn@e f\nb\td.com\nu@d.com";
     const std::string reads[][3] = {
-        {"GetAliasList(bob@d)", forwards, "0 info hr jimbob x  bob"},
-        {"RetrieveAlias(bob@d)", "c bob@d\nBob@d x\n\njimbob@d  \t y,z w\nbob@d x\n", "y,z w"},
+        {"GetAliasList(bob@d)", forwards, "0 info hr jimbob x  bob info"},
+        {"GetAliasList( bob@d)", forwards, "0 info x  bob info"},
+        {"RetrieveAlias(bob@d)", "c bob@d\nBob@d x\n\njimbob@d  \t y,z w \t\nbob@d x", "y,z w \t"},
         {"RetrieveAlias(bob@d)", "bob@d\nbob@d x\n", ""},
-        {"GetListSettings(l@d)", members, "0 a1, b2 c,d  e "},
-        {"GetLists(d.com)", lists, "0 l u m b\td.com"},
+        {"RetrieveAlias()", "\nbob@d x\n", ""}, // an empty line has an empty name
+        {"GetListSettings(l@d)", members, "0 a1, b2 c,d  b2 "},
+        {"GetLists(d.com)", lists, "0 l u m l b\td.com"},
         {"IsVAliasExists(nobody)", lists, "true"},
         {"IsVListExists(nobody)", lists, "true"}};
     put({{"vshadow", "u@d.com:h\nx:h"}});
@@ -115,7 +119,7 @@ TEST_F(Aliases, QueriesReadTheMap)
         EXPECT_EQ(run(Files, call), answer) << call;
         EXPECT_EQ(happened, traced(call));
     }
-    EXPECT_EQ(run(SqlNoServer, "GetAliasList(d.com)"), "0 m"); // the map, whatever the backend
+    EXPECT_EQ(run(SqlNoServer, "GetAliasList(d.com)"), "0 m l"); // the map, whatever the backend
     emptyWorld();
     EXPECT_EQ(run(Files, "GetAliasList(a)") + run(Files, "RetrieveAlias(a)"), "63");
     EXPECT_EQ(run(Files, "GetLists(d)") + run(Files, "GetListSettings(l)"), "6363");

@@ -21,8 +21,10 @@ TEST_F(CatchAll, LineIsKeptInTheMailboxMap)
         {Drop, nullptr, "333", nullptr, Kept, "File does not exist."},
         {Drop, crowd.c_str(), "333", others.c_str(), Rewritten,
          "@d d/mail/inbox/x@d\n@d\tx\n@d y\n"},
+        {Drop, "\na b", "333", "a b\n", Rewritten},
         {Get, nullptr, "0", nullptr, Kept, "File does not exist."},
         {Get, "@D x/y\n\n@d x\n@d\t/y\n@d z/w\n", "1 y", nullptr, Kept, "@d x\n@d\t/y"},
+        {Get, "@d d/mail/inbox/c@d", "1 c", nullptr, Kept, "@d d/mail/inbox/c@d"},
         {Get, "@D x/y\n\nu@d x/y@d", "0", nullptr, Kept},
         {"IsCatchAllExists(none)", nullptr, "true", nullptr, Kept},
     });

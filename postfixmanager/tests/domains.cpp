@@ -16,7 +16,7 @@ static const std::string Spool = "/var/spool/vmail", Dir = Spool + "/d.com";
 TEST_F(Domains, ListIsKeptInItsFile)
 {
     const std::string add = "VHostFile(b.com;AddDomain)", remove = "VHostFile(b.com;RmvDomain)";
-    check({List, ".qvbackup", List + "-temp.txt", "root 600 root's", "", true, true, false}, {
+    check({List, ".qvbackup", List + "-temp.txt", "root 660 root's", "", true, true, false}, {
         {add, nullptr, "0", "b.com\n", Made},
         {add, "\nB.com\n\n", "0", "\nB.com\n\nb.com\n", Appended},
         {add, "a.com", "0", "a.comb.com\n", Appended},
@@ -124,7 +124,7 @@ TEST_F(Domains, DeletionStripsEachFile)
     });
     check({{strip, {{"vquota.txt", "u@b.com\t1\n"}, {"temp.txt/", ""}}, "0",
             {{"vquota.txt", ""}, {"temp.txt/", "gone"}}, ""}});
-    const Variant aliasMap = {"valias.txt", "", "valias-temp.txt", "root 600 qvadmin's",
+    const Variant aliasMap = {"valias.txt", "", "valias-temp.txt", "root 660 qvadmin's",
                               "publish valias.txt", false, false, false};
     check(aliasMap, {
         {aliases, nullptr, "0", nullptr, PublishedOnly},
@@ -141,7 +141,7 @@ TEST_F(Domains, DeletionRemovesAllThatIsTheDomains)
     const std::string strip = "DeleteDomMailboxes(b.com;/etc/vmail/";
     const std::string end = "rm -r " + mail + "\n$ rm -r " + mail;
     const std::string aliases = "DeleteDomAliases(b.com)\npublish valias.txt\n" + end;
-    const World gone = {{mail, "missing"}, {Spool, "root 700 root's"}};
+    const World gone = {{mail, "missing"}, {Spool, "root 760 root's"}};
     check({{call, {{List, "b.com\na\n"}, {"vpasswd", "u@b.com:x\nu@ab.com:x\n"},
                    {"vshadow", "u@b.com:h\n"}, {"vmaps.txt", "@b.com b\n"}, {mail + "/m/", ""},
                    {"vquota.txt", "u@b.com\t1\n"}, {"valias.txt", "u@ab.com x\n"}},

@@ -201,7 +201,7 @@ TestManager::TestManager(Backend backend)
 }
 
 Account::Account(const std::string& user, const std::string& domain)
-    : address(user + "@" + domain), home("/var/spool/vmail/" + domain + "/mail/home/" + address)
+    : address(user + "@" + domain), home("/home/" + address)
 {
     passwd = {address.data(), locked, 1, 2, comment, home.data(), shell};
     shadow.sp_namp = address.data();
@@ -375,7 +375,7 @@ void check(const Variant& v, const std::vector<MapCase>& cases)
             c.steps = "cp " + v.map + " " + v.suffix + "\n" + c.steps;
         if (m.after != nullptr)
             c.changes[v.map] = m.after;
-        c.rights["."] = v.opensDirectory && copies ? "root 755 root's" : "root 700 root's";
+        c.rights["."] = v.opensDirectory && copies ? "root 755 root's" : "root 760 root's";
         if (m.path == Made || m.path == Rewritten)
             c.rights[v.map] = v.newRights;
         else if (isThere)
@@ -419,7 +419,7 @@ int main(int count, char** arguments)
     setenv("PATH", (std::string("/run/bin:") + getenv("PATH")).c_str(), 1);
     std::system(START_MARIADB " </dev/null >/run/start-mariadb.log");
     mysql_real_connect(Administrator, "localhost", "root", "", "qvmail", 0, nullptr, 0);
-    umask(077); // so that a mode nobody sets shows
+    umask(017); // so that a mode nobody sets shows: 0660
 
     testing::InitGoogleTest(&count, arguments);
     return RUN_ALL_TESTS();

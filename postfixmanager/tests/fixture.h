@@ -41,7 +41,7 @@ struct TestManager : PostfixManager {
     explicit TestManager(Backend backend);
 };
 
-// A mailbox's account as a host fills it, with the password "secret".
+// A mailbox's account as a host fills it, with the password "secret" and a home of its own.
 struct Account {
     explicit Account(const std::string& user, const std::string& domain = "d.com");
     SvpopUser* operator&() { return &record; }

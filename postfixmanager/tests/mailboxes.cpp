@@ -1,6 +1,8 @@
 // The account files, the mailbox map, mailbox creation, update, deletion and queries.
 #include "fixture.h"
 
+#include <cstring>
+
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/wait.h>
@@ -11,7 +13,7 @@ using Mailboxes = InWorld;
 static const std::string Homes = "/var/spool/vmail/d/mail/home/", Home = Homes + "u@d";
 static const std::string Inbox = "/var/spool/vmail/d/mail/inbox/u@d";
 static const std::string Route = "u@d d/mail/inbox/u@d\n", HashText = Hash;
-static const std::string Passwd = "u@d:x:1:2:c:" + Home + ":/bin/false\n";
+static const std::string Passwd = "u@d:x:1:2:c:/home/u@d:/bin/false\n";
 static const std::string Shadow = "u@d:" + HashText + ":19675::99999::::1\n";
 static const std::string ForMail = "root 644 mail's", ForAdmin = "root 644 qvadmin's";
 static const World AccountWriters = {{"vpasswd", "PasswdFile(u)"}, {"vshadow", "ShadowFile(u)"}};
@@ -21,7 +23,7 @@ TEST_F(Mailboxes, AccountLinesAreAppended)
 {
     for (const auto& [file, call] : AccountWriters) {
         const std::string line = file == "vpasswd" ? Passwd : Shadow, step = "cp " + file;
-        const World rights = {{file, ForMail}, {".", "root 700 root's"}};
+        const World rights = {{file, ForMail}, {".", "root 760 root's"}};
         check({{call, {}, "0", {{file, line}}, step, Untouched, rights},
                {call, {{file, "a:b"}}, "0", {{file, "a:b" + line}, {file + ".qvbackup", "a:b"}},
                 step, Untouched, rights},
@@ -85,7 +87,7 @@ TEST_F(Mailboxes, RacingWritersLeaveWholeLines)
         account.passwd.pw_gecos = comment.data();
         EXPECT_EQ(TestManager(Files).Postfix_PasswdFile(&account), 0);
         for (int writer = 0; writer < 2; ++writer)
-            expected += "u@d:x:1:2:" + comment + ":" + Home + ":/bin/false\n";
+            expected += "u@d:x:1:2:" + comment + ":/home/u@d:/bin/false\n";
     }
     if (other == 0)
         _exit(HasFailure() ? 1 : 0);
@@ -102,7 +104,7 @@ TEST_F(Mailboxes, MapTakesAndLosesLines)
                          true, true, false};
     check(map, {
         {add, nullptr, "0", Route.c_str(), Made},
-        {add, "a\n\nU@d", "0", ("a\n\nU@d" + Route).c_str(), Appended},
+        {add, "u\n\nU@d", "0", ("u\n\nU@d" + Route).c_str(), Appended},
         {add, "x\nzu@d.au", "0", nullptr, Kept},
         {remove, nullptr, "1", nullptr, Kept},
         {remove, "bob@d\n\njimbob@e x\n@bob.com c\nkeep@e e\nBob@d\n  \nx y/bob", "0",
@@ -123,7 +125,7 @@ TEST_F(Mailboxes, CreationWritesEveryFile)
     const std::string quota = second + "VQuota(u@d;50;AddQuota)\ncp vquota.txt\n";
     const std::string route = "VMaps(u;d;AddUser)\ncp vmaps.txt\npublish vmaps.txt\n";
     const std::string unlimited = first + second + route, end = "publish vquota.txt\n" + route;
-    const std::string entry = Passwd.substr(0, Passwd.size() - 1) + ":userdb_mail=mbox:" + Home +
+    const std::string entry = Passwd.substr(0, Passwd.size() - 1) + ":userdb_mail=mbox:/home/u@d"
                               " userdb_quota_rule=*:storage=50B\n";
     const World account = {{"vpasswd", Passwd}, {"vshadow", Shadow}, {"vmaps.txt", Route}};
     const World noAgent = {{"/etc/Quorvel.conf", "DovecotLDA \"YES\"\n"}, {Home + "/", ""}};
@@ -138,10 +140,10 @@ TEST_F(Mailboxes, CreationWritesEveryFile)
         {Limited, noAgent, "305", withQuota, first + quota + end, 0, HomeMade},
         {Limited, Agent, "305", withAgent,
          first + "cp vpasswd .addbak\nquota entry =" + entry + quota + end, 0,
-         {{"vpasswd", "root 600 root's"}, {"vshadow", ForMail}}},
-        {Limited, {{"vquota.txt", "uu@d\t5\n"}, {Homes, ""}}, "306",
+         {{"vpasswd", "root 660 root's"}, {"vshadow", ForMail}}},
+        {"CreateMailbox(d;u;-10)", {{"vquota.txt", "uu@d\t5\n"}, {Homes, ""}}, "306",
          {{"vpasswd", Passwd}, {"vshadow", Shadow}, {"vquota.txt.qvbackup", "uu@d\t5\n"}},
-         first + quota, 1, NoHome},
+         first + second + "VQuota(u@d;-10;AddQuota)\ncp vquota.txt\n", 1, NoHome},
         {Limited, {{"vpasswd/", ""}, {Homes, ""}}, "306", {}, first, 306, NoHome},
         {Limited, {{"vshadow/", ""}, {Homes, ""}}, "306", {{"vpasswd", Passwd}}, first + second,
          306, NoHome},
@@ -158,10 +160,13 @@ TEST_F(Mailboxes, CreationWritesTwoRows)
     check({{Limited, Agent, "305", rows, insert + "50)", Untouched, HomeMade},
            {Unlimited, Agent, "305", {{"tables", row + "0" + self}}, insert + "0)", Untouched,
             HomeMade},
-           {Limited, {}, "1", rows, insert + "50)"},
+           {"CreateMailbox(d;u;-10)", {}, "1", {{"tables", row + "-10" + self}}, insert + "-10)"},
            {Limited, taken, "306", {}, insert + "50)", Untouched, NoHome}}, Sql);
-    sql("rename table virtual_aliases to a");
-    EXPECT_EQ(run(Sql, "CreateMailbox(d;v;50)"), "305"); // the alias row's failure does not count
+    sql("rename table virtual_aliases to a"); // the alias row's failure does not count
+    Account account("v", "d");
+    const spwd filled = account.shadow;
+    EXPECT_EQ(TestManager(Sql).Postfix_CreateMailbox(&account, "d", "v", "50"), 305);
+    EXPECT_EQ(memcmp(&account.shadow, &filled, sizeof filled), 0); // the host's record stays
     sql("rename table a to virtual_aliases");
     removeAccount("qvadmin");
     EXPECT_EQ(run(Sql, "CreateMailbox(d;w;50)"), "1");
@@ -228,9 +233,10 @@ TEST_F(Mailboxes, DeletionRemovesLinesRowsAndMail)
                    {"vmaps.txt", "a b\n"}, {"valias.txt", "b u@d\n"}, {"vquota.txt", ""}};
     for (const char* copied : {"vmaps.txt", "valias.txt", "vquota.txt"})
         after[std::string(copied) + ".qvbackup"] = before.at(copied);
-    const std::string admins = "root 600 " + std::to_string(getgrnam("qvadmin")->gr_gid);
+    const std::string admins = std::to_string(getgrnam("qvadmin")->gr_gid);
     const World noMail = {{Home, "missing"}, {Inbox, "missing"}};
-    const World rights = {{"vpasswd", admins}, {"vshadow", admins}, {Home, "missing"}};
+    const World rights = {{"vpasswd", "root 600 " + admins}, // the left-over work file's mode
+                          {"vshadow", "root 660 " + admins}, {Home, "missing"}};
     check({{call, before, "307", after, alias + "cp valias.txt\n" + quota + spool, 0, rights},
            {call, {{"vmaps.txt", ""}}, "307",
             {{"vpasswd", ""}, {"vshadow", ""}, {"vmaps.txt.qvbackup", ""}},
@@ -256,11 +262,12 @@ TEST_F(Mailboxes, QueriesReadTheAccounts)
     const std::string list = "GetMailboxList(d)", count = "GetMailboxCount(d)";
     EXPECT_EQ(run(Files, list) + run(Files, count) + run(Files, "IsMailboxExists(u@d)"),
               "6363false");
-    const World files = {{"vpasswd", "u@d:x\nv@d\nw@D:x\nx@sub.d:x\ny@d:\n\nd:x:\na@d b:x\n"},
+    const World files = {{"vpasswd", "u@d:x\nv@d\nw@D:x\nx@sub.d:x\nv@d:\n\nd:x:\na@d b:x\n"},
                          {"vshadow", "\nu@d:h\n\nzv@d:h\nw@d\n"}};
     put(files);
     for (const auto& [call, answer] :
-         World{{list, "0 u v y d:x:"}, {count, "4"}, {"GetMailboxList(x)", "0"},
+         World{{list, "0 u v v d:x:"}, {count, "4"}, {"GetMailboxList(x)", "0"},
+               {"GetMailboxList()", "0  "}, {"GetMailboxCount()", "0"}, // two empty lines
                {"IsMailboxExists(U@D)", "true"}, {"IsMailboxExists(w@d)", "true"},
                {"IsMailboxExists()", "true"}, // the first, empty line has a name
                {"IsMailboxExists(v@d)", "false"}}) {

@@ -19,6 +19,7 @@ TEST_F(Quotas, MapIsAddedToAndRewritten)
         {add, "x u@d\nx\tu@d\n", "1", nullptr, Kept},
         {drop, nullptr, "1", nullptr, Kept},
         {drop, crowd, "0", "a\t1\ny u@d\nz\n", Rewritten},
+        {drop, "\na b", "0", "a b\n", Rewritten},
         {update, nullptr, "1", nullptr, Kept},
         {update, crowd, "325", "a\t1\nu@d\t-1\nu@d\t-1\nu@d\t-1\ny u@d\nz\n", Rewritten},
         {"VQuota(u@d;5;deleteQuota)", "u@d\t2\n\n", any, nullptr, PublishedOnly},
@@ -40,8 +41,9 @@ TEST_F(Quotas, ColumnIsSet)
 {
     const std::string rows = "U@D|h|7\nv@d|h|8\n", to0 = "U@D|h|0\nv@d|h|8\n";
     const std::string set = "query=update virtual_users set quota = ", end = " where email = 'u@d'";
+    const std::string below0 = "U@D|h|-10\nv@d|h|8\n"; // only "-1" is without a limit
     check({{"VQuota(u@d;9;DeleteQuota)", rows, "0", to0, set + "'0'" + end},
-           {"VQuota(u@d;9;UpdateQuota)", rows, "325", "U@D|h|9\nv@d|h|8\n", set + "'9'" + end},
+           {"VQuota(u@d;-10;UpdateQuota)", rows, "325", below0, set + "'-10'" + end},
            {"VQuota(u@d;-1;UpdateQuota)", rows, "325", to0, set + "'0'" + end},
            {"VQuota(u@d;x;UpdateQuota)", rows, "1", rows, set + "'x'" + end}});
 }
@@ -107,11 +109,12 @@ TEST_F(Quotas, QueriesReadTheMap)
     const std::string one = "RetrieveQuota(u@d)", all = "RetrieveDomainQuota(d)";
     check(Variant{Map, "", "", "", "", false, false, false}, {
         {one, nullptr, "-1", nullptr, Kept},
-        {one, "U@d\t1\n\nx u@d\t1\nzu@d.au\t250\tx\nu@d\t5\n", "\t250\tx", nullptr, Kept},
+        {one, "U@d\t1\n\nx u@d\t1\nzu@d.au\t250\tx \nu@d\t5\n", "\t250\tx ", nullptr, Kept},
         {one, "u@d 5\n", "", nullptr, Kept},
         {"RetrieveQuota()", "\n", "", nullptr, Kept},
         {all, nullptr, "0", nullptr, Kept, "qouta file not found"},
         {all, "u@d\t1024\n\nu@D\t9\nno mark\nu@d5\nx@\td\t9\nv@d 2047 x", "1 2", nullptr, Kept},
+        {all, "u@d 4095\tx\nv w@d\t-1025\n", "1 2", nullptr, Kept},
         {all, "u@d\t8\nu@d\t-1\nu@d\t9\n", "1 0", nullptr, Kept, "Unlimited Qouta set"},
         {all, "u@d\t 9223372036854775806x", "1 9007199254740991", nullptr, Kept},
         {all, "u@dd\t1\nu@D\t1\n", "2 -1", nullptr, Kept},

@@ -9,7 +9,10 @@ import sys
 import time
 import unittest
 
-CONFIG = pathlib.Path(__file__).resolve().parent.parent / "config"
+import private_world
+
+private_world.require()
+CONFIG = private_world.TOP / "config"
 QVMAILCTL = sys.argv.pop(1)
 
 

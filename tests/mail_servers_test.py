@@ -17,7 +17,9 @@ import sys
 import time
 import unittest
 
-TOP = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+import private_world
+
+private_world.require()
 BACKEND, QVMAILCTL = sys.argv.pop(1), sys.argv.pop(1)
 SMTP = functools.partial(smtplib.SMTP, "127.0.0.1", local_hostname="client.elsewhere.test", timeout=20)
 WRONG_PASSWORD = str(b"[AUTHENTICATIONFAILED] Authentication failed.")
@@ -111,7 +113,7 @@ class MailServers(unittest.TestCase):
         self.answers(451, "alice@a.test")
         for table_type in ("btree", "hash"):
             run("postconf", "-e", f"default_database_type={table_type}")
-            run(f"{TOP}/config/create-empty-maps")
+            run(f"{private_world.TOP}/config/create-empty-maps")
             run("postfix", "reload")
             self.answers(250, "alice@a.test")
             self.answers(550, "nobody@a.test")
@@ -226,8 +228,8 @@ class MailServers(unittest.TestCase):
 
 def setUpModule():
     if BACKEND == "mysql":
-        run(f"{TOP}/scripts/start-mariadb")
-    run(f"{TOP}/scripts/start-mail-servers", BACKEND)
+        run(f"{private_world.TOP}/scripts/start-mariadb")
+    run(f"{private_world.TOP}/scripts/start-mail-servers", BACKEND)
 
 
 if __name__ == "__main__":

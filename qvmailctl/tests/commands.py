@@ -4,11 +4,14 @@ import fcntl, os, pty, subprocess, sys, unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
+sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
+import private_world
+
+private_world.require()
 QVMAILCTL = os.path.abspath(sys.argv.pop(1))
 ETC, SPOOL, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/Quorvel.conf")
 LIST, LOCK = Path("/etc/VirtualHosts"), Path("/run/lock/qvmailctl.lock")
-MYSQL = (ROOT / "config/Quorvel-mysql.conf").read_text()
+MYSQL = (private_world.TOP / "config/Quorvel-mysql.conf").read_text()
 
 
 def output(*command):
@@ -88,7 +91,7 @@ class Commands(unittest.TestCase):
         self.assertEqual("", output("/usr/sbin/postmap", "-s", ETC / "vmaps.txt"))
 
     def test_life_of_a_domain_on_tables(self):
-        output("env", "PATH=/usr/sbin:/usr/bin:/bin", ROOT / "scripts/start-mariadb")
+        output("env", "PATH=/usr/sbin:/usr/bin:/bin", private_world.TOP / "scripts/start-mariadb")
         CONF.write_text(MYSQL)
         self.life_of_a_domain()
         self.assertEqual("", output("mariadb", "qvmail", "-Ne", "select name from virtual_domains union "

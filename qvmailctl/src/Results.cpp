@@ -24,6 +24,9 @@ void conclude(const Host& host, int code, std::initializer_list<int> successes,
         why = host.settings.onTables
                   ? "the database refused a statement or the connection was lost; see its log"
                   : "a map below /etc/vmail could not be read or written";
-    throw Stop{Status::Failed,
-               failure + ": " + why + " (the library answered " + std::to_string(code) + ")"};
+    std::string sentence =
+        failure + ": " + why + " (the library answered " + std::to_string(code) + ")";
+    if (host.transaction.isOpen())
+        sentence += "; nothing was changed";
+    throw Stop{Status::Failed, sentence};
 }

@@ -1,0 +1,260 @@
+// inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...] - interrupts a command at its N-th
+// change
+//
+// Carries out COMMAND up to its N-th system call that changes a file, then kills its main process
+// ("kill") or fails that one call (ENOSPC, EIO, EACCES, EMFILE), which is not carried out either
+// way. With --sockets the sendings on sockets count instead, with --reads what opens and reads
+// regular files and directories below /etc and /var. The processes that COMMAND starts are left
+// alone.
+//
+// Exit status: COMMAND's, 128 and the signal's number when it was killed, 125 when it cannot be
+// run. When the N-th call was reached, one line on standard error, "inject: CALL FILE", says what
+// it was.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+#ifdef __x86_64__
+constexpr std::size_t CallRegister = offsetof(user_regs_struct, orig_rax);
+constexpr std::size_t ResultRegister = offsetof(user_regs_struct, rax);
+#else
+constexpr std::size_t CallRegister = offsetof(user_regs_struct, orig_eax);
+constexpr std::size_t ResultRegister = offsetof(user_regs_struct, eax);
+#endif
+
+using Arguments = decltype(__ptrace_syscall_info::entry.args);
+
+// Where a call names its file, and with what flags it opens it.
+enum class Names { Descriptor, Path, Opened, Created, Sent };
+
+struct Call {
+    unsigned long number;
+    const char* name;
+    Names names;
+    int argument; // which one is the descriptor or path; flags follow the path
+};
+
+#define CALL(name, names, argument)                                                                \
+    {                                                                                              \
+        SYS_##name, #name, Names::names, argument                                                  \
+    }
+
+// clang-format off
+const Call Changes[] = {
+    CALL(open, Opened, 0), CALL(openat, Opened, 1), CALL(creat, Created, 0),
+    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(pwrite64, Descriptor, 0), CALL(pwritev, Descriptor, 0),
+    CALL(sendfile, Descriptor, 0), CALL(copy_file_range, Descriptor, 2), CALL(fallocate, Descriptor, 0),
+    CALL(rename, Path, 0), CALL(renameat, Path, 1), CALL(renameat2, Path, 1),
+    CALL(unlink, Path, 0), CALL(unlinkat, Path, 1), CALL(rmdir, Path, 0), CALL(mkdir, Path, 0), CALL(mkdirat, Path, 1),
+    CALL(link, Path, 0), CALL(linkat, Path, 1), CALL(symlink, Path, 1), CALL(symlinkat, Path, 2),
+    CALL(mknod, Path, 0), CALL(mknodat, Path, 1),
+    CALL(chmod, Path, 0), CALL(fchmodat, Path, 1), CALL(fchmod, Descriptor, 0),
+    CALL(chown, Path, 0), CALL(lchown, Path, 0), CALL(fchownat, Path, 1), CALL(fchown, Descriptor, 0),
+    CALL(truncate, Path, 0), CALL(ftruncate, Descriptor, 0),
+    CALL(fsync, Descriptor, 0), CALL(fdatasync, Descriptor, 0), CALL(syncfs, Descriptor, 0),
+    CALL(setxattr, Path, 0), CALL(lsetxattr, Path, 0), CALL(fsetxattr, Descriptor, 0), CALL(utimensat, Path, 1),
+#ifdef __i386__
+    CALL(sendfile64, Descriptor, 0), CALL(truncate64, Path, 0), CALL(ftruncate64, Descriptor, 0),
+    CALL(chown32, Path, 0), CALL(lchown32, Path, 0), CALL(fchown32, Descriptor, 0), CALL(utimensat_time64, Path, 1),
+#endif
+};
+const Call Sendings[] = {
+    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(sendto, Sent, 0), CALL(sendmsg, Sent, 0),
+#ifdef __i386__
+    CALL(socketcall, Sent, 0),
+#endif
+};
+const Call Reads[] = {
+    CALL(open, Opened, 0), CALL(openat, Opened, 1), CALL(read, Descriptor, 0), CALL(readv, Descriptor, 0),
+    CALL(pread64, Descriptor, 0), CALL(preadv, Descriptor, 0), CALL(getdents64, Descriptor, 0),
+};
+// clang-format on
+
+enum class Mode { Changes, Sendings, Reads } mode = Mode::Changes;
+
+bool beginsWith(const std::string& text, const char* start)
+{
+    return text.compare(0, strlen(start), start) == 0;
+}
+
+// From the tracee's memory, page by page: the end of the text may be the last of what is readable.
+std::string textAt(pid_t process, unsigned long long address)
+{
+    std::string text;
+    while (address != 0 && text.find('\0') == std::string::npos) {
+        char piece[256];
+        const std::size_t count = std::min<std::size_t>(sizeof piece, 4096 - address % 4096);
+        const iovec here = {piece, count};
+        const iovec there = {reinterpret_cast<void*>(address), count};
+        if (process_vm_readv(process, &here, 1, &there, 1, 0) <= 0)
+            break;
+        text.append(piece, count);
+        address += count;
+    }
+    return text.c_str();
+}
+
+std::string fileOf(pid_t process, const std::string& link)
+{
+    char target[PATH_MAX];
+    const std::string path = "/proc/" + std::to_string(process) + "/" + link;
+    const ssize_t length = readlink(path.c_str(), target, sizeof target);
+    return std::string(target, length < 0 ? 0 : length);
+}
+
+// Whether the call is one of those that are counted; says which file it is about.
+bool counts(pid_t process, const Call& call, const Arguments& arguments, std::string& file)
+{
+    const auto argument = arguments[call.argument];
+    if (call.names == Names::Sent) {
+#ifdef __i386__
+        return call.number != SYS_socketcall || argument == 9 || argument == 11 || argument == 16;
+#endif
+        return true;
+    }
+    if (call.names == Names::Descriptor) {
+        const std::string link = "fd/" + std::to_string(static_cast<int>(argument));
+        file = fileOf(process, link);
+        struct stat status;
+        if (stat(("/proc/" + std::to_string(process) + "/" + link).c_str(), &status) != 0)
+            return false;
+        if (mode == Mode::Sendings)
+            return S_ISSOCK(status.st_mode);
+        if ((!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) || beginsWith(file, "/memfd:"))
+            return false;
+    } else {
+        file = textAt(process, argument);
+        if (!beginsWith(file, "/")) {
+            const int directory = call.argument == 0 ? AT_FDCWD : static_cast<int>(arguments[0]);
+            file.insert(0,
+                        fileOf(process, directory < 0 ? "cwd" : "fd/" + std::to_string(directory)) +
+                            "/");
+        }
+        constexpr unsigned long long Writing = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
+        if (call.names == Names::Opened &&
+            (((arguments[call.argument + 1] & Writing) == 0) != (mode == Mode::Reads)))
+            return false;
+    }
+    if (mode == Mode::Reads)
+        return beginsWith(file, "/etc/") || beginsWith(file, "/var/");
+    return !beginsWith(file, "/dev/") && !beginsWith(file, "/proc/");
+}
+
+template <std::size_t Size> const Call* find(const Call (&calls)[Size], unsigned long number)
+{
+    for (const Call& call : calls)
+        if (call.number == number)
+            return &call;
+    return nullptr;
+}
+
+const Call* countedCall(unsigned long number)
+{
+    if (mode == Mode::Changes)
+        return find(Changes, number);
+    return mode == Mode::Reads ? find(Reads, number) : find(Sendings, number);
+}
+
+int die(const std::string& why)
+{
+    fprintf(stderr, "inject: cannot go on: %s\n", why.c_str());
+    return 125;
+}
+
+int statusOf(int waited)
+{
+    return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
+}
+
+// error: 0 for a kill.
+int follow(pid_t process, int error, long countdown)
+{
+    bool failIt = false;
+    int waited = 0;
+    for (int signal = 0;;) {
+        if (ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0 ||
+            waitpid(process, &waited, 0) < 0)
+            return die(strerror(errno));
+        if (!WIFSTOPPED(waited))
+            return statusOf(waited);
+        signal = WSTOPSIG(waited);
+        if (signal != (SIGTRAP | 0x80)) {
+            signal = waited >> 16 == PTRACE_EVENT_EXEC ? 0 : signal;
+            continue;
+        }
+        signal = 0;
+        __ptrace_syscall_info call = {};
+        if (ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof call, &call) <= 0)
+            return die(strerror(errno));
+        if (failIt && call.op == PTRACE_SYSCALL_INFO_EXIT) {
+            ptrace(PTRACE_POKEUSER, process, ResultRegister, static_cast<long>(-error));
+            failIt = false;
+        }
+        if (call.op != PTRACE_SYSCALL_INFO_ENTRY)
+            continue;
+        const Call* const known = countedCall(call.entry.nr);
+        std::string file;
+        if (known == nullptr || !counts(process, *known, call.entry.args, file) || --countdown != 0)
+            continue;
+        fprintf(stderr, "inject: %s %s\n", known->name, file.c_str());
+        if (error == 0) {
+            kill(process, SIGKILL);
+            waitpid(process, &waited, 0);
+            return statusOf(waited);
+        }
+        ptrace(PTRACE_POKEUSER, process, CallRegister, -1L); // no call at all
+        failIt = true;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    constexpr int Errors[] = {ENOSPC, EIO, EACCES, EMFILE};
+    const std::string option = argc > 1 ? argv[1] : "";
+    if (option == "--sockets" || option == "--reads") {
+        mode = option == "--reads" ? Mode::Reads : Mode::Sendings;
+        ++argv;
+        --argc;
+    }
+    const std::string what = argc > 3 ? argv[1] : "";
+    int error = what == "kill" ? 0 : -1;
+    for (const int number : Errors)
+        if (what == strerrorname_np(number))
+            error = number;
+    if (error < 0)
+        return die("usage: inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...]");
+
+    const pid_t process = fork();
+    if (process == 0) {
+        ptrace(PTRACE_TRACEME);
+        raise(SIGSTOP);
+        execvp(argv[3], argv + 3);
+        _exit(die(std::string(argv[3]) + ": " + strerror(errno)));
+    }
+    int waited = 0;
+    if (process < 0 || waitpid(process, &waited, 0) < 0 ||
+        ptrace(PTRACE_SETOPTIONS, process, nullptr,
+               PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL) != 0)
+        return die(strerror(errno));
+    return follow(process, error, atol(argv[2]));
+}

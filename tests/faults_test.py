@@ -1,0 +1,330 @@
+#!/usr/bin/env python3
+"""faults_test.py files|mysql QVMAILCTL INJECT [EVERY [SEED]] - dies and fails at every step
+
+Runs inside scripts/private-world. Each changing command is run again and again, killed before its first
+change of a file, before its second, and so on; or that change fails, or a read; with a database also
+each sending of a statement. At once, no file may be other than it was or is to be, nor an entry be
+missing that the command is not about. After the next command the state is the old or the new one, whole.
+
+EVERY 10 tries every tenth point, other tenths for other SEEDs. Without it all are tried, which takes long.
+"""
+
+import collections
+import contextlib
+import ctypes
+import functools
+import itertools
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parents[1]
+BACKEND, QVMAILCTL, INJECT, EVERY, SEED = (sys.argv[1:] + ["1", "0"][len(sys.argv) - 4:])[:5]
+EVERY, SEED = int(EVERY), int(SEED)
+ETC, SPOOL, LIST, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quorvel.conf")
+POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
+TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
+SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$")  # what a change may leave
+NO_QUOTA_FIELDS, QUOTA_FIELDS = "no", "yes"  # DovecotLDA
+
+WORLD = """domain add b.test a; domain add ab.test a --quota 1M; mailbox add ba@b.test --quota 2M;
+    mailbox add cba@b.test --quota 3M; mailbox add ba@ab.test; mailbox add cba@ab.test;
+    mailbox add dba@ab.test --quota 5M;
+    alias add info@b.test a@b.test; alias add cba@b.test x@else.test; alias add keep@b.test a@b.test;
+    alias add info@ab.test a@b.test; list add team@b.test a@b.test ba@b.test x@else.test;
+    catchall set b.test a"""
+HARMLESS = "alias set keep@b.test a@b.test"
+ABOUT_QUOTAS = [
+    "domain add cab.test boss --quota 7K", "domain delete ab.test", "mailbox add dcba@b.test --quota 7K",
+    "mailbox delete cba@b.test", "quota set cba@b.test 7K", "quota set cba@ab.test 7K", "quota delete cba@b.test"]
+COMMANDS = ABOUT_QUOTAS + [
+    "domain add cab.test boss", "mailbox add dcba@b.test", "mailbox passwd cba@b.test",
+    "alias add ainfo@b.test ba@ab.test", "alias set info@ab.test ba@ab.test", "alias delete cba@b.test",
+    "alias delete info@ab.test", "list add ateam@b.test a@b.test ba@b.test", "list set team@b.test a@b.test y@else.test",
+    "list delete team@b.test", "catchall set b.test ba", "catchall set ab.test ba", "catchall remove b.test"]
+if BACKEND == "files":
+    COMMANDS.append("mailbox type cba@b.test admin")
+
+POSTMAP_STAND_INS = {
+    "fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $PPID $$",
+    "fails at its second table": f'[ -e /run/second ] && exit 1; : > /run/second; exec {REAL_POSTMAP} "$@"',
+    "leaves half a table": f'{REAL_POSTMAP} "$@"; for table; do :; done; truncate -s 4096 "$table.db"; kill -9 $$'}
+POSTFIX_STAND_INS = {"fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $PPID $$"}
+
+
+def run(*command):
+    return subprocess.run(command, text=True, stdout=subprocess.PIPE, check=True).stdout
+
+
+def qvmailctl(words, prefix=(), password="changed"):
+    return subprocess.run([*prefix, QVMAILCTL, *words.split()], input=password + "\n", text=True, capture_output=True)
+
+
+def database_client():
+    run(TOP / "scripts/start-mariadb")
+    return subprocess.Popen(["mariadb", "--no-defaults", "-S", "/run/mysqld/mysqld.sock", "-Nn", "qvmail"],
+                            text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+
+def ask(statements):
+    CLIENT.stdin.write(statements + "; select 'the end';\n")
+    CLIENT.stdin.flush()
+    return [line.rstrip("\n") for line in iter(CLIENT.stdout.readline, "the end\n")]
+
+
+@functools.lru_cache(None)
+def password_of(stored):
+    crypt = ctypes.CDLL("libcrypt.so.1").crypt
+    crypt.restype = ctypes.c_char_p
+    return next((word for word in ("secret", "changed") if crypt(word.encode(), stored.encode()) == stored.encode()), "?")
+
+
+def masked(line):
+    """With passwords in the places of their salted hashes."""
+    return re.sub(r"\$1\$[./\w]+\$[./\w]+", lambda found: password_of(found[0]), line)
+
+
+@functools.lru_cache(None)
+def table_entries(table):
+    """What Postfix finds in a look-up table of these bytes."""
+    Path("/run/table.db").write_bytes(table)
+    read = subprocess.run([REAL_POSTMAP, "-s", "/run/table"], text=True, capture_output=True)
+    return sorted(read.stdout.splitlines()) + ["unreadable"] * read.returncode
+
+
+def content(path):
+    if path.suffix == ".db":
+        return table_entries(path.read_bytes())
+    status = path.lstat()
+    mode = f"mode {status.st_mode:o}"
+    if SPOOL in path.parents:
+        return [mode, f"owner {status.st_uid}", f"group {status.st_gid}"]
+    # Not a map's owner: that is another for each operation that may have written it last.
+    return [mode, *sorted(masked(line) for line in path.read_text().splitlines() if line)]
+
+
+def below_etc():
+    """All that is qvmailctl's there, wherever it keeps what it works on."""
+    return [path for path in Path("/etc").iterdir() if path not in ETC_OF_OTHERS]
+
+
+def state():
+    """What the servers see and what is left over: a dictionary, from places to their content."""
+    places = [path for top in below_etc() for path in (top, *top.rglob("*")) if not path.is_dir()]
+    found = {str(path): content(path) for path in (*places, *SPOOL.rglob("*")) if not SIDE_FILE.search(path.name)}
+    if BACKEND == "mysql":
+        found.update((table, sorted(map(masked, ask(f"select * from {table}")))) for table in TABLES)
+    return found
+
+
+def differences(expected, found):
+    """The entries that came and went, a few."""
+    lines = []
+    for place in sorted({*expected, *found}):
+        before, after = expected.get(place, ["the whole place"]), found.get(place, ["the whole place"])
+        lines += [f"{place} lacks {line}" for line in before if line not in after]
+        lines += [f"{place} has {line}" for line in after if line not in before]
+    return "".join("\n      " + line for line in lines[:6])
+
+
+class World:
+    """One that can be had again, with what each command makes of it."""
+
+    def __init__(self, quota_fields):
+        self.settings = (TOP / f"config/Quorvel-{BACKEND}.conf").read_text().replace('LDA "yes"', f'LDA "{quota_fields}"')
+        self.saved = Path("/run/saved") / quota_fields
+        self.saved.mkdir(parents=True)
+        self.rows, self.news = {table: [] for table in TABLES}, {}
+        self.restore()
+        run(TOP / "config/create-empty-maps")
+        for words in WORLD.split(";") + [HARMLESS]:
+            done = qvmailctl(words, password="secret")
+            assert done.returncode == 0, words + done.stderr
+        (SPOOL / "b.test/mail/inbox/cba@b.test").write_text("mail of old\n")
+        (SPOOL / "ab.test/mail/home/dba@ab.test/folder").write_text("mail of old\n")
+        self.old = state()
+        run("cp", "-a", *below_etc(), SPOOL.rename(SPOOL.with_name("spool")), self.saved)
+        SPOOL.with_name("spool").rename(SPOOL)
+        if BACKEND == "mysql":
+            self.rows = {table: ask(f"select * from {table}") for table in TABLES}
+
+    def restore(self):
+        CONF.write_text(self.settings)
+        for path in (*below_etc(), *ETC.iterdir(), *SPOOL.iterdir()):
+            if path != ETC:  # which may be a mount point
+                shutil.rmtree(path) if path.is_dir() else path.unlink()
+        for path in self.saved.iterdir():
+            run("cp", "-aT", path, SPOOL if path.name == "spool" else Path("/etc") / path.name)
+        if BACKEND == "mysql":
+            rows = {table: ",".join("('" + line.replace("\t", "','") + "')" for line in lines)
+                    for table, lines in self.rows.items() if lines}
+            ask("; ".join([f"delete from {table}" for table in TABLES] +
+                          [f"insert into {table} values {values}" for table, values in rows.items()]))
+
+    def new(self, words):
+        if words not in self.news:
+            self.restore()
+            done = qvmailctl(words)
+            self.news[words] = state()
+            assert done.returncode == 0 and self.news[words] != self.old, words + done.stderr
+            qvmailctl(HARMLESS)
+            assert self.news[words] == state(), words
+        return self.news[words]
+
+
+world = functools.lru_cache(None)(World)
+
+
+class Faults(unittest.TestCase):
+    def setUp(self):
+        self.faults, self.points = [], 0
+
+    def tearDown(self):
+        if self.faults:
+            self.fail(f"{len(self.faults)} of {self.points} points show faults, the first of them:" + "".join(self.faults[:12]))
+
+    def outcome(self, what, here, words, prefix=(), fault=contextlib.nullcontext(), must_say=""):
+        """The command's end, and what it did wrong goes to the faults. It has to fail if it must say why."""
+        old, new = here.old, here.new(words)
+        here.restore()
+        with fault:
+            done = qvmailctl(words, prefix)
+        now = state()
+        nothing_changed = must_say or done.returncode in (2, 3, 4) or "nothing was changed" in done.stderr.lower()
+        wrong = ""
+        if must_say and (done.returncode == 0 or not re.search(must_say, done.stderr)):
+            wrong += f"\n    it should have failed and have said: {must_say}"
+        for place in {*old, *new}:
+            allowed = [old.get(place)] if nothing_changed else [new.get(place)] if done.returncode == 0 else \
+                [old.get(place), new.get(place)]
+            # A tree of the spool comes and goes file by file.
+            if now.get(place) not in allowed and (not place.startswith(str(SPOOL)) or old.get(place) == new.get(place)):
+                wrong += f"\n    at once:{differences({place: allowed[-1]} if allowed[-1] else {}, {place: now[place]} if place in now else {})}"
+        after = qvmailctl(HARMLESS)
+        then = state()
+        if after.returncode != 0:
+            wrong += f"\n    the next command answers {after.returncode}: {after.stderr}"
+        if then != old and (nothing_changed or then != new):
+            wrong += f"\n    then it is not the old state:{differences(old, then)}"
+            wrong += f"\n    nor the new one:{differences(new, then)}" if not nothing_changed else ""
+        if wrong:
+            self.faults.append(f"\n  {words}, {what}, status {done.returncode} {done.stderr.strip()}{wrong}")
+        self.points += 1
+        return done
+
+    def interrupted(self, *kinds):
+        """Each command, with each kind of interruption, at each point."""
+        for quota_fields, commands in (NO_QUOTA_FIELDS, COMMANDS), (QUOTA_FIELDS, ABOUT_QUOTAS):
+            if quota_fields == QUOTA_FIELDS and BACKEND == "mysql":
+                continue
+            for number, (words, kind) in enumerate(itertools.product(commands, kinds)):
+                for point in itertools.count(1 + (SEED + number) % EVERY, EVERY):
+                    done = self.outcome(f"{kind} {point}", world(quota_fields), words, (INJECT, *kind.split(), str(point)))
+                    if "inject: " not in done.stderr:
+                        if done.returncode != 0:
+                            self.faults.append(f"\n  {words}, {kind}, ends uninterrupted with {done.returncode} {done.stderr}")
+                        break
+                    COUNTS[kind] += 1
+
+    def test_killed_before_each_change(self):
+        self.interrupted("kill")
+
+    def test_each_change_fails(self):
+        self.interrupted("ENOSPC", "EIO", "EACCES", "EMFILE")
+
+    def test_each_read_fails(self):
+        self.interrupted("--reads EIO")
+
+    @unittest.skipIf(BACKEND == "files", "no statements")
+    def test_killed_or_cut_off_before_each_statement(self):
+        self.interrupted("--sockets kill", "--sockets EIO")
+
+    @unittest.skipIf(BACKEND == "mysql", "no tools")
+    def test_tools_fail(self):
+        for tool, stand_ins in (POSTMAP, POSTMAP_STAND_INS), (POSTFIX, POSTFIX_STAND_INS):
+            for name, script in stand_ins.items():
+                for words in COMMANDS[SEED % EVERY::EVERY]:
+                    Path("/run/second").unlink(missing_ok=True)
+                    self.outcome(f"{Path(tool).name} {name}", world(NO_QUOTA_FIELDS), words, fault=stand_in(tool, script))
+            self.outcome(f"no {tool}", world(NO_QUOTA_FIELDS), COMMANDS[0], (), stand_in(tool, "", 0o644), "is not found")
+
+    @unittest.skipIf(BACKEND == "mysql", "no maps")
+    def test_the_disk_is_full(self):
+        here = world(NO_QUOTA_FIELDS)
+        new = {words: here.new(words) for words in COMMANDS}
+        run("mount", "-t", "tmpfs", "-o", "size=512k,mode=755", "tmpfs", ETC)
+        self.addCleanup(run, "umount", ETC)
+        for number, words in enumerate(new):
+            for pages in (0, *list(range(1, 40))[(SEED + number) % EVERY::EVERY]):
+                done = self.outcome(f"{pages} pages free", here, words, (), full_disk(pages), "" if pages else "(?i)space|full")
+                if done.returncode == 0:
+                    break
+
+    def test_etc_is_read_only(self):
+        for words in COMMANDS:
+            self.outcome("read-only /etc", world(NO_QUOTA_FIELDS), words, (), read_only("/etc"),
+                         "(?i)read-only" if BACKEND == "files" else "")
+
+    @unittest.skipIf(BACKEND == "mysql", "the database is there")
+    def test_var_is_read_only(self):
+        for words in COMMANDS:
+            self.outcome("read-only /var", world(NO_QUOTA_FIELDS), words, fault=read_only("/var"))
+
+
+@contextlib.contextmanager
+def stand_in(tool, script, mode=0o755):
+    with tempfile.NamedTemporaryFile("w", delete=False) as file:
+        file.write("#!/bin/sh\n" + script + "\n")
+    os.chmod(file.name, mode)
+    run("mount", "--bind", file.name, tool)
+    yield
+    run("umount", tool)
+
+
+@contextlib.contextmanager
+def full_disk(pages):
+    filler = ETC / "filler"
+    with contextlib.suppress(OSError), filler.open("wb", buffering=0) as file:
+        while file.write(b"x" * 4096) == 4096:
+            pass
+    with filler.open("r+b") as file:
+        file.truncate(max(0, filler.stat().st_size - pages * 4096))
+    yield
+    filler.unlink()
+
+
+@contextlib.contextmanager
+def read_only(mount):
+    run("mount", "-o", "remount,ro", mount)
+    yield
+    run("mount", "-o", "remount,rw", mount)
+
+
+def setUpModule():
+    global CLIENT, ETC_OF_OTHERS
+    run("mountpoint", "-q", "/etc")  # or it would be the machine's own
+    Path("/etc/postfix/main.cf").write_text("")
+    shutil.copy(POSTMAP, REAL_POSTMAP)
+    no_server = stand_in(POSTFIX, "exit 0")  # whose reload would take a second
+    no_server.__enter__()
+    CONF.touch()
+    CLIENT = database_client() if BACKEND == "mysql" else None
+    ETC_OF_OTHERS = {*Path("/etc").iterdir()} - {ETC, LIST}
+    unittest.addModuleCleanup(no_server.__exit__, None, None, None)
+
+
+def tearDownModule():
+    print(f"{BACKEND}: points tried: {dict(COUNTS)}", file=sys.stderr)
+    if CLIENT:
+        CLIENT.communicate("")
+
+
+COUNTS = collections.Counter()
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

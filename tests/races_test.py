@@ -1,0 +1,137 @@
+#!/usr/bin/env python3
+"""races_test.py QVMAILCTL [OPTION ...] - many administrators at once, and servers that look all the time
+
+Runs inside scripts/private-world, with Dovecot as config/ has it. The options go to each qvmailctl.
+Mailboxes and forwarders with colliding names come and go, eight commands at a time; meanwhile those that
+nobody touches must be found at every single look, and in the end there is what the commands said.
+"""
+
+import collections
+import multiprocessing
+import random
+import subprocess
+import sys
+import threading
+import time
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parents[1]
+QVMAILCTL = sys.argv[1:]
+COMMANDS, AT_ONCE, SECONDS = 200, 8, 40
+DOMAINS, USERS = ("b.test", "ab.test"), ("a", "ba", "cba")
+ETC = Path("/etc/vmail")
+
+
+def run(*command):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL)
+
+
+def qvmailctl(words):
+    return subprocess.run([*QVMAILCTL, *words.split()], input="secret\n", text=True, capture_output=True)
+
+
+def look_at_files(ended, made, missed):
+    """As a server does that has just been started, and quickly: in a process of its own."""
+    wanted = {"vmaps.txt": "keep", "vpasswd": "keep", "vshadow": "keep", "vquota.txt": "keep", "valias.txt": "info"}
+    while not ended.value:
+        for file, user in wanted.items():
+            made.value += 1
+            try:
+                text = "\n" + (ETC / file).read_text()
+                missed.value += not all(f"\n{user}@{domain}" in text for domain in DOMAINS)
+            except FileNotFoundError:
+                missed.value += 1
+
+
+def looks(domain):
+    """Each kind of look-up, and whether it finds what nobody touches."""
+    mailbox, forwarder = f"keep@{domain}", f"info@{domain}"
+    return {
+        "postmap -q, mailbox": lambda: mailbox in run("postmap", "-q", mailbox, ETC / "vmaps.txt").stdout,
+        "postmap -q, forwarder": lambda: mailbox in run("postmap", "-q", forwarder, ETC / "valias.txt").stdout,
+        "doveadm user": lambda: run("doveadm", "user", mailbox).returncode == 0,
+        "doveadm auth test": lambda: run("doveadm", "auth", "test", mailbox, "secret").returncode == 0}
+
+
+class Races(unittest.TestCase):
+    def test_nobody_is_missed_and_nothing_is_lost(self):
+        for domain in DOMAINS:
+            for words in (f"domain add {domain} keep --quota 1M", f"alias add info@{domain} keep@{domain}"):
+                done = qvmailctl(words)
+                self.assertEqual(0, done.returncode, words + done.stderr)
+        for look in (look for domain in DOMAINS for look in looks(domain).values()):
+            while not look():  # Dovecot looks at a changed file once a second
+                self.assertLess(time.monotonic() - STARTED, 20)
+
+        made, missed, statuses, ended = (collections.Counter() for _ in range(4))
+        present = collections.Counter()  # additions less deletions that were done
+        begin, counting = time.monotonic(), threading.Lock()
+
+        def read(name, look):
+            while not ended:
+                found = look()
+                with counting:
+                    made[name] += 1
+                    missed[name] += not found
+
+        def write(words):
+            if time.monotonic() - begin > SECONDS:
+                return
+            done = qvmailctl(words)
+            thing, action, address = words.split()[:3]
+            with counting:
+                statuses[done.returncode] += 1
+                if done.returncode == 0:
+                    present[thing, address] += {"add": 1, "delete": -1}[action]
+                elif done.returncode == 1:
+                    complaints.append(f"{words}: {done.stderr}")
+
+        complaints, chance = [], random.Random(1)
+        addresses = [f"{user}@{domain}" for user in USERS for domain in DOMAINS]
+        changes = []
+        for _ in range(COMMANDS):
+            thing, address = chance.choice(("mailbox", "alias")), chance.choice(addresses)
+            name = address if thing == "mailbox" else "to" + address
+            changes.append(f"{thing} {chance.choice(('add', 'delete'))} {name}")
+        changes = [words + {"mailbox add": " --quota 5M", "alias add": " keep@b.test"}.get(" ".join(words.split()[:2]), "")
+                   for words in changes]
+        readers = [threading.Thread(target=read, args=item) for domain in DOMAINS for item in looks(domain).items()]
+        shared = ended_too, files_read, files_missed = [multiprocessing.Value("q", 0, lock=False) for _ in range(3)]
+        readers.append(multiprocessing.Process(target=look_at_files, args=shared))
+        for reader in reversed(readers):  # the process while there is no thread
+            reader.start()
+        with ThreadPoolExecutor(AT_ONCE) as writers:
+            list(writers.map(write, changes))
+        ended["yes"] = ended_too.value = 1
+        for reader in readers:
+            reader.join()
+        made["files"], missed["files"] = files_read.value, files_missed.value
+        print(f"{sum(statuses.values())} commands in {time.monotonic() - begin:.0f} s, statuses {dict(statuses)}; "
+              f"look-ups {dict(made)}, missed {dict(missed)}", file=sys.stderr)
+
+        expected = {thing: sorted([address for (kind, address), count in present.items() if kind == thing and count] +
+                                  [f"{'keep' if thing == 'mailbox' else 'info'}@{domain}" for domain in DOMAINS])
+                    for thing in ("mailbox", "alias")}
+        for file, thing in (("vmaps.txt", "mailbox"), ("valias.txt", "alias"), ("vquota.txt", "mailbox"),
+                            ("vpasswd", "mailbox"), ("vshadow", "mailbox")):
+            lines = [line for line in (ETC / file).read_text().splitlines() if line]
+            self.assertEqual(expected[thing], sorted(line.replace(":", " ").split()[0] for line in lines), file)
+            if file.endswith(".txt"):
+                entries = run("postmap", "-s", ETC / file).stdout.splitlines()
+                self.assertEqual(sorted(line.split() for line in lines), sorted(entry.split() for entry in entries), file)
+        for domain in DOMAINS:
+            homes = sorted(home.name for home in Path(f"/var/spool/vmail/{domain}/mail/home").glob("*@*"))
+            self.assertEqual([address for address in expected["mailbox"] if address.endswith("@" + domain)], homes)
+        self.assertEqual([], complaints)
+        self.assertGreater(statuses[0], COMMANDS / 10)
+        self.assertEqual(0, sum(missed.values()), f"missed: {dict(missed)}")
+
+
+STARTED = time.monotonic()
+
+if __name__ == "__main__":
+    started = run(TOP / "scripts/start-mail-servers", "files")
+    assert started.returncode == 0, started.stdout
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""faults_test.py files|mysql QVMAILCTL INJECT [EVERY [SEED]] - dies and fails at every step
+"""faults_test.py files|mysql EVERY[+SEED] QVMAILCTL INJECT [TEST ...] - dies and fails at every step
 
 Runs inside scripts/private-world. Each changing command is run again and again, killed before its first
 change of a file, before its second, and so on; or that change fails, or a read; with a database also
 each sending of a statement. At once, no file may be other than it was or is to be, nor an entry be
 missing that the command is not about. After the next command the state is the old or the new one, whole.
 
-EVERY 10 tries every tenth point, other tenths for other SEEDs. Without it all are tried, which takes long.
+EVERY is 1 for all points, which takes long; 10 for every tenth, 10+1 to 10+9 for the other tenths.
 """
 
 import collections
@@ -24,8 +24,8 @@ import unittest
 from pathlib import Path
 
 TOP = Path(__file__).resolve().parents[1]
-BACKEND, QVMAILCTL, INJECT, EVERY, SEED = (sys.argv[1:] + ["1", "0"][len(sys.argv) - 4:])[:5]
-EVERY, SEED = int(EVERY), int(SEED)
+BACKEND, SAMPLE, QVMAILCTL, INJECT = sys.argv[1:5]
+EVERY, SEED = map(int, f"{SAMPLE}+0".split("+")[:2])
 ETC, SPOOL, LIST, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quorvel.conf")
 POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
 TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
@@ -194,6 +194,7 @@ class Faults(unittest.TestCase):
         here.restore()
         with fault:
             done = qvmailctl(words, prefix)
+        self.assertNotEqual(125, done.returncode, done.stderr)
         now = state()
         nothing_changed = must_say or done.returncode in (2, 3, 4) or "nothing was changed" in done.stderr.lower()
         wrong = ""
@@ -327,4 +328,4 @@ def tearDownModule():
 COUNTS = collections.Counter()
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=[sys.argv[0], *sys.argv[5:]], verbosity=2)

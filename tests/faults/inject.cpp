@@ -1,15 +1,12 @@
-// inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...] - interrupts a command at its N-th
-// change
+// inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...] - interrupts a command at a change
 //
-// Carries out COMMAND up to its N-th system call that changes a file, then kills its main process
-// ("kill") or fails that one call (ENOSPC, EIO, EACCES, EMFILE), which is not carried out either
-// way. With --sockets the sendings on sockets count instead, with --reads what opens and reads
-// regular files and directories below /etc and /var. The processes that COMMAND starts are left
-// alone.
+// Carries out COMMAND up to its N-th system call that changes a file. That one is not carried out:
+// COMMAND's main process is killed before it ("kill"), or it fails (ENOSPC, EIO, EACCES, EMFILE).
+// With --sockets the sendings on sockets count instead, with --reads what opens and reads regular
+// files and directories below /etc and /var. The processes that COMMAND starts are left alone.
 //
-// Exit status: COMMAND's, 128 and the signal's number when it was killed, 125 when it cannot be
-// run. When the N-th call was reached, one line on standard error, "inject: CALL FILE", says what
-// it was.
+// Exit status: COMMAND's; 128 and the signal's number when it was killed; 125 when it cannot be
+// followed. When the N-th call was reached, standard error has a line "inject: CALL FILE".
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -24,7 +21,6 @@
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -95,28 +91,25 @@ bool beginsWith(const std::string& text, const char* start)
     return text.compare(0, strlen(start), start) == 0;
 }
 
-// From the tracee's memory, page by page: the end of the text may be the last of what is readable.
+std::string procOf(pid_t process, const std::string& entry)
+{
+    return "/proc/" + std::to_string(process) + "/" + entry;
+}
+
 std::string textAt(pid_t process, unsigned long long address)
 {
-    std::string text;
-    while (address != 0 && text.find('\0') == std::string::npos) {
-        char piece[256];
-        const std::size_t count = std::min<std::size_t>(sizeof piece, 4096 - address % 4096);
-        const iovec here = {piece, count};
-        const iovec there = {reinterpret_cast<void*>(address), count};
-        if (process_vm_readv(process, &here, 1, &there, 1, 0) <= 0)
-            break;
-        text.append(piece, count);
-        address += count;
-    }
-    return text.c_str();
+    const int memory = open(procOf(process, "mem").c_str(), O_RDONLY | O_CLOEXEC);
+    std::string text(PATH_MAX, '\0');
+    // Short where the readable memory ends.
+    const ssize_t count = pread(memory, text.data(), text.size(), static_cast<off_t>(address));
+    close(memory);
+    return text.substr(0, std::min<std::size_t>(text.find('\0'), std::max<ssize_t>(count, 0)));
 }
 
 std::string fileOf(pid_t process, const std::string& link)
 {
     char target[PATH_MAX];
-    const std::string path = "/proc/" + std::to_string(process) + "/" + link;
-    const ssize_t length = readlink(path.c_str(), target, sizeof target);
+    const ssize_t length = readlink(procOf(process, link).c_str(), target, sizeof target);
     return std::string(target, length < 0 ? 0 : length);
 }
 
@@ -134,7 +127,7 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
         const std::string link = "fd/" + std::to_string(static_cast<int>(argument));
         file = fileOf(process, link);
         struct stat status;
-        if (stat(("/proc/" + std::to_string(process) + "/" + link).c_str(), &status) != 0)
+        if (stat(procOf(process, link).c_str(), &status) != 0)
             return false;
         if (mode == Mode::Sendings)
             return S_ISSOCK(status.st_mode);

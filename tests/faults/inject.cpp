@@ -18,6 +18,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <linux/net.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -119,7 +120,8 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
     const auto argument = arguments[call.argument];
     if (call.names == Names::Sent) {
 #ifdef __i386__
-        return call.number != SYS_socketcall || argument == 9 || argument == 11 || argument == 16;
+        return call.number != SYS_socketcall || argument == SYS_SEND || argument == SYS_SENDTO ||
+               argument == SYS_SENDMSG;
 #endif
         return true;
     }
@@ -137,9 +139,8 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
         file = textAt(process, argument);
         if (!beginsWith(file, "/")) {
             const int directory = call.argument == 0 ? AT_FDCWD : static_cast<int>(arguments[0]);
-            file.insert(0,
-                        fileOf(process, directory < 0 ? "cwd" : "fd/" + std::to_string(directory)) +
-                            "/");
+            const std::string link = "fd/" + std::to_string(directory);
+            file.insert(0, fileOf(process, directory == AT_FDCWD ? "cwd" : link) + "/");
         }
         constexpr unsigned long long Writing = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
         if (call.names == Names::Opened &&

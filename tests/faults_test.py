@@ -52,10 +52,10 @@ if BACKEND == "files":
     COMMANDS.append("mailbox type cba@b.test admin")
 
 POSTMAP_STAND_INS = {
-    "fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $PPID $$",
+    "fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $(pidof qvmailctl) $$",
     "fails at its second table": f'[ -e /run/second ] && exit 1; : > /run/second; exec {REAL_POSTMAP} "$@"',
     "leaves half a table": f'{REAL_POSTMAP} "$@"; for table; do :; done; truncate -s 4096 "$table.db"; kill -9 $$'}
-POSTFIX_STAND_INS = {"fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $PPID $$"}
+POSTFIX_STAND_INS = {name: POSTMAP_STAND_INS[name] for name in ("fails", "is killed", "is killed with its caller")}
 
 
 def run(*command):
@@ -189,13 +189,18 @@ class Faults(unittest.TestCase):
         if self.faults:
             self.fail(f"{len(self.faults)} of {self.points} points show faults, the first of them:" + "".join(self.faults[:12]))
 
-    def outcome(self, what, here, words, prefix=(), fault=contextlib.nullcontext(), must_say=""):
-        """The command's end, and what it did wrong goes to the faults. It has to fail if it must say why."""
+    def outcome(self, what, here, words, prefix=(), fault=contextlib.nullcontext(), must_say="", second=None):
+        """The command's end, and what it did wrong goes to the faults. It has to fail if it must say why; a second
+        interruption is one of the next command."""
         old, new = here.old, here.new(words)
         here.restore()
         with fault:
             done = qvmailctl(words, prefix)
         self.assertNotEqual(125, done.returncode, done.stderr)
+        if second:
+            qvmailctl(HARMLESS, second)
+        if not prefix:
+            COUNTS["by tools and disks"] += 1
         now = state()
         nothing_changed = must_say or done.returncode in (2, 3, 4) or "nothing was changed" in done.stderr.lower()
         wrong = ""
@@ -219,14 +224,17 @@ class Faults(unittest.TestCase):
         self.points += 1
         return done
 
-    def interrupted(self, *kinds):
-        """Each command at each point with each kind of interruption, or a part of these."""
+    def interrupted(self, *kinds, twice=False):
+        """Each command at each point with each kind of interruption, or a part of these; if so, at some point of the
+        next command again."""
         worlds = [(NO_QUOTA_FIELDS, COMMANDS)] + [(QUOTA_FIELDS, ABOUT_QUOTAS)] * (BACKEND == "files")
         for quota_fields, commands in worlds:
             for number, words in enumerate(commands):
                 for trial in itertools.count((SEED + number) % EVERY, EVERY):
                     point, kind = 1 + trial // len(kinds), kinds[trial % len(kinds)]
-                    done = self.outcome(f"{kind} {point}", world(quota_fields), words, (INJECT, *kind.split(), str(point)))
+                    again = 1 + (5 * point + number) % 29
+                    done = self.outcome(f"{kind} {point}" + f", then {again}" * twice, world(quota_fields), words,
+                                        (INJECT, *kind.split(), str(point)), second=twice and (INJECT, kind, str(again)))
                     if "inject: " not in done.stderr:
                         break
                     COUNTS[kind] += 1
@@ -235,6 +243,9 @@ class Faults(unittest.TestCase):
 
     def test_killed_before_each_change(self):
         self.interrupted("kill")
+
+    def test_killed_and_the_next_command_too(self):
+        self.interrupted("kill", twice=True)
 
     def test_each_change_fails(self):
         self.interrupted("ENOSPC", "EIO", "EACCES", "EMFILE")
@@ -249,8 +260,8 @@ class Faults(unittest.TestCase):
     @unittest.skipIf(BACKEND == "mysql", "no tools")
     def test_tools_fail(self):
         for tool, stand_ins in (POSTMAP, POSTMAP_STAND_INS), (POSTFIX, POSTFIX_STAND_INS):
-            for name, script in stand_ins.items():
-                for words in COMMANDS[SEED % EVERY::EVERY]:
+            for number, (name, script) in enumerate(stand_ins.items()):
+                for words in COMMANDS[(SEED + number) % EVERY::EVERY]:
                     Path("/run/second").unlink(missing_ok=True)
                     self.outcome(f"{Path(tool).name} {name}", world(NO_QUOTA_FIELDS), words, fault=stand_in(tool, script))
             self.outcome(f"no {tool}", world(NO_QUOTA_FIELDS), COMMANDS[0], (), stand_in(tool, "", 0o644), "is not found")

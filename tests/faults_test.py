@@ -99,13 +99,13 @@ def table_entries(table):
 
 
 def content(path):
-    if path.suffix == ".db":
-        return table_entries(path.read_bytes())
     status = path.lstat()
     mode = f"mode {status.st_mode:o}"
     if SPOOL in path.parents:
         return [mode, f"owner {status.st_uid}", f"group {status.st_gid}"]
     # Not a map's owner: that is another for each operation that may have written it last.
+    if path.suffix == ".db":
+        return [mode, *table_entries(path.read_bytes())]
     return [mode, *sorted(masked(line) for line in path.read_text().splitlines() if line)]
 
 
@@ -131,6 +131,10 @@ def differences(expected, found):
         lines += [f"{place} lacks {line}" for line in before if line not in after]
         lines += [f"{place} has {line}" for line in after if line not in before]
     return "".join("\n      " + line for line in lines[:6])
+
+
+def only(places, found):
+    return {place: found[place] for place in places if place in found}
 
 
 class World:
@@ -206,12 +210,11 @@ class Faults(unittest.TestCase):
         wrong = ""
         if must_say and (done.returncode == 0 or not re.search(must_say, done.stderr)):
             wrong += f"\n    it should have failed and have said: {must_say}"
-        for place in {*old, *new}:
-            allowed = [old.get(place)] if nothing_changed else [new.get(place)] if done.returncode == 0 else \
-                [old.get(place), new.get(place)]
-            # A tree of the spool comes and goes file by file.
-            if now.get(place) not in allowed and (not place.startswith(str(SPOOL)) or old.get(place) == new.get(place)):
-                wrong += f"\n    at once:{differences({place: allowed[-1]} if allowed[-1] else {}, {place: now[place]} if place in now else {})}"
+        allowed = [old] if nothing_changed else [new] if done.returncode == 0 else [old, new]
+        bad = [place for place in {*old, *new} if now.get(place) not in [whole.get(place) for whole in allowed]
+               and not (place.startswith(str(SPOOL)) and old.get(place) != new.get(place))]  # trees come and go by files
+        if bad:
+            wrong += f"\n    at once:{differences(only(bad, allowed[-1]), only(bad, now))}"
         after = qvmailctl(HARMLESS)
         then = state()
         if after.returncode != 0:

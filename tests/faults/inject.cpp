@@ -2,8 +2,9 @@
 //
 // Carries out COMMAND up to its N-th system call that changes a file. That one is not carried out:
 // COMMAND's main process is killed before it ("kill"), or it fails (ENOSPC, EIO, EACCES, EMFILE).
-// With --sockets the sendings on sockets count instead, with --reads what opens and reads regular
-// files and directories below /etc and /var. The processes that COMMAND starts are left alone.
+// With --sockets, calls that send or receive on sockets count instead, with --reads those that open
+// or read regular files and directories below /etc and /var. The processes that COMMAND starts are
+// left alone.
 //
 // Exit status: COMMAND's; 128 and the signal's number when it was killed; 125 when it cannot be
 // followed. When the N-th call was reached, standard error has a line "inject: CALL FILE".
@@ -40,7 +41,7 @@ constexpr std::size_t ResultRegister = offsetof(user_regs_struct, eax);
 using Arguments = decltype(__ptrace_syscall_info::entry.args);
 
 // Where a call names its file, and with what flags it opens it.
-enum class Names { Descriptor, Path, Opened, Created, Sent };
+enum class Names { Descriptor, Path, Opened, Created, Socket };
 
 struct Call {
     unsigned long number;
@@ -73,10 +74,11 @@ const Call Changes[] = {
     CALL(chown32, Path, 0), CALL(lchown32, Path, 0), CALL(fchown32, Descriptor, 0), CALL(utimensat_time64, Path, 1),
 #endif
 };
-const Call Sendings[] = {
-    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(sendto, Sent, 0), CALL(sendmsg, Sent, 0),
+const Call Exchanges[] = {
+    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(sendto, Socket, 0), CALL(sendmsg, Socket, 0),
+    CALL(read, Descriptor, 0), CALL(readv, Descriptor, 0), CALL(recvfrom, Socket, 0), CALL(recvmsg, Socket, 0),
 #ifdef __i386__
-    CALL(socketcall, Sent, 0),
+    CALL(socketcall, Socket, 0),
 #endif
 };
 const Call Reads[] = {
@@ -85,7 +87,7 @@ const Call Reads[] = {
 };
 // clang-format on
 
-enum class Mode { Changes, Sendings, Reads } mode = Mode::Changes;
+enum class Mode { Changes, Exchanges, Reads } mode = Mode::Changes;
 
 bool beginsWith(const std::string& text, const char* start)
 {
@@ -118,10 +120,11 @@ std::string fileOf(pid_t process, const std::string& link)
 bool counts(pid_t process, const Call& call, const Arguments& arguments, std::string& file)
 {
     const auto argument = arguments[call.argument];
-    if (call.names == Names::Sent) {
+    if (call.names == Names::Socket) {
 #ifdef __i386__
-        return call.number != SYS_socketcall || argument == SYS_SEND || argument == SYS_SENDTO ||
-               argument == SYS_SENDMSG;
+        return call.number != SYS_socketcall ||
+               (argument >= SYS_SEND && argument <= SYS_RECVFROM) || argument == SYS_SENDMSG ||
+               argument == SYS_RECVMSG;
 #endif
         return true;
     }
@@ -131,7 +134,7 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
         struct stat status;
         if (stat(procOf(process, link).c_str(), &status) != 0)
             return false;
-        if (mode == Mode::Sendings)
+        if (mode == Mode::Exchanges)
             return S_ISSOCK(status.st_mode);
         if ((!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) || beginsWith(file, "/memfd:"))
             return false;
@@ -164,7 +167,7 @@ const Call* countedCall(unsigned long number)
 {
     if (mode == Mode::Changes)
         return find(Changes, number);
-    return mode == Mode::Reads ? find(Reads, number) : find(Sendings, number);
+    return mode == Mode::Reads ? find(Reads, number) : find(Exchanges, number);
 }
 
 int die(const std::string& why)
@@ -226,7 +229,7 @@ int main(int argc, char** argv)
     constexpr int Errors[] = {ENOSPC, EIO, EACCES, EMFILE};
     const std::string option = argc > 1 ? argv[1] : "";
     if (option == "--sockets" || option == "--reads") {
-        mode = option == "--reads" ? Mode::Reads : Mode::Sendings;
+        mode = option == "--reads" ? Mode::Reads : Mode::Exchanges;
         ++argv;
         --argc;
     }

@@ -177,7 +177,7 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
             commitInDatabase(stage, m_state->settings, journal.witness);
         isDecided = true;
         const Journal::Rest rest = journal.carryOut();
-        clearStage();
+        clearStage(rest.aside);
         m_state.reset();
         m_reason = rest.spool.empty() ? rest.reload : rest.spool;
         return rest.spool.empty() ? Done : Unfinished;

@@ -2,11 +2,14 @@
 
 #include "QVConfFileManager.h"
 
+#include "stage/Stage.h"
+
 #include <cctype>
 #include <cstring>
 #include <fstream>
 
 #include <strings.h>
+#include <unistd.h>
 
 namespace
 {
@@ -21,6 +24,16 @@ char* skipWhiteSpace(char* text)
     while (isspace(static_cast<unsigned char>(*text)))
         ++text;
     return text;
+}
+
+// To the host, a file that cannot be read is one without settings. A transaction must not decide by
+// what it could not read.
+void noteFailure(const std::ifstream& file, const std::string& path)
+{
+    Stage* const stage = openStage();
+    const bool isFailed = file.bad() || (!file.is_open() && access(path.c_str(), F_OK) == 0);
+    if (isFailed && stage != nullptr)
+        stage->fail(path + " cannot be read");
 }
 
 } // namespace
@@ -47,6 +60,7 @@ bool QVConfFileManager::isParamExistInQVConfFile(std::string qvConfFile, std::st
         if (strcasecmp(name, paramName.c_str()) == 0)
             return true;
     }
+    noteFailure(file, qvConfFile);
     return false;
 }
 
@@ -76,5 +90,6 @@ int QVConfFileManager::getParamFromQVConfFile(std::string qvConfFile, std::strin
         ParamVal.assign(opening + 1, closing);
         return 1;
     }
+    noteFailure(file, qvConfFile);
     return 0;
 }

@@ -17,11 +17,15 @@ std::string whereToRead(const std::string& map)
 
 } // namespace
 
-MapReader::MapReader(const std::string& map) : m_map(map), m_lines(whereToRead(map)) {}
+MapReader::MapReader(const std::string& map) : m_map(map), m_lines(whereToRead(map))
+{
+    noteFailure();
+}
 
 MapReader::MapReader(const std::string& map, const std::string& text)
     : m_map(map), m_lines(whereToRead(map), text)
 {
+    noteFailure();
 }
 
 bool MapReader::nextLine(std::string_view& line)
@@ -30,9 +34,14 @@ bool MapReader::nextLine(std::string_view& line)
     while (m_lines.nextLine(line))
         if (stage == nullptr || !line.empty())
             return true;
-    if (stage != nullptr && m_lines.error() != 0)
-        stage->fail(m_map + " cannot be read: " + strerror(m_lines.error()));
+    noteFailure();
     return false;
+}
+
+void MapReader::noteFailure() const
+{
+    if (Stage* const stage = succeeded() ? nullptr : openStage())
+        stage->fail(m_map + " cannot be read: " + strerror(m_lines.error()));
 }
 
 bool mapExists(const std::string& map)

@@ -27,6 +27,8 @@ public:
     bool succeeded() const { return m_lines.error() == 0 || m_lines.error() == ENOENT; }
 
 private:
+    void noteFailure() const;
+
     std::string m_map;
     LineReader m_lines;
 };

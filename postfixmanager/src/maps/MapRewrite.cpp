@@ -83,7 +83,7 @@ bool rewriteMap(const MapVariant& variant, const std::string& map, const LineRul
         return false;
     if (!newMap)
         newMap.emplace(workFile, variant.opened);
-    else if (!newMap->isOpen() && variant.oldMap == FailsWithout)
+    else if (!newMap->isOpen() && stage == nullptr && variant.oldMap == FailsWithout)
         return false;
 
     std::string_view line;

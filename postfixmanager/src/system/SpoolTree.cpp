@@ -5,6 +5,7 @@
 #include "MapFiles.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -127,6 +128,34 @@ int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner, bo
                         fchmod(directory.number(), mode) == 0 && fsync(directory.number()) == 0 &&
                         fsync(place.parent.number()) == 0;
     return isDone ? 0 : errno;
+}
+
+std::string asideOf(const std::string& path)
+{
+    const std::size_t name = path.rfind('/') + 1;
+    return path.substr(0, name) + ".removed-" + path.substr(name);
+}
+
+int moveAsideInSpool(const std::string& path)
+{
+    const Place place = placeOf(path);
+    const Place aside = placeOf(asideOf(path));
+    if (!place.parent.isOpen() || !aside.parent.isOpen())
+        return errno == ENOENT ? 0 : errno;
+    const auto move = [&] {
+        return renameat(place.parent.number(), place.name.c_str(), aside.parent.number(),
+                        aside.name.c_str()) == 0 ||
+                       errno == ENOENT
+                   ? 0
+                   : errno;
+    };
+    const int failure = move();
+    if (failure != ENOTEMPTY && failure != EEXIST)
+        return failure;
+    // An earlier one could not be removed, or not yet.
+    if (const int stillThere = removeEntry(aside.parent.number(), aside.name.c_str()))
+        return stillThere;
+    return move();
 }
 
 int removeFromSpool(const std::string& path)

@@ -17,6 +17,11 @@
 int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner,
                 bool* isNew = nullptr);
 
+// Takes a file or directory out of the way in one step, under a name of its own beside it that no
+// mailbox or domain can have. What is not there is out of the way already.
+int moveAsideInSpool(const std::string& path);
+std::string asideOf(const std::string& path);
+
 // Removes a file, or a directory with all below it. What is not there is removed already.
 int removeFromSpool(const std::string& path);
 

@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -164,8 +166,11 @@ Journal prepareCommit(Stage& stage)
     const std::vector<Publication> publications = publicationsOf(stage);
     addMaps(journal, publications);
     for (const std::string& path : stage.pathsToRemove())
-        if (isInSpool(path))
+        if (isInSpool(path)) {
+            if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0)
+                refuseFailed(path, "removed");
             journal.removals.push_back(path);
+        }
     makeDirectories(journal, stage);
     if (stage.database)
         journal.witness = stage.database->witness();

@@ -8,6 +8,7 @@
 #include "system/SpoolTree.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -108,6 +109,27 @@ void Journal::checkPlaces() const
     }
 }
 
+// In two steps, so that what cannot be removed at once belongs to nobody, even when the mailbox or
+// domain is made anew.
+void Journal::removeMail(Rest& rest) const
+{
+    for (const std::string& path : removals) {
+        const int failure = moveAsideInSpool(path);
+        if (failure == EBUSY) { // something is mounted there
+            if (const int left = removeFromSpool(path))
+                rest.spool = path + " cannot be removed: " + strerror(left);
+        } else if (failure != 0) {
+            refuse(path + " cannot be removed: " + strerror(failure));
+        }
+    }
+    for (const std::string& path : removals)
+        if (const int failure = removeFromSpool(asideOf(path))) {
+            rest.spool = asideOf(path) + " cannot be removed: " + strerror(failure) +
+                         "; the next change tries again";
+            rest.aside.push_back(asideOf(path));
+        }
+}
+
 Journal::Rest Journal::carryOut() const
 {
     bool hasList = false;
@@ -125,9 +147,7 @@ Journal::Rest Journal::carryOut() const
     Rest rest;
     if (reloads && !runInShell("postfix reload"))
         rest.reload = "\"postfix reload\" failed; run it once the mail server is started";
-    for (const std::string& path : removals)
-        if (const int failure = removeFromSpool(path))
-            rest.spool = path + " cannot be removed: " + strerror(failure);
+    removeMail(rest);
     for (const Directory& directory : directories)
         if (const int failure = makeInSpool(directory.path, directory.mode, directory.owner))
             rest.spool = directory.path + " cannot be made: " + strerror(failure);

@@ -39,18 +39,22 @@ struct Journal {
     // Writes it and syncs it. From then on it will be carried out.
     void write() const;
 
-    // What is left to do by hand; empty texts when all is done.
+    // What is left to do, said for the administrator; empty texts when all is done.
     struct Rest {
         std::string reload;
         std::string spool;
+        std::vector<std::string> aside; // what is out of the way, and could not yet be removed
     };
 
-    // Carries it out. Throws a Refusal when a map cannot take its place: the rest then waits for
-    // the next try.
+    // Carries it out. Throws a Refusal when a map cannot take its place or mail cannot be taken out
+    // of its place: the rest then waits for the next try.
     Rest carryOut() const;
 
     // Refuses when a map that is still to be replaced is not what it was.
     void checkPlaces() const;
+
+private:
+    void removeMail(Rest& rest) const;
 };
 
 // The one that a process left behind.

@@ -22,24 +22,52 @@ namespace
 {
 
 constexpr const char* NewDirectories = VSTAGEDIR "/new-directories";
+constexpr const char* Aside = VSTAGEDIR "/aside"; // mail that could not yet be removed
 constexpr std::chrono::milliseconds Pause(10);
 
 void removeFiles()
 {
     for (const char* const directory : {VSTAGEDIR, VLISTSTAGEDIR})
         for (const std::string& path : entriesOf(directory))
-            removeIfThere(path);
+            if (path != Aside)
+                removeIfThere(path);
     rmdir(VLISTSTAGEDIR); // the other one is the lock, and stays
+}
+
+std::vector<std::string> pathsIn(const char* file)
+{
+    std::vector<std::string> paths;
+    std::istringstream lines(identityOf(file).empty() ? std::string() : readWhole(file));
+    for (std::string path; std::getline(lines, path);)
+        paths.push_back(path);
+    return paths;
+}
+
+void writePaths(const char* file, const std::vector<std::string>& paths)
+{
+    std::string text;
+    for (const std::string& path : paths)
+        text += path + "\n";
+    writeSynced(file, text);
+    syncDirectory(VSTAGEDIR);
+}
+
+void removeAside()
+{
+    const std::vector<std::string> paths = pathsIn(Aside);
+    std::vector<std::string> left;
+    for (const std::string& path : paths)
+        if (removeFromSpool(path) != 0)
+            left.push_back(path);
+    if (left.empty())
+        removeIfThere(Aside);
+    else if (left.size() < paths.size())
+        writePaths(Aside, left);
 }
 
 void takeBackNewDirectories()
 {
-    if (identityOf(NewDirectories).empty())
-        return;
-    std::vector<std::string> paths;
-    std::istringstream lines(readWhole(NewDirectories));
-    for (std::string path; std::getline(lines, path);)
-        paths.push_back(path);
+    const std::vector<std::string> paths = pathsIn(NewDirectories);
     for (auto path = paths.rbegin(); path != paths.rend(); ++path)
         removeEmptyFromSpool(*path);
 }
@@ -92,15 +120,15 @@ StageLock::~StageLock()
 
 void noteNewDirectories(const std::vector<SpoolDirectory>& directories)
 {
-    std::string text;
+    std::vector<std::string> paths;
     for (const SpoolDirectory& directory : directories)
-        text += directory.path + "\n";
-    writeSynced(NewDirectories, text);
-    syncDirectory(VSTAGEDIR);
+        paths.push_back(directory.path);
+    writePaths(NewDirectories, paths);
 }
 
 void finishEarlier(SqlTransaction* database)
 {
+    removeAside();
     const std::optional<Journal> journal = readJournal();
     if (!journal)
         return discardStage();
@@ -118,8 +146,7 @@ void finishEarlier(SqlTransaction* database)
         refuse("an interrupted change cannot be completed: " + refusal.reason +
                ". Compare it with its copy in " VSTAGEDIR ", then remove " VJOURNALFILE);
     }
-    journal->carryOut();
-    clearStage();
+    clearStage(journal->carryOut().aside);
 }
 
 void discardStage()
@@ -130,8 +157,13 @@ void discardStage()
     removeFiles();
 }
 
-void clearStage()
+void clearStage(const std::vector<std::string>& aside)
 {
+    if (!aside.empty()) {
+        std::vector<std::string> all = pathsIn(Aside);
+        all.insert(all.end(), aside.begin(), aside.end());
+        writePaths(Aside, all);
+    }
     removeIfThere(NewDirectories);
     syncDirectory(VSTAGEDIR);
     removeJournal();

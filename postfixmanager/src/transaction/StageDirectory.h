@@ -45,7 +45,7 @@ void finishEarlier(SqlTransaction* database);
 void discardStage();
 
 // Empties the directory after a commit that was carried out; the journal goes once nothing is left
-// that another transaction could take back.
-void clearStage();
+// that another transaction could take back. What is aside is noted for the next ones to remove.
+void clearStage(const std::vector<std::string>& aside);
 
 #endif

@@ -2,18 +2,21 @@
 #ifndef QV_MAPFILES_H
 #define QV_MAPFILES_H
 
-#define VDOMAINFILE "/etc/VirtualHosts"   // hosted domains, one a line
-#define VMAPDIR "/etc/vmail"              // directory of the map files
-#define VPASSWDFILE VMAPDIR "/vpasswd"    // mail accounts, in passwd format
-#define VSHADOWFILE VMAPDIR "/vshadow"    // their password hashes, in shadow format
-#define VMAPSFILE VMAPDIR "/vmaps.txt"    // address or "@domain" -> inbox file below the spool
-#define VALIASFILE VMAPDIR "/valias.txt"  // forwarders and mailing lists
-#define VQUOTAFILE VMAPDIR "/vquota.txt"  // address, tab, quota
-#define VSPOOLDIR "/var/spool/vmail"      // mail, one subtree per domain
-#define VSTAGEDIR VMAPDIR "/transaction"  // what a transaction stages, for root alone; their lock
-#define VJOURNALFILE VSTAGEDIR "/journal" // a commit that is being carried out, or was interrupted
-#define VLISTSTAGEDIR                                                                              \
-    VDOMAINFILE "-transaction"         // the domain list's: /etc may be a file system apart
-#define QVCONFFILE "/etc/Quorvel.conf" // the product configuration file
+#define VDOMAINFILE "/etc/VirtualHosts"  // hosted domains, one a line
+#define VMAPDIR "/etc/vmail"             // directory of the map files
+#define VPASSWDFILE VMAPDIR "/vpasswd"   // mail accounts, in passwd format
+#define VSHADOWFILE VMAPDIR "/vshadow"   // their password hashes, in shadow format
+#define VMAPSFILE VMAPDIR "/vmaps.txt"   // address or "@domain" -> inbox file below the spool
+#define VALIASFILE VMAPDIR "/valias.txt" // forwarders and mailing lists
+#define VQUOTAFILE VMAPDIR "/vquota.txt" // address, tab, quota
+#define VSPOOLDIR "/var/spool/vmail"     // mail, one subtree per domain
+#define QVCONFFILE "/etc/Quorvel.conf"   // the product configuration file
+
+// Of transactions, for root alone: the staged maps and tables, and the journal of a commit that is
+// being carried out or was interrupted. The directory is also their lock. The domain list's copy is
+// staged beside it, since /etc may be another file system than /etc/vmail.
+#define VSTAGEDIR VMAPDIR "/transaction"
+#define VJOURNALFILE VSTAGEDIR "/journal"
+#define VLISTSTAGEDIR VDOMAINFILE "-transaction"
 
 #endif

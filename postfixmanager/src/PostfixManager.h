@@ -6,10 +6,9 @@
 // What holds for every operation:
 //
 // Backend    m_mailAccountBackend "mysql", in any letter case, keeps the mail accounts in the
-// tables
-//            virtual_domains, virtual_users and virtual_aliases; anything else keeps them in the
-//            map files named in MapFiles.h. Where an operation says "tables" or "files", it means
-//            the one or the other.
+//            tables virtual_domains, virtual_users and virtual_aliases; anything else keeps them in
+//            the map files named in MapFiles.h. Where an operation says "tables" or "files", it
+//            means the one or the other.
 // Rights     Operations write system files, change owners and run "cp", "postmap" and "postfix"
 //            through the shell: run them as root, with a PATH on which these are found.
 // Names      Domains, user names, addresses and quotas reach shell commands, map lines and
@@ -20,6 +19,7 @@
 // Failures   Beyond the failures named with an operation nothing is detected: not those of shell
 //            commands, of writing, of changing owner or mode. Nothing done before a failure is
 //            undone. Maps are copied aside first, mostly to FILE.qvbackup, for the administrator.
+//            PostfixTransaction.h has calls that are checked and undone.
 // Order      One operation at a time, in one process: work files have fixed names and only the two
 //            account writers lock their file. The object is not thread-safe.
 // Tracing    Unless it says otherwise, an operation first reports its name, the values of its
@@ -70,9 +70,9 @@ public:
     // Sets up a domain with its first mailbox: lists the domain, makes its spool tree, creates the
     // mailbox, runs "postmap /etc/vmail/vmaps.txt" and "postfix reload".
     //
-    // UserName  local part of the first mailbox.     Passwd  its password in clear text; the
-    // tracing Quota     bytes as decimal text; "-1" is no            object gets it too.
-    //           limit.
+    // UserName  local part of the first mailbox.
+    // Passwd    its password in clear text; the tracing object gets it too.
+    // Quota     bytes as decimal text; "-1" is no limit.
     //
     // 303  the domain and its mailbox exist; a domain that was listed before is no error
     // 304  a step failed (ErrNo holds its result); earlier steps stay done
@@ -108,8 +108,9 @@ public:
     // tree. Traces as "Postfix_CreateMailDomain". Prints the "rm -r" command before it runs it.
     //
     // The list and the aliases are searched by containing text: "b.com" takes the listed domain and
-    // the aliases of "ab.com" with it. The tables of vmaps.txt and vquota.txt are not rebuilt: the
-    // domain is out of the list, so Postfix does not ask them.
+    // the aliases of "ab.com" with it. The tables of vmaps.txt and vquota.txt are not rebuilt
+    // here: until the next change of these maps, Postfix goes on finding the domain's entries in
+    // them, its catch-all too.
     //
     // 317  deleted; a domain that is not listed, or a spool tree that is not there, is no error
     // 0    a step on the list, a file or the aliases failed (ErrNo holds its result)
@@ -188,8 +189,7 @@ public:
     // Changes a mailbox's password ("UpdatePasswd") or its type ("UpdateUserType").
     //
     // Mailbox  the address: the whole name, in any letter case, for a password; a text that the
-    // name
-    //          contains for a type, so that bob@example.com means jim.bob@example.com too.
+    //          name contains for a type, so that bob@example.com means jim.bob@example.com too.
     // Value    the new password in clear text, at most 255 bytes (the tracing object gets it too),
     //          or "admin" for an administrator, anything else for an ordinary user.
     //

@@ -2,8 +2,7 @@
 //
 // While a transaction is open, the operations of this process (of any PostfixManager and
 // DovecotManager) work on copies that nobody else sees. The commit publishes all of it at once. A
-// program that does not commit changes nothing: not by a failure, not by a crash, not by going
-// away.
+// program that does not commit changes nothing, whether it fails, crashes or goes away.
 //
 //     PostfixTransaction transaction(manager);
 //     if (transaction.open(30) != PostfixTransaction::Done) ...            // transaction.reason()
@@ -13,28 +12,28 @@
 // What is different while it is open:
 //
 // Names      A name is a whole name: bob@example.com never means jim.bob@example.com, and b.com
-// never
-//            ab.com.
-// Outcomes   Results, output and tracing are those of the operation, but every step below is
+//            never ab.com.
+// Outcomes   Results, output and tracing are those of the operation, but every step below it is
 //            checked. The first that fails makes the commit refuse, whatever the operation
-//            answered: a full disk, a read error, a map that is missing or a link, a statement that
-//            the database refuses, a name that would make a malformed line.
-// Maps       Copies are staged in /etc/vmail/transaction, the domain list in
-//            /etc/VirtualHosts-transaction, for root alone. Empty lines are not copied. No
-//            ".qvbackup",
-//            ".CABackup" or work file is written before the commit.
-// Commands   "cp", "postmap", "postfix reload" and "rm -r" are not run. At the commit the table of
-//            each changed map is built by "postmap" beside its copy; maps and tables take their
-//            places by rename, the former maps stay as FILE.qvbackup, the mail server is reloaded
-//            once, and what is to go from the spool goes last.
+//            answered: a full disk, a read error, a map that is missing or a link, a statement
+//            that the database refuses, a name that would make a malformed line. An operation that
+//            answers with a failure of its own may have staged a part of its work: drop then.
+// Maps       Copies are staged in /etc/vmail/transaction, the domain list's in
+//            /etc/VirtualHosts-transaction, for root alone. Empty lines are passed over. No copy
+//            FILE.CABackup, no other copy before the commit and no work file is written.
+// Commands   "cp", "postmap", "postfix reload" and "rm" are not run. At the commit "postmap" builds
+//            the table of each changed map beside its staged copy; maps and tables take their
+//            places by rename, the former maps stay as FILE.qvbackup, "postfix reload" runs once,
+//            and what is to go from the spool goes last.
 // Spool      New directories are made at the commit.
-// Database   All operations share one connection and one transaction of the database, made with the
-//            settings of the manager. Its time limits: 10 seconds to connect, 60 for an answer.
+// Database   All operations share one connection and one transaction of the database, made with
+//            the settings of the manager. It waits 10 seconds for a connection and 60 for an
+//            answer.
 //
 // Transactions exclude each other, on one machine, by a lock that ends with its process. A program
 // that changes maps without one is noticed: the commit refuses when a map is no longer the one that
-// was copied. What a process that died in the middle of a commit left undone, the next open of any
-// process completes before it begins. One transaction at a time in a process, and no threads.
+// was copied. What a process that died in the middle of a commit left undone, the next open() of
+// any process completes before it begins. One transaction at a time in a process, and no threads.
 #ifndef QV_POSTFIXTRANSACTION_H
 #define QV_POSTFIXTRANSACTION_H
 

@@ -8,9 +8,9 @@
 // The caller owns the record and everything that it points to.
 //
 // Password  the vpasswd line to append, filled whole: pw_name and pw_gecos hold the mailbox
-// address,
-//           pw_passwd "x", pw_uid and pw_gid the ids of the account "qvadmin", pw_dir the home
-//           directory "/var/spool/vmail/DOMAIN/mail/home/ADDRESS", pw_shell "/bin/false".
+//           address, pw_passwd "x", pw_uid and pw_gid the ids of the account "qvadmin", pw_dir the
+//           home directory "/var/spool/vmail/DOMAIN/mail/home/ADDRESS", pw_shell "/bin/false". It
+//           may be a record that getpwnam returned.
 // Shadow    the vshadow line to append: sp_namp the address, sp_pwdp the password in clear text in
 //           a writable buffer of at least 9 bytes (hashing overwrites it), sp_expire (-1: never)
 //           and sp_flag (1: administrator, 0: ordinary user). The other fields are filled in on

@@ -127,7 +127,6 @@ class MailServers(unittest.TestCase):
         self.answers(550, "nobody@read.test")
         self.answers(554, "bob@elsewhere.test")
         self.login_is_refused("bob@read.test", "pw-alice")
-        # Not bob's, the last line: Dovecot tells a change by the file's size and the second of its time.
         qvmailctl("mailbox passwd alice@read.test", "changed")
         self.login_is_refused("alice@read.test")
         self.inbox_holds(["for alice"], "alice@read.test", "changed")

@@ -172,6 +172,21 @@ void keepUnder(const std::string& from, const std::string& to)
     syncFile(to);
 }
 
+void dateAfter(const std::string& earlier, const std::string& file)
+{
+    struct stat before {
+    };
+    struct stat after {
+    };
+    if (stat(earlier.c_str(), &before) != 0 || stat(file.c_str(), &after) != 0)
+        refuseFailed(file, "dated");
+    if (after.st_mtim.tv_sec > before.st_mtim.tv_sec)
+        return;
+    const timespec times[] = {{0, UTIME_OMIT}, {before.st_mtim.tv_sec + 1, 0}};
+    if (utimensat(AT_FDCWD, file.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+        refuseFailed(file, "dated");
+}
+
 void moveFile(const std::string& from, const std::string& to)
 {
     if (rename(from.c_str(), to.c_str()) != 0)

@@ -30,6 +30,10 @@ void copyRights(const std::string& from, const std::string& to);
 // A second name for the file, or a copy of it where the file system has no second names.
 void keepUnder(const std::string& from, const std::string& to);
 
+// Sees to it that the file's date, in seconds, is later than that of an earlier state: Dovecot tells
+// by it, and by the size, whether an account file has changed.
+void dateAfter(const std::string& earlier, const std::string& file);
+
 void moveFile(const std::string& from, const std::string& to);
 void removeIfThere(const std::string& path);
 

@@ -82,15 +82,17 @@ std::vector<std::string> buildTable(const StagedMap& staged, const std::string& 
 
 // ---- The way into the public ----
 
-// Adds the moves that put the file in its map's place, the table first: one that is older than its
-// map makes the mail server warn.
-void addMoves(Journal& journal, const StagedMap& staged, const std::string& file,
-              const std::vector<std::string>& expected)
+// Adds the moves that put the file in its map's place, after an earlier state of it. The table comes
+// first: one that is older than its map makes the mail server warn.
+void addMoves(Journal& journal, const StagedMap& staged, const std::string& earlier,
+              const std::string& file, const std::vector<std::string>& expected)
 {
-    syncFile(file);
     if (staged.isTable)
         for (const std::string& ending : buildTable(staged, file))
             journal.moves.push_back({file + ending, staged.map + ending, {}});
+    else
+        dateAfter(earlier, file);
+    syncFile(file);
     journal.moves.push_back({file, staged.map, expected});
 }
 
@@ -117,15 +119,18 @@ void addMaps(Journal& journal, const std::vector<Publication>& publications)
         const bool isBoth = publication.gains && !publication.gone.empty();
         unions.push_back(isBoth ? makeUnion(publication) : "");
         if (publication.gains)
-            addMoves(journal, staged, isBoth ? unions.back() : staged.copy(), {staged.former});
+            addMoves(journal, staged, staged.map, isBoth ? unions.back() : staged.copy(),
+                     {staged.former});
     }
     for (std::size_t i = publications.size(); i-- > 0;) {
         const StagedMap& staged = *publications[i].staged;
-        std::vector<std::string> expected = {staged.former};
-        if (!unions[i].empty())
-            expected.push_back(identityOf(unions[i]));
-        if (!publications[i].gone.empty())
-            addMoves(journal, staged, staged.copy(), expected);
+        if (publications[i].gone.empty())
+            continue;
+        if (unions[i].empty())
+            addMoves(journal, staged, staged.map, staged.copy(), {staged.former});
+        else
+            addMoves(journal, staged, unions[i], staged.copy(),
+                     {staged.former, identityOf(unions[i])});
     }
     for (const Publication& publication : publications)
         syncDirectory(publication.staged->directory);

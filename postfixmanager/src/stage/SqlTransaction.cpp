@@ -263,7 +263,7 @@ std::vector<Row> SqlTransaction::rows(const std::string& question)
     if (!result)
         refuseAnswer("could not be asked");
     std::vector<Row> all;
-    while (const MYSQL_ROW fields = mysql_fetch_row(result.get())) {
+    while (MYSQL_ROW fields = mysql_fetch_row(result.get())) {
         Row& row = all.emplace_back();
         for (unsigned i = 0; i < mysql_num_fields(result.get()); ++i)
             row.emplace_back(fields[i] == nullptr ? "" : fields[i]);

@@ -6,6 +6,7 @@
 #include "system/SpoolTree.h"
 #include "transaction/Journal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -120,9 +121,9 @@ StageLock::~StageLock()
 
 void noteNewDirectories(const std::vector<SpoolDirectory>& directories)
 {
-    std::vector<std::string> paths;
-    for (const SpoolDirectory& directory : directories)
-        paths.push_back(directory.path);
+    std::vector<std::string> paths(directories.size());
+    std::transform(directories.begin(), directories.end(), paths.begin(),
+                   [](const SpoolDirectory& directory) { return directory.path; });
     writePaths(NewDirectories, paths);
 }
 

@@ -1,18 +1,11 @@
 #!/usr/bin/env python3
-"""cluster_test.py QVMAILCTL - accounts on three database nodes, of which one and then two are lost
+"""cluster_test.py QVMAILCTL - accounts on three database nodes, of which one and then two are lost"""
 
-Runs inside scripts/private-world. The nodes have config/mariadb/cluster-node.cnf and addresses of their own."""
+import pathlib, subprocess, sys, time, unittest
 
-import pathlib
-import subprocess
-import sys
-import time
-import unittest
+from private_world import TOP
 
-import private_world
-
-private_world.require()
-CONFIG = private_world.TOP / "config"
+CONFIG = TOP / "config"
 QVMAILCTL = sys.argv.pop(1)
 
 
@@ -99,5 +92,4 @@ class Cluster(unittest.TestCase):
         self.check("domain quota b.test", "3 KiB")
 
 
-if __name__ == "__main__":
-    unittest.main(verbosity=2, warnings="ignore")
+unittest.main(verbosity=2, warnings="ignore")

@@ -1,25 +1,12 @@
 #!/usr/bin/env python3
 """mail_servers_test.py files|mysql QVMAILCTL - accounts made by qvmailctl, on real servers
 
-Runs inside scripts/private-world, with Postfix and Dovecot as config/ has them. Each test has a domain
-of its own. Servers see a change after a moment: what is expected is asked for until it holds.
-"""
+Each test has a domain of its own. Servers see a change after a moment: what is expected is asked for until it holds."""
 
-import contextlib
-import functools
-import imaplib
-import os
-import pwd
-import re
-import smtplib
-import subprocess
-import sys
-import time
-import unittest
+import contextlib, functools, imaplib, os, pwd, re, smtplib, subprocess, sys, time, unittest
 
-import private_world
+from private_world import TOP
 
-private_world.require()
 BACKEND, QVMAILCTL = sys.argv.pop(1), sys.argv.pop(1)
 SMTP = functools.partial(smtplib.SMTP, "127.0.0.1", local_hostname="client.elsewhere.test", timeout=20)
 WRONG_PASSWORD = str(b"[AUTHENTICATIONFAILED] Authentication failed.")
@@ -113,7 +100,7 @@ class MailServers(unittest.TestCase):
         self.answers(451, "alice@a.test")
         for table_type in ("btree", "hash"):
             run("postconf", "-e", f"default_database_type={table_type}")
-            run(f"{private_world.TOP}/config/create-empty-maps")
+            run(f"{TOP}/config/create-empty-maps")
             run("postfix", "reload")
             self.answers(250, "alice@a.test")
             self.answers(550, "nobody@a.test")
@@ -225,11 +212,7 @@ class MailServers(unittest.TestCase):
         self.login_is_refused("bob@gone.test", "second-bob")
 
 
-def setUpModule():
-    if BACKEND == "mysql":
-        run(f"{private_world.TOP}/scripts/start-mariadb")
-    run(f"{private_world.TOP}/scripts/start-mail-servers", BACKEND)
-
-
-if __name__ == "__main__":
-    unittest.main(verbosity=2, warnings="ignore")  # imaplib leaves sockets to the collector that Dovecot closed
+if BACKEND == "mysql":
+    run(f"{TOP}/scripts/start-mariadb")
+run(f"{TOP}/scripts/start-mail-servers", BACKEND)
+unittest.main(verbosity=2, warnings="ignore")  # imaplib leaves sockets to the collector that Dovecot closed

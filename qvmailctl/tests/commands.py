@@ -5,13 +5,12 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
-import private_world
+from private_world import TOP
 
-private_world.require()
 QVMAILCTL = os.path.abspath(sys.argv.pop(1))
 ETC, SPOOL, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/Quorvel.conf")
 LIST, STAGE = Path("/etc/VirtualHosts"), ETC / "transaction"
-MYSQL = (private_world.TOP / "config/Quorvel-mysql.conf").read_text()
+MYSQL = (TOP / "config/Quorvel-mysql.conf").read_text()
 
 
 def output(*command):
@@ -31,7 +30,7 @@ class Commands(unittest.TestCase):
         # No mail server runs, and its reload would wait a second each time. postmap is the real one.
         output("sh", "-ec", f"rm -rf {LIST}* {ETC} {SPOOL} /run/stubs; mkdir /run/stubs; : > {CONF}; "
                "echo myhostname = mx.test > /etc/postfix/main.cf; ln -s /bin/true /run/stubs/postfix; "
-               f"PATH=$PATH:/usr/sbin {private_world.TOP}/config/create-empty-maps")
+               f"PATH=$PATH:/usr/sbin {TOP}/config/create-empty-maps")
         os.environ["PATH"] = "/run/stubs:/usr/bin:/bin"
 
     def ctl(self, lines, status=0, stdin="secret\n", says="", prefix=()):
@@ -96,7 +95,7 @@ class Commands(unittest.TestCase):
         self.assertEqual("", output("/usr/sbin/postmap", "-s", ETC / "vmaps.txt"))
 
     def test_life_of_a_domain_on_tables(self):
-        output("env", "PATH=/usr/sbin:/usr/bin:/bin", private_world.TOP / "scripts/start-mariadb")
+        output("env", "PATH=/usr/sbin:/usr/bin:/bin", TOP / "scripts/start-mariadb")
         CONF.write_text(MYSQL)
         self.life_of_a_domain()
         self.assertEqual("", output("mariadb", "qvmail", "-Ne", "select name from virtual_domains union "

@@ -9,44 +9,34 @@
 #include <fstream>
 #include <iostream>
 
-class Announcer : public CQVTrackManager
-{
-public:
+struct Announcer : CQVTrackManager {
     VectorString methods;
     void CQVMethodName(std::string name) override { methods.push_back(name); }
 };
-
-static int failures = 0;
-
-static void expect(bool holds, const char* what)
-{
-    failures += !holds;
-    std::cout << (holds ? "ok: " : "NOT ok: ") << what << std::endl;
-}
 
 int main()
 {
     Announcer announcer;
     PostfixManager manager(&announcer, "", "files", "", "", "", "", "");
     const int result = manager.Postfix_VHostFile("example.com", "AddDomain");
-    std::string listed;
+    std::string listed, value, text = " \ttext ";
     std::getline(std::ifstream(VDOMAINFILE), listed);
-    expect(result == PostfixResult::Done && listed == "example.com",
-           "PostfixManager lists a domain");
-    expect(announcer.methods == VectorString{"Postfix_VHostFile"}, "the host's tracing is called");
-
-    std::string text = " \ttext ";
     trimRightSpaces(text);
-    expect(text == "text", "trimRightSpaces");
-
     char password[16] = "secret";
-    expect(std::string(Encrypt(password)).rfind("$1$", 0) == 0, "Encrypt");
 
-    std::string value;
-    expect(QVConfFileManager().getParamFromQVConfFile(QVCONFFILE, value, "DovecotLDA") == 0,
-           "QVConfFileManager");
-    expect(DovecotManager().deleteDovecotQuota("nobody@example.com") == 2, "DovecotManager");
-    expect(MySQLClient("user", "password", "localhost", "").CloseDBConnection() == 0,
-           "MySQLClient");
-    return failures == 0 ? 0 : 1;
+    const std::pair<const char*, bool> checks[] = {
+        {"PostfixManager", result == PostfixResult::Done && listed == "example.com"},
+        {"the host's tracing is called", announcer.methods == VectorString{"Postfix_VHostFile"}},
+        {"trimRightSpaces", text == "text"},
+        {"Encrypt", std::string(Encrypt(password)).rfind("$1$", 0) == 0},
+        {"QVConfFileManager",
+         QVConfFileManager().getParamFromQVConfFile(QVCONFFILE, value, "DovecotLDA") == 0},
+        {"DovecotManager", DovecotManager().deleteDovecotQuota("nobody@example.com") == 2},
+        {"MySQLClient", MySQLClient("user", "word", "localhost", "").CloseDBConnection() == 0}};
+    int failures = 0;
+    for (const auto& [what, holds] : checks) {
+        failures += holds ? 0 : 1;
+        std::cout << (holds ? "ok: " : "NOT ok: ") << what << std::endl;
+    }
+    return failures;
 }

@@ -1,5 +1,15 @@
 // What the library's tests share: an empty mail server world for each test, tables of cases, and a
-// record of what an operation did.
+// record of what an operation did. What a case says:
+//     {"VQuota(u@d;50;AddQuota)",                 calls Postfix_VQuota("u@d", "50", "AddQuota")
+//      {{"vquota.txt", "a\t1\n"}},                in a world with this map
+//      "0",                                       answers this, and then what it put in an argument
+//      {{"vquota.txt", "a\t1\nu@d\t50\n"}, ...},  changes these files and no other
+//      "cp vquota.txt\npublish vquota.txt",       takes these steps after its own trace
+//      0},                                        and leaves this in ErrNo
+//
+// A step is a line that is printed, "$ COMMAND" given to the shell, "> METHOD(name=value, ...)"
+// traced, or in short: "cp FILE[ SUFFIX]" copies FILE to FILE.qvbackup or FILE and SUFFIX, "publish
+// MAP" runs "postmap MAP" and "postfix reload", and a call like the one above stands for its trace.
 #ifndef QV_TESTS_FIXTURE_H
 #define QV_TESTS_FIXTURE_H
 
@@ -52,20 +62,12 @@ struct Account {
     SvpopUser record{&passwd, &shadow, ""};
 };
 
-// Runs "VQuota(u@d.com;50;AddQuota)", an operation without its prefix. The answer is its result and
-// behind it what it appended to a list or stored in an argument.
-std::string run(PostfixManager& manager, const std::string& call);
+std::string run(PostfixManager& manager, const std::string& call); // gives the answer
 std::string run(Backend backend, const std::string& call);
-
-// What that did, in order, a line each: "> METHOD(name=value, ...)" it traced, "$ COMMAND" it gave
-// to the shell, all else it printed.
-extern std::string happened;
-std::string watched(const std::function<void()>& work); // what else does, in the same form
+extern std::string happened; // what the last call did
+std::string watched(const std::function<void()>& work); // what else does
 std::string traced(const std::string& call);
-
-// The same in short: "cp FILE[ SUFFIX]", "publish MAP" ("postmap MAP" and "postfix reload"), a call
-// that is traced, else the line itself.
-std::string steps(const std::string& lines);
+std::string steps(const std::string& lines); // written out
 
 struct Case {
     std::string call;

@@ -28,10 +28,7 @@ static std::string afterLargePart(const char* path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-struct LargeFilesAndDates : InWorld {
-    // Before the next test looks at what there is.
-    void TearDown() override { std::system("rm -f " VDOMAINFILE "* " VMAPDIR "/*"); }
-};
+using LargeFilesAndDates = InWorld;
 
 TEST_F(LargeFilesAndDates, AMapIsSearchedExtendedAndRewrittenBeyondTwoGiB)
 {

@@ -21,7 +21,8 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-TOP = Path(__file__).resolve().parents[1]
+from private_world import TOP
+
 QVMAILCTL = sys.argv[1:]
 COMMANDS, AT_ONCE, SECONDS = 200, 8, 35
 DOMAINS, USERS = ("b.test", "ab.test"), ("a", "ba", "cba")

@@ -70,19 +70,18 @@ int changeInDatabase(PostfixManager& manager, const std::string& list,
     if (!sql.isConnected())
         return PostfixResult::RequestFailed;
 
+    const bool takesMembers = action == "AddList" || action == "UpdateList";
     VectorString members;
-    if (action == "AddList" || action == "UpdateList") {
-        if (!addresses.empty())
-            members = splitMembers(addresses.front().c_str());
-        if (members.empty())
-            return PostfixResult::RequestFailed;
-    }
+    if (takesMembers && !addresses.empty())
+        members = splitMembers(addresses.front().c_str());
+    if (action == "AddList" && manager.Postfix_IsVListExists(list))
+        return PostfixResult::ListExists;
+    if (takesMembers && members.empty())
+        return PostfixResult::RequestFailed;
 
     std::string query;
     int done;
     if (action == "AddList") {
-        if (manager.Postfix_IsVListExists(list))
-            return PostfixResult::ListExists;
         query = insertion(list, members);
         done = PostfixResult::ListAdded;
     } else if (action == "UpdateList") {

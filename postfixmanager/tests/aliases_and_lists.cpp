@@ -88,6 +88,8 @@ TEST_F(Aliases, ListsAreKeptInTheTable)
         check({{"VList(l@d;" + list.members + ";AddList)", "", "310", list.rows,
                 list.parsed + is + "found=0" + Inserted + list.values}});
     check({{add, taken, "309", taken, "ptr=a1\n" + is + "found=1"},
+           {"VList(l@d;;AddList)", taken, "309", taken, is + "found=1"}, // before its members count
+           {"VList(l@d;;AddList)", "", "0", "", is + "found=0"},
            {"VList(l@d;a1;UpdateList)", "l@d|x\nm@d|y\n", "323", "m@d|y\nl@d|a1\n",
             "ptr=a1\n" + deleted + row},
            {"VList(l@d;;UpdateList)", taken, "0", taken, ""}, // no member: the rows stay

@@ -25,12 +25,13 @@ static std::string shadow(const std::string& address)
     return address + ":" + Hash + ":19675::99999::::1\n";
 }
 
-// Empty maps, and the real postmap.
+// Empty maps, and the real postmap, which would wait while main.cf is new.
 struct Transactions : testing::Test {
     void SetUp() override
     {
         emptyWorld();
-        std::system("ln -sf /usr/sbin/postmap /run/bin/postmap; echo myhostname = mx.test > /etc/postfix/main.cf");
+        std::system("ln -sf /usr/sbin/postmap /run/bin/postmap; : > /etc/postfix/main.cf; touch -d "
+                    "@1 /etc/postfix/main.cf");
         place({{List, ""},
                {"vpasswd", ""},
                {"vshadow", ""},

@@ -11,58 +11,6 @@ constexpr int Large = 100000;
 constexpr int Small = 100;
 constexpr int Rounds = 9;
 
-void addMailbox(PostfixManager& manager, int number)
-{
-    std::string address = addressOf(number);
-    const std::string domain = domainName(number / MailboxesPerDomain);
-    std::string home = VSPOOLDIR "/" + domain + "/mail/home/" + address;
-    std::string password = "a-password-of-some-length";
-    char noPassword[] = "x";
-    char shell[] = "/bin/false";
-
-    passwd account{};
-    account.pw_name = account.pw_gecos = address.data();
-    account.pw_passwd = noPassword;
-    account.pw_uid = 4201;
-    account.pw_gid = 4101;
-    account.pw_dir = home.data();
-    account.pw_shell = shell;
-    spwd shadow{};
-    shadow.sp_namp = address.data();
-    shadow.sp_pwdp = password.data();
-    shadow.sp_expire = -1;
-    shadow.sp_flag = 1;
-    SvpopUser record{&account, &shadow, ""};
-
-    const int result = manager.Postfix_CreateMailbox(
-        &record, domain, address.substr(0, address.find('@')), "1048576");
-    if (result != PostfixResult::MailboxCreated) {
-        fprintf(stderr, "mailbox not created: %d\n", result);
-        exit(1);
-    }
-}
-
-void runCommandsAlone(bool dovecotDelivers)
-{
-    std::vector<const char*> commands = {
-        "cp " VPASSWDFILE " " VPASSWDFILE ".qvbackup",
-        "cp " VSHADOWFILE " " VSHADOWFILE ".qvbackup",
-        "cp " VQUOTAFILE " " VQUOTAFILE ".qvbackup",
-        "postmap " VQUOTAFILE,
-        "postfix reload",
-        "cp " VMAPSFILE " " VMAPSFILE ".qvbackup",
-        "postmap " VMAPSFILE,
-        "postfix reload",
-    };
-    if (dovecotDelivers)
-        commands.insert(commands.begin() + 1, "cp " VPASSWDFILE " " VPASSWDFILE ".addbak");
-    for (const char* const command : commands)
-        if (system(command) != 0) {
-            fprintf(stderr, "failed: %s\n", command);
-            exit(1);
-        }
-}
-
 } // namespace
 
 int main()
@@ -77,7 +25,7 @@ int main()
         manager.Postfix_CreateDomDir(domainName(count / MailboxesPerDomain));
 
     for (const bool dovecotDelivers : {false, true}) {
-        std::ofstream(QVCONFFILE) << "DovecotLDA \"" << (dovecotDelivers ? "yes" : "no") << "\"\n";
+        setDelivery(dovecotDelivers);
         writeMailboxes(Small);
         addMailbox(manager, Small);
         const long peakOfSmall = residentPeak();

@@ -3,8 +3,8 @@
 #include "maps/AccountFile.h"
 
 #include "maps/MapRewrite.h"
+#include "stage/Effects.h"
 #include "stage/Stage.h"
-#include "system/SystemAccounts.h"
 
 #include <cerrno>
 #include <cstring>
@@ -33,9 +33,7 @@ FILE* openLockedForAppend(const std::string& file)
 {
     Stage* const stage = openStage();
     FILE* stream = nullptr;
-    // The record to be written may be the very one that getpwnam returned to the host, so it is
-    // not called before the record is written.
-    if (isAccount("root") && isAccount("mail")) {
+    if (knownOwner("root", "mail")) {
         const std::string path = stage == nullptr ? file : stage->mapToChange(file);
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
         if (descriptor >= 0 && lockWholeFile(descriptor))

@@ -2,11 +2,28 @@
 
 #include "stage/Stage.h"
 #include "system/Shell.h"
-#include "system/SystemAccounts.h"
 
 #include <cerrno>
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+std::optional<Ownership> knownOwner(const char* user, const char* groupAccount)
+{
+    Stage* const stage = openStage();
+    if (stage == nullptr)
+        return ownershipOf(user, groupAccount);
+    const auto [owner, isNew] = stage->owners.try_emplace({user, groupAccount});
+    if (isNew)
+        owner->second = ownershipOf(user, groupAccount);
+    return owner->second;
+}
+
+bool giveTo(const std::string& path, const char* user, const char* groupAccount)
+{
+    const std::optional<Ownership> owner = knownOwner(user, groupAccount);
+    return owner && chown(path.c_str(), owner->user, owner->group) == 0;
+}
 
 void rebuildLookupTable(const std::string& map)
 {
@@ -25,7 +42,7 @@ void reloadPostfix()
 bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode)
 {
     Stage* const stage = openStage();
-    if (!ownershipOf("qvadmin", "mail")) {
+    if (!knownOwner("qvadmin", "mail")) {
         if (stage != nullptr)
             stage->fail("the system account \"qvadmin\" or \"mail\" is missing");
         return false;

@@ -3,9 +3,19 @@
 #ifndef QV_EFFECTS_H
 #define QV_EFFECTS_H
 
+#include "system/SystemAccounts.h"
+
+#include <optional>
 #include <string>
 
 #include <sys/types.h>
+
+// As ownershipOf. A transaction looks accounts up once, not for each of many mailboxes.
+std::optional<Ownership> knownOwner(const char* user, const char* groupAccount);
+
+// Gives a file or directory to them. False when that fails or an account is unknown; the owner is
+// then as it was. Plain calls do not check.
+bool giveTo(const std::string& path, const char* user, const char* groupAccount);
 
 // "postmap FILE": rebuilds the lookup table that Postfix reads in place of the file. In a
 // transaction the table of each map that is changed is built anyway.

@@ -7,11 +7,15 @@
 #define QV_STAGE_H
 
 #include "MapFiles.h"
+#include "system/SystemAccounts.h"
 
 #include <array>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -90,6 +94,9 @@ public:
     bool wantsReload() const { return m_wantsReload; }
 
     std::unique_ptr<SqlTransaction> database; // null: the transaction is of the maps alone
+
+    // By user and group account, as far as they were looked up.
+    std::map<std::pair<std::string, std::string>, std::optional<Ownership>> owners;
 
 private:
     void recordFormer(StagedMap& staged);

@@ -4,33 +4,30 @@
 #include <vector>
 
 #include <pwd.h>
-#include <unistd.h>
 
-std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount)
+namespace
 {
-    const passwd* account = getpwnam(user);
-    if (account == nullptr)
-        return std::nullopt;
-    const uid_t userId = account->pw_uid;
 
-    account = getpwnam(groupAccount);
-    if (account == nullptr)
-        return std::nullopt;
-    return Ownership{userId, account->pw_gid};
-}
-
-bool isAccount(const char* name)
+// The user id and primary group id of one account.
+std::optional<Ownership> idsOf(const char* name)
 {
     passwd record{};
     passwd* found = nullptr;
     std::vector<char> buffer(1024);
     while (getpwnam_r(name, &record, buffer.data(), buffer.size(), &found) == ERANGE)
         buffer.resize(2 * buffer.size());
-    return found != nullptr;
+    if (found == nullptr)
+        return std::nullopt;
+    return Ownership{record.pw_uid, record.pw_gid};
 }
 
-bool giveTo(const std::string& path, const char* user, const char* groupAccount)
+} // namespace
+
+std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount)
 {
-    const std::optional<Ownership> owner = ownershipOf(user, groupAccount);
-    return owner && chown(path.c_str(), owner->user, owner->group) == 0;
+    const std::optional<Ownership> ofUser = idsOf(user);
+    const std::optional<Ownership> ofGroup = idsOf(groupAccount);
+    if (!ofUser || !ofGroup)
+        return std::nullopt;
+    return Ownership{ofUser->user, ofGroup->group};
 }

@@ -2,7 +2,6 @@
 #define QV_SYSTEMACCOUNTS_H
 
 #include <optional>
-#include <string>
 
 #include <sys/types.h>
 
@@ -13,15 +12,8 @@ struct Ownership {
 };
 
 // The user id of one account and the primary group id of another (not the group of that name).
-// Nothing when either account is unknown. Like getpwnam, it overwrites a record that an earlier
-// getpwnam returned.
+// Nothing when either account is unknown. Leaves a record that getpwnam returned alone: a host's own
+// may be one.
 std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount);
-
-// Whether the account is known. Leaves such a record alone: a host's own may be one.
-bool isAccount(const char* name);
-
-// Gives a file or directory to them. False when that fails or an account is unknown; the owner is
-// then as it was. Plain calls do not check.
-bool giveTo(const std::string& path, const char* user, const char* groupAccount);
 
 #endif

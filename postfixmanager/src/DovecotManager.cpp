@@ -52,6 +52,8 @@ int editMailboxLine(const std::string& mailbox, const MapVariant& variant,
                     const std::function<std::string(std::string_view line)>& edited)
 {
     backUp(VPASSWDFILE, variant.backupSuffix);
+    if (replaceLastLine(VPASSWDFILE, mailbox, edited))
+        return Replaced;
 
     bool found = false;
     const auto edit = [&](std::string_view line, MapWriter& newFile) {

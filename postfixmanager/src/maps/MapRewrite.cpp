@@ -1,14 +1,18 @@
+#include "system/LargeFilesAndDates.h"
+
 #include "maps/MapRewrite.h"
 
+#include "maps/MapLines.h"
 #include "maps/MapReader.h"
 #include "stage/Effects.h"
 #include "stage/Stage.h"
 #include "system/Shell.h"
-#include "system/SystemAccounts.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <optional>
 
 #include <grp.h>
@@ -109,6 +113,33 @@ bool rewriteMap(const MapVariant& variant, const std::string& map, const LineRul
 bool rewriteMap(const MapVariant& variant, const LineRule& rule, const AtEnd& atEnd)
 {
     return rewriteMap(variant, variant.map, rule, atEnd);
+}
+
+bool replaceLastLine(const std::string& map, std::string_view name,
+                     const std::function<std::string(std::string_view line)>& replaced)
+{
+    Stage* const stage = openStage();
+    const StagedMap* const staged = stage == nullptr ? nullptr : stage->find(map);
+    if (staged == nullptr || !staged->isChanged)
+        return false;
+
+    constexpr off_t TailSize = 4096;
+    std::ifstream file(staged->copy());
+    const off_t size = file.seekg(0, std::ios::end).tellg();
+    std::string tail(std::max<off_t>(std::min(size, TailSize), 0), ' ');
+    file.seekg(-static_cast<off_t>(tail.size()), std::ios::end).read(tail.data(), tail.size());
+    if (!file || tail.empty())
+        return false;
+    tail.pop_back(); // its line end: a staged copy has one
+    const std::size_t start = tail.rfind('\n') + 1;
+    const std::string_view line = std::string_view(tail).substr(start);
+    if (start == 0 || wholeName(line) != name)
+        return false;
+
+    if (truncate(staged->copy().c_str(), size - line.size() - 1) != 0)
+        stage->fail(map + " cannot be cut: " + strerror(errno));
+    appendLine(map, replaced(line));
+    return true;
 }
 
 void appendLine(const std::string& map, std::string_view line)

@@ -45,6 +45,12 @@ bool rewriteMap(const MapVariant& variant, const std::string& map, const LineRul
                 const AtEnd& atEnd = nullptr);
 bool rewriteMap(const MapVariant& variant, const LineRule& rule, const AtEnd& atEnd = nullptr);
 
+// In a transaction that has changed the map: puts another line in place of the last one, if that is
+// of this name. A new entry is the last, and rewriting the map for each of many takes too long.
+// False, and nothing done, in all other cases.
+bool replaceLastLine(const std::string& map, std::string_view name,
+                     const std::function<std::string(std::string_view line)>& replaced);
+
 // Adds the line as it stands behind the file's last byte: a last line without line end, left by
 // hand-editing, runs into it. Makes the file when there is none.
 void appendLine(const std::string& map, std::string_view line);

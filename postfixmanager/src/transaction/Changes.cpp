@@ -128,10 +128,12 @@ std::vector<LineChange> changesOf(const StagedMap& staged)
     Side before(staged.map);
     Side after(staged.copy());
     while (!before.atEnd()) {
-        const bool isThere = !after.atEnd() && wholeName(before.line()) == wholeName(after.line());
+        const bool isSame = !after.atEnd() && before.line() == after.line();
+        const bool isThere =
+            isSame || (!after.atEnd() && wholeName(before.line()) == wholeName(after.line()));
         if (!isThere)
             changes.push_back({std::string(before.line()), ""});
-        else if (before.line() != after.line())
+        else if (!isSame)
             changes.push_back({std::string(before.line()), std::string(after.line())});
         before.next();
         if (isThere)

@@ -33,7 +33,8 @@ FILE* openLockedForAppend(const std::string& file)
 {
     Stage* const stage = openStage();
     FILE* stream = nullptr;
-    if (knownOwner("root", "mail")) {
+    // Not by getpwnam: the record to be written may be the very one that it returned to the host.
+    if (stage == nullptr ? ownershipApart("root", "mail") : knownOwner("root", "mail")) {
         const std::string path = stage == nullptr ? file : stage->mapToChange(file);
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
         if (descriptor >= 0 && lockWholeFile(descriptor))

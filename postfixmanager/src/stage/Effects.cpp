@@ -15,7 +15,7 @@ std::optional<Ownership> knownOwner(const char* user, const char* groupAccount)
         return ownershipOf(user, groupAccount);
     const auto [owner, isNew] = stage->owners.try_emplace({user, groupAccount});
     if (isNew)
-        owner->second = ownershipOf(user, groupAccount);
+        owner->second = ownershipApart(user, groupAccount);
     return owner->second;
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -112,7 +113,7 @@ int removeEntry(int parent, const char* name)
 
 } // namespace
 
-int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner, bool* isNew)
+int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner)
 {
     const Place place = placeOf(path);
     if (!place.parent.isOpen())
@@ -120,14 +121,33 @@ int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner, bo
     const bool made = mkdirat(place.parent.number(), place.name.c_str(), 0700) == 0;
     if (!made && errno != EEXIST)
         return errno;
-    if (isNew != nullptr)
-        *isNew = made;
     const Directory directory = place.open();
     const bool isDone = directory.isOpen() &&
                         fchown(directory.number(), owner.user, owner.group) == 0 &&
-                        fchmod(directory.number(), mode) == 0 && fsync(directory.number()) == 0 &&
-                        fsync(place.parent.number()) == 0;
+                        fchmod(directory.number(), mode) == 0;
     return isDone ? 0 : errno;
+}
+
+int syncInSpool(const std::vector<std::string>& paths)
+{
+    // To sync each of many one by one takes seconds; to sync the file system waits for the mail that
+    // others write meanwhile. So the one for a few, the other for a bulk of new mailboxes.
+    const bool isBulk = paths.size() > 100;
+    std::set<std::string> holders;
+    for (const std::string& path : paths) {
+        const Place place = placeOf(path);
+        if (!place.parent.isOpen())
+            return errno;
+        if (!isBulk) {
+            const Directory directory = place.open();
+            if (!directory.isOpen() || fsync(directory.number()) != 0)
+                return errno;
+        }
+        const bool isFirst = holders.insert(path.substr(0, path.rfind('/'))).second;
+        if (isFirst && (isBulk ? syncfs(place.parent.number()) : fsync(place.parent.number())) != 0)
+            return errno;
+    }
+    return 0;
 }
 
 std::string asideOf(const std::string& path)
@@ -143,11 +163,10 @@ int moveAsideInSpool(const std::string& path)
     if (!place.parent.isOpen() || !aside.parent.isOpen())
         return errno == ENOENT ? 0 : errno;
     const auto move = [&] {
-        return renameat(place.parent.number(), place.name.c_str(), aside.parent.number(),
-                        aside.name.c_str()) == 0 ||
-                       errno == ENOENT
-                   ? 0
-                   : errno;
+        const bool isMoved = renameat(place.parent.number(), place.name.c_str(),
+                                      aside.parent.number(), aside.name.c_str()) == 0 ||
+                             errno == ENOENT;
+        return isMoved && fsync(place.parent.number()) == 0 ? 0 : errno;
     };
     const int failure = move();
     if (failure != ENOTEMPTY && failure != EEXIST)

@@ -11,14 +11,17 @@
 #include "system/SystemAccounts.h"
 
 #include <string>
+#include <vector>
 
-// Makes the directory, or takes the one that is there, sets owner and mode and syncs it. isNew
-// (when given) tells which.
-int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner,
-                bool* isNew = nullptr);
+// Makes the directory, or takes the one that is there, and sets owner and mode.
+int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner);
+
+// Syncs the directories that were made, and those that hold them. The last hold the first: the path
+// of a directory comes before those below it.
+int syncInSpool(const std::vector<std::string>& paths);
 
 // Takes a file or directory out of the way in one step, under a name of its own beside it that no
-// mailbox or domain can have. What is not there is out of the way already.
+// mailbox or domain can have, and syncs that. What is not there is out of the way already.
 int moveAsideInSpool(const std::string& path);
 std::string asideOf(const std::string& path);
 

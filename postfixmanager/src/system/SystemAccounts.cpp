@@ -8,7 +8,6 @@
 namespace
 {
 
-// The user id and primary group id of one account.
 std::optional<Ownership> idsOf(const char* name)
 {
     passwd record{};
@@ -24,6 +23,19 @@ std::optional<Ownership> idsOf(const char* name)
 } // namespace
 
 std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount)
+{
+    const passwd* account = getpwnam(user);
+    if (account == nullptr)
+        return std::nullopt;
+    const uid_t userId = account->pw_uid;
+
+    account = getpwnam(groupAccount);
+    if (account == nullptr)
+        return std::nullopt;
+    return Ownership{userId, account->pw_gid};
+}
+
+std::optional<Ownership> ownershipApart(const char* user, const char* groupAccount)
 {
     const std::optional<Ownership> ofUser = idsOf(user);
     const std::optional<Ownership> ofGroup = idsOf(groupAccount);

@@ -12,8 +12,11 @@ struct Ownership {
 };
 
 // The user id of one account and the primary group id of another (not the group of that name).
-// Nothing when either account is unknown. Leaves a record that getpwnam returned alone: a host's own
-// may be one.
+// Nothing when either account is unknown. Looked up with getpwnam, which hosts may observe, and which
+// overwrites the record that it returned to the host before.
 std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount);
+
+// The same, and leaves that record alone, for where the host's own is still to be written.
+std::optional<Ownership> ownershipApart(const char* user, const char* groupAccount);
 
 #endif

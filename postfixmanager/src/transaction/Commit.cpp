@@ -155,9 +155,15 @@ void makeDirectories(Journal& journal, const Stage& stage)
         else
             newOnes.push_back(directory);
     noteNewDirectories(newOnes);
+    std::vector<std::string> made;
     for (const SpoolDirectory& directory : newOnes)
         if (const int failure = makeInSpool(directory.path, directory.mode, *owner))
             refuse(directory.path + " cannot be made: " + strerror(failure));
+        else
+            made.push_back(directory.path);
+    if (const int failure = syncInSpool(made))
+        refuse(std::string("the new directories below " VSPOOLDIR " cannot be synced: ") +
+               strerror(failure));
 }
 
 } // namespace

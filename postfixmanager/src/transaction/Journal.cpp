@@ -148,9 +148,15 @@ Journal::Rest Journal::carryOut() const
     if (reloads && !runInShell("postfix reload"))
         rest.reload = "\"postfix reload\" failed; run it once the mail server is started";
     removeMail(rest);
+    std::vector<std::string> made;
     for (const Directory& directory : directories)
         if (const int failure = makeInSpool(directory.path, directory.mode, directory.owner))
             rest.spool = directory.path + " cannot be made: " + strerror(failure);
+        else
+            made.push_back(directory.path);
+    if (const int failure = syncInSpool(made))
+        rest.spool = std::string("the directories below " VSPOOLDIR " cannot be synced: ") +
+                     strerror(failure);
     return rest;
 }
 

@@ -5,6 +5,7 @@
 #include "MapFiles.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <memory>
 #include <set>
@@ -153,7 +154,8 @@ int syncInSpool(const std::vector<std::string>& paths)
 std::string asideOf(const std::string& path)
 {
     const std::size_t name = path.rfind('/') + 1;
-    return path.substr(0, name) + ".removed-" + path.substr(name);
+    // A name that gets too long for a file system is cut: two that then are one both are to go.
+    return path.substr(0, name) + (".removed-" + path.substr(name)).substr(0, NAME_MAX);
 }
 
 int moveAsideInSpool(const std::string& path)
@@ -164,9 +166,9 @@ int moveAsideInSpool(const std::string& path)
         return errno == ENOENT ? 0 : errno;
     const auto move = [&] {
         const bool isMoved = renameat(place.parent.number(), place.name.c_str(),
-                                      aside.parent.number(), aside.name.c_str()) == 0 ||
-                             errno == ENOENT;
-        return isMoved && fsync(place.parent.number()) == 0 ? 0 : errno;
+                                      aside.parent.number(), aside.name.c_str()) == 0;
+        // Synced: it must not come back with a loss of power once the journal is gone.
+        return (isMoved && fsync(place.parent.number()) == 0) || errno == ENOENT ? 0 : errno;
     };
     const int failure = move();
     if (failure != ENOTEMPTY && failure != EEXIST)

@@ -186,6 +186,21 @@ TEST_F(Transactions, ManyOperationsAreSeenAtOnce)
     EXPECT_FALSE(fs::exists("/var/spool/vmail/old.com"));
 }
 
+TEST_F(Transactions, ADomainIsDeletedAndMadeAnew)
+{
+    const std::string longest(61, 'x'),
+        domain = longest + "." + longest + "." + longest + "." + longest;
+    for (const std::string& name : {std::string("b.com"), domain}) {
+        committed([&] { run(manager, "CreateMailDomain(" + name + ";ann;secret;50)"); });
+        committed([&] {
+            run(manager, "DeleteMailDomain(" + name + ")");
+            run(manager, "CreateMailDomain(" + name + ";bob;secret;50)");
+        });
+    }
+    EXPECT_EQ(rights(Homes + "bob@b.com"), "qvadmin 2777 mail's");
+    EXPECT_FALSE(fs::exists(Homes + "ann@b.com"));
+}
+
 TEST_F(Transactions, WhatIsDroppedNeverWas)
 {
     const World before = shown();
@@ -261,6 +276,14 @@ TEST_F(Transactions, WhatCannotBeDoneIsRefusedWhole)
     removeAccount("qvadmin");
     EXPECT_HOLDS(refusal(createBob), "\"qvadmin\"");
 
+    std::system("mkdir /etc/vmail/valias.txt.qvbackup");
+    EXPECT_HOLDS(refusal(addAlias), "valias.txt.qvbackup is not a regular file");
+    fs::remove("/etc/vmail/valias.txt.qvbackup");
+
+    put({{"transaction/journal", "journal of a mail administration, format 1\n\nend\n"}});
+    EXPECT_EQ(transaction.open(0), PostfixTransaction::Refused);
+    fs::remove("/etc/vmail/transaction/journal");
+
     place({{"valias.txt", "x@b.com y@b.com\n"}});
     const std::string kept = "x@b.com y@b.com\n";
     ASSERT_EQ(transaction.open(0), PostfixTransaction::Done);
@@ -321,6 +344,12 @@ TEST_F(Transactions, OnTables)
     EXPECT_EQ(sql("select email, quota from virtual_users order by email"),
               "ann@xab.com|1\nbob@b.com|60\n");
     EXPECT_EQ(rights(Homes + "bob@b.com"), "qvadmin 2777 mail's");
+
+    // What is asked to learn a commit's fate holds what others wrote.
+    sql("insert into virtual_aliases values ('q@b.com', 'o''brien@x\t')");
+    ASSERT_EQ(sqlTransaction.open(0), PostfixTransaction::Done) << sqlTransaction.reason();
+    EXPECT_EQ(run(onTables, "VAlias(q@b.com;z@z;UpdateAlias)"), "321");
+    EXPECT_EQ(sqlTransaction.commit(), PostfixTransaction::Done) << sqlTransaction.reason();
 
     const std::pair<const char*, const char*> refusals[] = {
         {"CreateMailbox(b.com;bob;5)", "Duplicate entry"},

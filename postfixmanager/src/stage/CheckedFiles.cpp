@@ -187,6 +187,20 @@ void dateAfter(const std::string& earlier, const std::string& file)
         refuseFailed(file, "dated");
 }
 
+void checkChangeable(const std::string& path)
+{
+    for (const std::string& place : {path, path.substr(0, path.rfind('/'))}) {
+        struct statx entry {
+        };
+        if (statx(AT_FDCWD, place.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &entry) != 0) {
+            if (errno != ENOENT)
+                refuseFailed(place, "looked at");
+        } else if ((entry.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0) {
+            refuse(place + " may not be changed; allow it with \"chattr -i -a\"");
+        }
+    }
+}
+
 void moveFile(const std::string& from, const std::string& to)
 {
     if (rename(from.c_str(), to.c_str()) != 0)

@@ -34,6 +34,10 @@ void keepUnder(const std::string& from, const std::string& to);
 // by it, and by the size, whether an account file has changed.
 void dateAfter(const std::string& earlier, const std::string& file);
 
+// Refuses when the path, or the directory that holds it, may not be changed (chattr): a rename would
+// then fail.
+void checkChangeable(const std::string& path);
+
 void moveFile(const std::string& from, const std::string& to);
 void removeIfThere(const std::string& path);
 

@@ -158,14 +158,18 @@ void Stage::takeReplacement(const std::string& map)
     });
 }
 
+bool Stage::isToBeRemoved(const std::string& path) const
+{
+    return std::any_of(m_removals.begin(), m_removals.end(),
+                       [&](const std::string& removal) { return isAtOrBelow(path, removal); });
+}
+
 // Whether the path is a directory once what is staged is done.
 bool Stage::willBeDirectory(const std::string& path) const
 {
-    const auto isRemoved = [&](const std::string& removal) { return isAtOrBelow(path, removal); };
     struct stat entry {
     };
-    if (stat(path.c_str(), &entry) == 0 && S_ISDIR(entry.st_mode) &&
-        std::none_of(m_removals.begin(), m_removals.end(), isRemoved))
+    if (stat(path.c_str(), &entry) == 0 && S_ISDIR(entry.st_mode) && !isToBeRemoved(path))
         return true;
     return std::any_of(m_directories.begin(), m_directories.end(),
                        [&](const SpoolDirectory& made) { return made.path == path; });

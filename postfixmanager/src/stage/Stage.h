@@ -88,6 +88,9 @@ public:
     const std::vector<SpoolDirectory>& directoriesToMake() const { return m_directories; }
     const std::vector<std::string>& pathsToRemove() const { return m_removals; }
 
+    // Whether the path is removed first, with a directory above it maybe.
+    bool isToBeRemoved(const std::string& path) const;
+
     bool makesDirectories() const { return !m_directories.empty(); }
 
     void wantReload() { m_wantsReload = true; }

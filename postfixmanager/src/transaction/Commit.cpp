@@ -150,7 +150,7 @@ void makeDirectories(Journal& journal, const Stage& stage)
 
     std::vector<SpoolDirectory> newOnes;
     for (const SpoolDirectory& directory : stage.directoriesToMake())
-        if (isInSpool(directory.path))
+        if (isInSpool(directory.path) || stage.isToBeRemoved(directory.path))
             journal.directories.push_back({directory.path, directory.mode, *owner});
         else
             newOnes.push_back(directory);
@@ -180,6 +180,7 @@ Journal prepareCommit(Stage& stage)
         if (isInSpool(path)) {
             if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0)
                 refuseFailed(path, "removed");
+            checkChangeable(path);
             journal.removals.push_back(path);
         }
     makeDirectories(journal, stage);

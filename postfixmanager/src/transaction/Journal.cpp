@@ -58,7 +58,7 @@ std::string textOf(const Journal& journal)
 bool takeLine(Journal& journal, const std::string& line)
 {
     const std::vector<std::string> fields = fieldsOf(line);
-    const std::string& kind = fields[0];
+    const std::string kind = fields.empty() ? "" : fields[0];
     const auto number = [&](std::size_t i) { return std::strtoul(fields[i].c_str(), nullptr, 10); };
     if (kind == "witness" && fields.size() == 3)
         journal.witness = {fields[1], fields[2]};
@@ -100,10 +100,11 @@ void Journal::write() const
 void Journal::checkPlaces() const
 {
     for (const Move& move : moves) {
-        if (move.expected.empty() || identityOf(move.from).empty())
+        if (identityOf(move.from).empty())
             continue;
+        checkChangeable(move.to);
         const std::string found = identityOf(move.to);
-        if (!found.empty() &&
+        if (!move.expected.empty() && !found.empty() &&
             std::find(move.expected.begin(), move.expected.end(), found) == move.expected.end())
             refuse(move.to + " was changed meanwhile by a program that does without transactions");
     }

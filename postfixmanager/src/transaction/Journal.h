@@ -50,7 +50,7 @@ struct Journal {
     // of its place: the rest then waits for the next try.
     Rest carryOut() const;
 
-    // Refuses when a map that is still to be replaced is not what it was.
+    // Refuses when a map that is still to be replaced is not what it was, or cannot be replaced.
     void checkPlaces() const;
 
 private:

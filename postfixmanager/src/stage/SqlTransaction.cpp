@@ -143,6 +143,16 @@ std::string withoutWildcards(std::string statement)
     return statement;
 }
 
+// As a literal that needs no quotes, whatever the text holds.
+std::string hexOf(const std::string& text)
+{
+    constexpr const char* Digits = "0123456789abcdef";
+    std::string literal = "x'";
+    for (const unsigned char c : text)
+        literal.append({Digits[c >> 4U], Digits[c & 15U]});
+    return literal + "'";
+}
+
 const std::vector<const char*>& columnsOf(const std::string& table)
 {
     static const std::map<std::string, std::vector<const char*>> columns = {
@@ -165,7 +175,9 @@ SqlTransaction::SqlTransaction(const SqlSettings& settings)
         mysql_real_connect(&m_connection, settings.server.c_str(), settings.user.c_str(),
                            settings.password.c_str(), settings.database.c_str(),
                            atoi(settings.port.c_str()), nullptr, 0) != nullptr;
-    if (isConnected && mysql_query(&m_connection, "start transaction") == 0)
+    // Not "start transaction": the database ends a transaction by itself, to resolve a deadlock say,
+    // and what then follows would be committed statement by statement.
+    if (isConnected && mysql_autocommit(&m_connection, 0) == 0)
         return;
     const std::string reason = mysql_error(&m_connection);
     mysql_close(&m_connection);
@@ -223,18 +235,28 @@ std::vector<RowChange> SqlTransaction::changes() const
     return net;
 }
 
+// Rows are compared byte by byte, where the database would take "X@b.com" for "x@b.com". An added row
+// that is not found was stored otherwise than it was given, and tells nothing.
 Witness SqlTransaction::witness()
 {
     const std::vector<RowChange> net = changes();
-    if (net.empty())
-        return {};
-    const RowChange& change = net.front();
-    const Row& row = change.before.empty() ? change.after : change.before;
-    const std::vector<const char*>& columns = columnsOf(change.table);
-    std::string question = "select count(*) from " + change.table;
-    for (std::size_t i = 0; i < std::min(row.size(), columns.size()); ++i)
-        question += std::string(i == 0 ? " where " : " and ") + columns[i] + " = '" + row[i] + "'";
-    return {question, rows(question).at(0).at(0)};
+    const std::string charset = mysql_character_set_name(&m_connection);
+    for (const RowChange& change : net) {
+        const bool isNew = change.before.empty();
+        const Row& row = isNew ? change.after : change.before;
+        const std::vector<const char*>& columns = columnsOf(change.table);
+        std::string question = "select count(*) from " + change.table + " where " + columns[0] +
+                               " = _" + charset + " " + hexOf(row[0]);
+        for (std::size_t i = 0; i < std::min(row.size(), columns.size()); ++i)
+            question += std::string(" and binary coalesce(convert(") + columns[i] + " using " +
+                        charset + "), '') = " + hexOf(row[i]);
+        const std::string answer = rows(question).at(0).at(0);
+        if (!isNew || answer != "0")
+            return {question, answer};
+    }
+    if (!net.empty())
+        refuse("the database stores other values than it is given");
+    return {};
 }
 
 bool SqlTransaction::isTrue(const Witness& witness)

@@ -173,6 +173,7 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
         const Journal journal = prepareCommit(stage);
         if (journal.hasSteps() || stage.makesDirectories())
             journal.write();
+        journal.checkPlaces(); // again: to write the journal took a while
         if (stage.database)
             commitInDatabase(stage, m_state->settings, journal.witness);
         isDecided = true;

@@ -153,7 +153,8 @@ void finishEarlier(SqlTransaction* database)
 void discardStage()
 {
     // First, so that nobody carries it out once a part of what it names is gone.
-    removeIfThere(VJOURNALFILE);
+    if (!identityOf(VJOURNALFILE).empty())
+        removeJournal();
     takeBackNewDirectories();
     removeFiles();
 }

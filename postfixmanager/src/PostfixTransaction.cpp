@@ -121,8 +121,10 @@ PostfixTransaction::Outcome PostfixTransaction::open(int patience)
             return Busy;
         }
         std::unique_ptr<SqlTransaction> database;
-        if (usesSql(m_manager))
+        if (usesSql(m_manager)) {
             database = std::make_unique<SqlTransaction>(state->settings);
+            database->checkEngines();
+        }
         finishEarlier(database.get());
         state->stage = std::make_unique<Stage>(database == nullptr);
         state->stage->database = std::move(database);

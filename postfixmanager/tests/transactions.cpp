@@ -365,6 +365,10 @@ TEST_F(Transactions, OnTables)
         EXPECT_HOLDS(sqlTransaction.reason(), reason);
         EXPECT_EQ(shown(), before);
     }
+    sql("alter table virtual_aliases engine = MyISAM");
+    EXPECT_EQ(sqlTransaction.open(0), PostfixTransaction::Refused);
+    EXPECT_HOLDS(sqlTransaction.reason(), "engine = InnoDB");
+    sql("alter table virtual_aliases engine = InnoDB");
     EXPECT_EQ(openConnections(), 0U);
     TestManager unreachable(SqlWrongPassword);
     PostfixTransaction refused(unreachable);

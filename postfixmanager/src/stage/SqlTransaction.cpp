@@ -190,6 +190,20 @@ SqlTransaction::~SqlTransaction()
     mysql_close(&m_connection); // the server rolls back
 }
 
+void SqlTransaction::checkEngines()
+{
+    const std::vector<Row> found =
+        rows("select table_name, engine from information_schema.tables "
+             "join information_schema.engines using (engine) "
+             "where table_schema = database() and transactions <> 'YES' and "
+             "table_name in ('virtual_domains', 'virtual_users', 'virtual_aliases')");
+    run("rollback"); // what the transaction sees begins later
+    if (!found.empty())
+        refuse("the table " + found[0][0] + " is kept by " + found[0][1] +
+               ", which knows no transactions; convert it with \"alter table " + found[0][0] +
+               " engine = InnoDB\"");
+}
+
 void SqlTransaction::execute(const std::string& text)
 {
     const std::optional<Statement> statement = readStatement(text);

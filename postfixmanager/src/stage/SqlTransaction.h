@@ -44,6 +44,9 @@ public:
     SqlTransaction(const SqlTransaction&) = delete;
     SqlTransaction& operator=(const SqlTransaction&) = delete;
 
+    // Refuses tables whose engine (MyISAM, Aria) takes no change back.
+    void checkEngines();
+
     MYSQL* connection() { return &m_connection; }
 
     // Runs one of the library's changing statements. Throws a Refusal when it fails, or when the

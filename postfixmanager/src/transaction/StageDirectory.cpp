@@ -93,6 +93,14 @@ StageLock::StageLock(int patience)
     while (!(m_isHeld = flock(m_directory, LOCK_EX | LOCK_NB) == 0) &&
            (patience < 0 || std::chrono::steady_clock::now() < end))
         std::this_thread::sleep_for(Pause);
+
+    struct stat there {
+    };
+    if (m_isHeld && (lstat(VSTAGEDIR, &there) != 0 || there.st_ino != entry.st_ino ||
+                     there.st_dev != entry.st_dev)) {
+        close(m_directory);
+        refuse(VSTAGEDIR " was removed meanwhile; try again");
+    }
 }
 
 std::string StageLock::holder() const

@@ -194,6 +194,20 @@ bool isInSpool(const std::string& path)
     return lstat(path.c_str(), &entry) == 0;
 }
 
+std::string identityInSpool(const std::string& path)
+{
+    const Place place = placeOf(path);
+    struct statx entry {
+    };
+    if (!place.parent.isOpen() || statx(place.parent.number(), place.name.c_str(),
+                                        AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &entry) != 0)
+        return {};
+    // The time of birth, too: a file system soon gives a freed number to another file.
+    return std::to_string(entry.stx_dev_major) + ":" + std::to_string(entry.stx_dev_minor) + ":" +
+           std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) + "." +
+           std::to_string(entry.stx_btime.tv_nsec);
+}
+
 int removeEmptyFromSpool(const std::string& path)
 {
     const Place place = placeOf(path);

@@ -181,7 +181,7 @@ Journal prepareCommit(Stage& stage)
             if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0)
                 refuseFailed(path, "removed");
             checkChangeable(path);
-            journal.removals.push_back(path);
+            journal.removals.push_back({path, identityInSpool(path)});
         }
     makeDirectories(journal, stage);
     if (stage.database)

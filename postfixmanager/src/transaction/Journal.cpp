@@ -46,8 +46,8 @@ std::string textOf(const Journal& journal)
     }
     if (journal.reloads)
         text << "reload\n";
-    for (const std::string& path : journal.removals)
-        text << "remove\t" << path << "\n";
+    for (const Journal::Removal& removal : journal.removals)
+        text << "remove\t" << removal.path << "\t" << removal.identity << "\n";
     for (const Journal::Directory& directory : journal.directories)
         text << "directory\t" << directory.path << "\t" << directory.mode << "\t"
              << directory.owner.user << "\t" << directory.owner.group << "\n";
@@ -66,8 +66,8 @@ bool takeLine(Journal& journal, const std::string& line)
         journal.moves.push_back({fields[1], fields[2], {fields.begin() + 3, fields.end()}});
     else if (kind == "reload")
         journal.reloads = true;
-    else if (kind == "remove" && fields.size() == 2)
-        journal.removals.push_back(fields[1]);
+    else if (kind == "remove" && fields.size() == 3)
+        journal.removals.push_back({fields[1], fields[2]});
     else if (kind == "directory" && fields.size() == 5)
         journal.directories.push_back(
             {fields[1],
@@ -114,8 +114,8 @@ void Journal::checkPlaces() const
 // domain is made anew.
 void Journal::removeMail(Rest& rest) const
 {
-    for (const std::string& path : removals) {
-        const int failure = moveAsideInSpool(path);
+    for (const auto& [path, identity] : removals) {
+        const int failure = identityInSpool(path) == identity ? moveAsideInSpool(path) : 0;
         if (failure == EBUSY) { // something is mounted there
             if (const int left = removeFromSpool(path))
                 rest.spool = path + " cannot be removed: " + strerror(left);
@@ -123,7 +123,7 @@ void Journal::removeMail(Rest& rest) const
             refuse(path + " cannot be removed: " + strerror(failure));
         }
     }
-    for (const std::string& path : removals)
+    for (const auto& [path, identity] : removals)
         if (const int failure = removeFromSpool(asideOf(path))) {
             rest.spool = asideOf(path) + " cannot be removed: " + strerror(failure) +
                          "; the next change tries again";

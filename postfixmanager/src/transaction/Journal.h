@@ -21,6 +21,10 @@ struct Journal {
         // does without transactions. Empty: not looked at.
         std::vector<std::string> expected;
     };
+    struct Removal {
+        std::string path;
+        std::string identity; // what was there: anything else was made since, and stays
+    };
     struct Directory {
         std::string path;
         mode_t mode;
@@ -30,7 +34,7 @@ struct Journal {
     Witness witness; // with accounts in the database: it is to be carried out only if this is true
     std::vector<Move> moves;
     bool reloads = false;
-    std::vector<std::string> removals;  // of the spool
+    std::vector<Removal> removals;      // of the spool
     std::vector<Directory> directories; // of the spool
 
     // Whether there is anything to do once the witness is true.

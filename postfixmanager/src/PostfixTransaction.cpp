@@ -10,7 +10,10 @@
 #include "transaction/Commit.h"
 #include "transaction/StageDirectory.h"
 
+#include <exception>
 #include <map>
+
+#include <unistd.h>
 
 // Everything that an open transaction holds; let go of from the last to the first.
 struct PostfixTransaction::State {
@@ -22,6 +25,7 @@ struct PostfixTransaction::State {
     }
 
     SqlSettings settings;
+    pid_t process = getpid();
     StageLock lock;
     std::unique_ptr<Stage> stage;
 };
@@ -74,7 +78,7 @@ void addSpoolChanges(std::vector<Change>& all, const Stage& stage)
         if (isInSpool(path))
             all.push_back({VSPOOLDIR, Change::Removed, path});
     for (const SpoolDirectory& directory : stage.directoriesToMake())
-        if (!isInSpool(directory.path))
+        if (!isInSpool(directory.path) || stage.isToBeRemoved(directory.path))
             all.push_back({VSPOOLDIR, Change::Added, directory.path});
 }
 
@@ -126,14 +130,18 @@ PostfixTransaction::Outcome PostfixTransaction::open(int patience)
             database->checkEngines();
         }
         finishEarlier(database.get());
+        if (database != nullptr)
+            database->rollBack(); // what the transaction sees begins now
         state->stage = std::make_unique<Stage>(database == nullptr);
         state->stage->database = std::move(database);
         m_state = std::move(state);
         return Done;
     } catch (const Refusal& refusal) {
         m_reason = refusal.reason;
-        return Refused;
+    } catch (const std::exception& error) {
+        m_reason = error.what();
     }
+    return Refused;
 }
 
 bool PostfixTransaction::isOpen() const
@@ -155,11 +163,13 @@ std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
         addMapChanges(all, *m_state->stage);
         addTableChanges(all, *m_state->stage);
         addSpoolChanges(all, *m_state->stage);
+        return all;
     } catch (const Refusal& refusal) {
         m_state->stage->fail(refusal.reason);
-        all.clear();
+    } catch (const std::exception& error) {
+        m_state->stage->fail(error.what());
     }
-    return all;
+    return {};
 }
 
 PostfixTransaction::Outcome PostfixTransaction::commit()
@@ -172,6 +182,8 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
     Stage& stage = *m_state->stage;
     bool isDecided = false; // from then on the change will be carried out, by whomever
     try {
+        if (!m_state->lock.isInPlace())
+            refuse(VSTAGEDIR " was removed meanwhile");
         const Journal journal = prepareCommit(stage);
         if (journal.hasSteps() || stage.makesDirectories())
             journal.write();
@@ -179,8 +191,8 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
         if (stage.database)
             commitInDatabase(stage, m_state->settings, journal.witness);
         isDecided = true;
-        const Journal::Rest rest = journal.carryOut();
-        clearStage(rest.aside);
+        const Journal::Rest rest = journal.carryOut([](const std::string&) { return false; });
+        clearStage(rest.removals);
         m_state.reset();
         m_reason = rest.spool.empty() ? rest.reload : rest.spool;
         return rest.spool.empty() ? Done : Unfinished;
@@ -190,24 +202,40 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
         return Unfinished;
     } catch (const Refusal& refusal) {
         m_reason = refusal.reason;
-        if (isDecided) {
-            m_reason += "; the next change will complete this one first";
-            m_state.reset();
-            return Unfinished;
-        }
+    } catch (const std::exception& error) {
+        m_reason = error.what();
+    }
+    if (!isDecided) {
         drop();
         return Refused;
     }
+    m_reason += "; the next change will complete this one first";
+    m_state.reset();
+    return Unfinished;
 }
 
 void PostfixTransaction::drop()
 {
     if (!isOpen())
         return;
+    if (m_state->process != getpid()) {
+        // A child that a host has forked: the transaction is its parent's, the connection too.
+        [[maybe_unused]] State* const parents = m_state.release();
+        return;
+    }
+    std::unique_ptr<SqlTransaction>& database = m_state->stage->database;
     try {
-        discardStage();
+        if (database != nullptr)
+            database->rollBack();
+    } catch (const Refusal&) {
+        database.reset(); // it cannot be asked any more, and rolls back by itself
+    }
+    try {
+        discardStage(database.get());
     } catch (const Refusal&) {
         // What stays is discarded by the next transaction.
+    } catch (const std::exception&) {
+        // Likewise.
     }
     m_state.reset();
 }

@@ -228,6 +228,19 @@ TEST_F(Transactions, WhatIsDroppedNeverWas)
     EXPECT_EQ(shown(), before);
 }
 
+TEST_F(Transactions, WhatSomebodyElseMadeMeanwhileStays)
+{
+    place({{List, "taken.com\n"}});
+    for (const char* domain : {"taken.com", "ours.com"})
+        fs::create_directory(std::string("/var/spool/vmail/") + domain);
+    committed([] {}); // makes the directory of the stage
+    put({{"transaction/new-directories",
+          "/var/spool/vmail/taken.com\n/var/spool/vmail/ours.com\n"}});
+    committed([] {});
+    EXPECT_TRUE(fs::exists("/var/spool/vmail/taken.com"));
+    EXPECT_FALSE(fs::exists("/var/spool/vmail/ours.com"));
+}
+
 TEST_F(Transactions, OneAtATime)
 {
     int ready[2];

@@ -129,8 +129,8 @@ std::optional<Statement> readStatement(const std::string& text)
     return statement;
 }
 
-// In a pattern "%@DOMAIN" the domain stands for itself, be there a "_" in it, which would stand for
-// any character.
+// In a pattern "%@DOMAIN", which ends the statement, the domain stands for itself, be there a "_" in
+// it, which would stand for any character.
 std::string withoutWildcards(std::string statement)
 {
     constexpr std::string_view Pattern = "like '%@";
@@ -138,9 +138,9 @@ std::string withoutWildcards(std::string statement)
     if (pattern == std::string::npos)
         return statement;
     for (std::size_t i = pattern + Pattern.size(); i < statement.size(); ++i)
-        if (statement[i] == '_' || statement[i] == '%')
-            statement.insert(i++, 1, '\\');
-    return statement;
+        if (statement[i] == '_' || statement[i] == '%' || statement[i] == '!')
+            statement.insert(i++, 1, '!');
+    return statement + " escape '!'";
 }
 
 // As a literal that needs no quotes, whatever the text holds.
@@ -165,6 +165,7 @@ const std::vector<const char*>& columnsOf(const std::string& table)
 } // namespace
 
 SqlTransaction::SqlTransaction(const SqlSettings& settings)
+    : m_name(settings.database + " on " + settings.server + " port " + settings.port)
 {
     if (mysql_init(&m_connection) == nullptr)
         refuse("there is no memory for a connection to the database");
@@ -181,8 +182,7 @@ SqlTransaction::SqlTransaction(const SqlSettings& settings)
         return;
     const std::string reason = mysql_error(&m_connection);
     mysql_close(&m_connection);
-    refuse("the database \"" + settings.database + "\" on " + settings.server + " port " +
-           settings.port + " cannot be used as \"" + settings.user + "\": " + reason);
+    refuse("the database " + m_name + " cannot be used as \"" + settings.user + "\": " + reason);
 }
 
 SqlTransaction::~SqlTransaction()
@@ -197,7 +197,6 @@ void SqlTransaction::checkEngines()
              "join information_schema.engines using (engine) "
              "where table_schema = database() and transactions <> 'YES' and "
              "table_name in ('virtual_domains', 'virtual_users', 'virtual_aliases')");
-    run("rollback"); // what the transaction sees begins later
     if (!found.empty())
         refuse("the table " + found[0][0] + " is kept by " + found[0][1] +
                ", which knows no transactions; convert it with \"alter table " + found[0][0] +
@@ -266,7 +265,7 @@ Witness SqlTransaction::witness()
                         charset + "), '') = " + hexOf(row[i]);
         const std::string answer = rows(question).at(0).at(0);
         if (!isNew || answer != "0")
-            return {question, answer};
+            return {question, answer, m_name};
     }
     if (!net.empty())
         refuse("the database stores other values than it is given");
@@ -275,8 +274,25 @@ Witness SqlTransaction::witness()
 
 bool SqlTransaction::isTrue(const Witness& witness)
 {
+    if (!witness.question.empty() && witness.database != m_name)
+        refuse("an interrupted change is of the database " + witness.database +
+               ", not of this one; let a program with its settings finish it first");
     return witness.question.empty() ||
            rows(witness.question + " lock in share mode").at(0).at(0) == witness.answer;
+}
+
+bool SqlTransaction::holds(const std::string& table, const std::string& column,
+                           const std::string& value)
+{
+    return !rows("select 1 from " + table + " where " + column + " = _" +
+                 mysql_character_set_name(&m_connection) + " " + hexOf(value) + " limit 1")
+                .empty();
+}
+
+void SqlTransaction::rollBack()
+{
+    run("rollback");
+    m_changes.clear();
 }
 
 void SqlTransaction::commit()

@@ -27,11 +27,12 @@ struct RowChange {
     Row after;  // empty: the row is gone
 };
 
-// A question to the database, and the number that answers it once the transaction is committed. The
+// A question to a database, and the number that answers it once the transaction is committed. The
 // empty question has no answer to wait for.
 struct Witness {
     std::string question;
     std::string answer;
+    std::string database; // and its server
 };
 
 class SqlTransaction
@@ -60,6 +61,12 @@ public:
     // Waits for a transaction that is still about to end, such as that of a process that died.
     bool isTrue(const Witness& witness);
 
+    // Whether a row of the table has this value in this column.
+    bool holds(const std::string& table, const std::string& column, const std::string& value);
+
+    // Gives up what was changed, and goes on.
+    void rollBack();
+
     // Throws a Refusal when the answer of the database is not that it is committed: it may be.
     void commit();
 
@@ -69,6 +76,7 @@ private:
     [[noreturn]] void refuseAnswer(const std::string& attempt);
 
     MYSQL m_connection{};
+    std::string m_name; // of the database and its server
     std::vector<RowChange> m_changes;
 };
 

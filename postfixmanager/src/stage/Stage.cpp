@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <string_view>
 
 #include <sys/stat.h>
@@ -23,8 +24,10 @@ template <class Step> std::string guarded(Stage& stage, Step step)
         return step();
     } catch (const Refusal& refusal) {
         stage.fail(refusal.reason);
-        return {};
+    } catch (const std::exception& error) {
+        stage.fail(error.what());
     }
+    return {};
 }
 
 bool isAtOrBelow(std::string_view path, std::string_view directory)
@@ -198,7 +201,8 @@ void Stage::remove(const std::string& path)
         };
         m_directories.erase(std::remove_if(m_directories.begin(), m_directories.end(), isGone),
                             m_directories.end());
-        m_removals.push_back(path);
+        if (std::find(m_removals.begin(), m_removals.end(), path) == m_removals.end())
+            m_removals.push_back(path);
         return {};
     });
 }

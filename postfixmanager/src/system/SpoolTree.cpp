@@ -79,9 +79,17 @@ Place placeOf(const std::string& path)
     }
 }
 
-int removeEntry(int parent, const char* name);
+// A tree that is being removed. Below a depth, directories are moved up to its top first: each level
+// takes a descriptor, and who may write here may nest directories without end.
+struct Tree {
+    int top;
+    unsigned moved = 0;
+};
+constexpr int Deepest = 100;
 
-int removeAllIn(Directory directory)
+int removeEntry(int parent, const char* name, Tree& tree, int depth);
+
+int removeAllIn(Directory directory, Tree& tree, int depth)
 {
     const std::unique_ptr<DIR, CloseList> list(fdopendir(directory.number()));
     if (!list)
@@ -92,23 +100,57 @@ int removeAllIn(Directory directory)
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..")
             continue;
-        if (const int failed = removeEntry(descriptor, entry->d_name))
+        if (const int failed = removeEntry(descriptor, entry->d_name, tree, depth))
             failure = failed;
     }
     return failure;
 }
 
-int removeEntry(int parent, const char* name)
+int moveUp(int parent, const char* name, Tree& tree)
+{
+    int moved;
+    do {
+        const std::string upper = ".deep-" + std::to_string(tree.moved++);
+        moved = renameat(parent, name, tree.top, upper.c_str());
+    } while (moved != 0 && (errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR));
+    return moved == 0 ? 0 : errno;
+}
+
+int removeEntry(int parent, const char* name, Tree& tree, int depth)
 {
     if (unlinkat(parent, name, 0) == 0 || errno == ENOENT)
         return 0;
     if (errno != EISDIR && errno != EPERM)
         return errno;
+    if (depth == Deepest)
+        return moveUp(parent, name, tree);
     Directory directory(openat(parent, name, OpenDirectory | O_NOFOLLOW));
     if (!directory.isOpen())
-        return errno;
-    if (const int failure = removeAllIn(std::move(directory)))
+        return errno == ENOTDIR ? EPERM : errno; // a file that may not be removed
+    if (const int failure = removeAllIn(std::move(directory), tree, depth + 1))
         return failure;
+    return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+int removeTree(int parent, const char* name)
+{
+    if (unlinkat(parent, name, 0) == 0 || errno == ENOENT)
+        return 0;
+    if (errno != EISDIR && errno != EPERM)
+        return errno;
+    const Directory top(openat(parent, name, OpenDirectory | O_NOFOLLOW));
+    if (!top.isOpen())
+        return errno == ENOTDIR ? EPERM : errno;
+    Tree tree{top.number()};
+    unsigned movedBefore;
+    do {
+        movedBefore = tree.moved;
+        Directory again(openat(parent, name, OpenDirectory | O_NOFOLLOW));
+        if (!again.isOpen())
+            return errno;
+        if (const int failure = removeAllIn(std::move(again), tree, 0))
+            return failure;
+    } while (tree.moved > movedBefore);
     return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
 }
 
@@ -174,7 +216,7 @@ int moveAsideInSpool(const std::string& path)
     if (failure != ENOTEMPTY && failure != EEXIST)
         return failure;
     // An earlier one could not be removed, or not yet.
-    if (const int stillThere = removeEntry(aside.parent.number(), aside.name.c_str()))
+    if (const int stillThere = removeTree(aside.parent.number(), aside.name.c_str()))
         return stillThere;
     return move();
 }
@@ -184,7 +226,7 @@ int removeFromSpool(const std::string& path)
     const Place place = placeOf(path);
     if (!place.parent.isOpen())
         return errno == ENOENT ? 0 : errno;
-    return removeEntry(place.parent.number(), place.name.c_str());
+    return removeTree(place.parent.number(), place.name.c_str());
 }
 
 bool isInSpool(const std::string& path)
@@ -194,18 +236,20 @@ bool isInSpool(const std::string& path)
     return lstat(path.c_str(), &entry) == 0;
 }
 
-std::string identityInSpool(const std::string& path)
+int identityInSpool(const std::string& path, std::string& identity)
 {
+    identity.clear();
     const Place place = placeOf(path);
     struct statx entry {
     };
     if (!place.parent.isOpen() || statx(place.parent.number(), place.name.c_str(),
                                         AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &entry) != 0)
-        return {};
+        return errno == ENOENT ? 0 : errno;
     // The time of birth, too: a file system soon gives a freed number to another file.
-    return std::to_string(entry.stx_dev_major) + ":" + std::to_string(entry.stx_dev_minor) + ":" +
-           std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) + "." +
-           std::to_string(entry.stx_btime.tv_nsec);
+    identity = std::to_string(entry.stx_dev_major) + ":" + std::to_string(entry.stx_dev_minor) +
+               ":" + std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) +
+               "." + std::to_string(entry.stx_btime.tv_nsec);
+    return 0;
 }
 
 int removeEmptyFromSpool(const std::string& path)

@@ -31,8 +31,9 @@ int removeFromSpool(const std::string& path);
 // Whether anything is there, a link that leads nowhere too.
 bool isInSpool(const std::string& path);
 
-// What tells what is there from what is made in its place later; empty when there is nothing.
-std::string identityInSpool(const std::string& path);
+// Gives what tells the thing that is there from what is made in its place later; nothing when there
+// is none.
+int identityInSpool(const std::string& path, std::string& identity);
 
 // Removes a directory that is empty; any other stays.
 int removeEmptyFromSpool(const std::string& path);

@@ -138,6 +138,28 @@ void addMaps(Journal& journal, const std::vector<Publication>& publications)
 
 // ---- The spool ----
 
+// The identity of what is there; empty when there is nothing.
+std::string foundAt(const std::string& path)
+{
+    std::string identity;
+    if (const int failure = identityInSpool(path, identity))
+        refuse(path + " cannot be looked at: " + strerror(failure));
+    return identity;
+}
+
+void addRemovals(Journal& journal, const Stage& stage)
+{
+    for (const std::string& path : stage.pathsToRemove()) {
+        const std::string identity = foundAt(path);
+        if (identity.empty())
+            continue;
+        if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0)
+            refuseFailed(path, "removed");
+        checkChangeable(path);
+        journal.removals.push_back({path, identity});
+    }
+}
+
 // Those that are new are made now, when the commit can still be refused. Those that are there get
 // their owner and mode afterwards, and so do those that are to be removed first.
 void makeDirectories(Journal& journal, const Stage& stage)
@@ -150,7 +172,7 @@ void makeDirectories(Journal& journal, const Stage& stage)
 
     std::vector<SpoolDirectory> newOnes;
     for (const SpoolDirectory& directory : stage.directoriesToMake())
-        if (isInSpool(directory.path) || stage.isToBeRemoved(directory.path))
+        if (stage.isToBeRemoved(directory.path) || !foundAt(directory.path).empty())
             journal.directories.push_back({directory.path, directory.mode, *owner});
         else
             newOnes.push_back(directory);
@@ -176,13 +198,7 @@ Journal prepareCommit(Stage& stage)
     Journal journal;
     const std::vector<Publication> publications = publicationsOf(stage);
     addMaps(journal, publications);
-    for (const std::string& path : stage.pathsToRemove())
-        if (isInSpool(path)) {
-            if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0)
-                refuseFailed(path, "removed");
-            checkChangeable(path);
-            journal.removals.push_back({path, identityInSpool(path)});
-        }
+    addRemovals(journal, stage);
     makeDirectories(journal, stage);
     if (stage.database)
         journal.witness = stage.database->witness();

@@ -3,6 +3,7 @@
 #include "stage/Stage.h"
 #include "transaction/Journal.h"
 
+#include "maps/MapLines.h"
 #include "stage/CheckedFiles.h"
 #include "system/Shell.h"
 #include "system/SpoolTree.h"
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <sstream>
 
 #include <sys/stat.h>
@@ -37,7 +39,8 @@ std::string textOf(const Journal& journal)
     std::ostringstream text;
     text << FirstLine << "\n";
     if (!journal.witness.question.empty())
-        text << "witness\t" << journal.witness.question << "\t" << journal.witness.answer << "\n";
+        text << "witness\t" << journal.witness.question << "\t" << journal.witness.answer << "\t"
+             << journal.witness.database << "\n";
     for (const Journal::Move& move : journal.moves) {
         text << "move\t" << move.from << "\t" << move.to;
         for (const std::string& identity : move.expected)
@@ -60,8 +63,8 @@ bool takeLine(Journal& journal, const std::string& line)
     const std::vector<std::string> fields = fieldsOf(line);
     const std::string kind = fields.empty() ? "" : fields[0];
     const auto number = [&](std::size_t i) { return std::strtoul(fields[i].c_str(), nullptr, 10); };
-    if (kind == "witness" && fields.size() == 3)
-        journal.witness = {fields[1], fields[2]};
+    if (kind == "witness" && fields.size() == 4)
+        journal.witness = {fields[1], fields[2], fields[3]};
     else if (kind == "move" && fields.size() >= 3)
         journal.moves.push_back({fields[1], fields[2], {fields.begin() + 3, fields.end()}});
     else if (kind == "reload")
@@ -110,28 +113,48 @@ void Journal::checkPlaces() const
     }
 }
 
-// In two steps, so that what cannot be removed at once belongs to nobody, even when the mailbox or
-// domain is made anew.
-void Journal::removeMail(Rest& rest) const
+bool Journal::isUntouched() const
 {
-    for (const auto& [path, identity] : removals) {
-        const int failure = identityInSpool(path) == identity ? moveAsideInSpool(path) : 0;
-        if (failure == EBUSY) { // something is mounted there
-            if (const int left = removeFromSpool(path))
-                rest.spool = path + " cannot be removed: " + strerror(left);
-        } else if (failure != 0) {
-            refuse(path + " cannot be removed: " + strerror(failure));
-        }
-    }
-    for (const auto& [path, identity] : removals)
-        if (const int failure = removeFromSpool(asideOf(path))) {
-            rest.spool = asideOf(path) + " cannot be removed: " + strerror(failure) +
-                         "; the next change tries again";
-            rest.aside.push_back(asideOf(path));
-        }
+    return witness.question.empty() &&
+           std::none_of(moves.begin(), moves.end(),
+                        [](const Move& move) { return identityOf(move.from).empty(); });
 }
 
-Journal::Rest Journal::carryOut() const
+// In two steps, so that what cannot be removed at once belongs to nobody, even when the mailbox or
+// domain is made anew.
+void removeMail(const std::vector<Journal::Removal>& removals, Journal::Rest& rest)
+{
+    std::vector<int> failures;
+    for (const Journal::Removal& removal : removals) {
+        std::string found;
+        int failure = identityInSpool(removal.path, found);
+        if (failure == 0 && found == removal.identity)
+            failure = moveAsideInSpool(removal.path);
+        failures.push_back(failure);
+    }
+    for (std::size_t i = 0; i < removals.size(); ++i) {
+        const std::string& path = removals[i].path;
+        if (failures[i] == 0)
+            failures[i] = removeFromSpool(asideOf(path));
+        else if (failures[i] == EBUSY) // something is mounted there
+            failures[i] = removeFromSpool(path);
+        if (failures[i] == 0)
+            continue;
+        rest.spool =
+            path + " cannot be removed: " + strerror(failures[i]) + "; the next change tries again";
+        rest.removals.push_back(removals[i]);
+    }
+}
+
+std::string ownerOf(const std::string& path)
+{
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (contains(name, "@"))
+        return name;
+    return std::string(textBefore(std::string_view(path).substr(sizeof VSPOOLDIR), '/'));
+}
+
+Journal::Rest Journal::carryOut(const PathTest& isTaken) const
 {
     bool hasList = false;
     for (const Move& move : moves) {
@@ -148,7 +171,17 @@ Journal::Rest Journal::carryOut() const
     Rest rest;
     if (reloads && !runInShell("postfix reload"))
         rest.reload = "\"postfix reload\" failed; run it once the mail server is started";
-    removeMail(rest);
+
+    std::set<std::string> remade;
+    for (const Directory& directory : directories)
+        remade.insert(ownerOf(directory.path));
+    std::vector<Removal> due = removals;
+    const auto stays = [&](const Removal& removal) {
+        return remade.count(ownerOf(removal.path)) == 0 && isTaken(removal.path);
+    };
+    due.erase(std::remove_if(due.begin(), due.end(), stays), due.end());
+    removeMail(due, rest);
+
     std::vector<std::string> made;
     for (const Directory& directory : directories)
         if (const int failure = makeInSpool(directory.path, directory.mode, directory.owner))

@@ -8,6 +8,7 @@
 #include "stage/SqlTransaction.h"
 #include "system/SystemAccounts.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,19 +48,27 @@ struct Journal {
     struct Rest {
         std::string reload;
         std::string spool;
-        std::vector<std::string> aside; // what is out of the way, and could not yet be removed
+        std::vector<Removal> removals; // of what could not be removed now
     };
 
-    // Carries it out. Throws a Refusal when a map cannot take its place or mail cannot be taken out
-    // of its place: the rest then waits for the next try.
-    Rest carryOut() const;
+    // Carries it out. Throws a Refusal when a map cannot take its place: the rest then waits for
+    // the next try. isTaken tells of mail that is to be removed whether its mailbox or domain was
+    // made anew by somebody else since; then it stays.
+    using PathTest = std::function<bool(const std::string& path)>;
+    Rest carryOut(const PathTest& isTaken) const;
 
     // Refuses when a map that is still to be replaced is not what it was, or cannot be replaced.
     void checkPlaces() const;
 
-private:
-    void removeMail(Rest& rest) const;
+    // Whether no step of it can have been done yet.
+    bool isUntouched() const;
 };
+
+// Removes mail from the spool. What cannot be removed is added to the rest.
+void removeMail(const std::vector<Journal::Removal>& removals, Journal::Rest& rest);
+
+// The mailbox or domain that a path of the spool belongs to: an address or a domain.
+std::string ownerOf(const std::string& path);
 
 // The one that a process left behind.
 std::optional<Journal> readJournal();

@@ -2,9 +2,10 @@
 
 #include "transaction/StageDirectory.h"
 
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
 #include "stage/CheckedFiles.h"
 #include "system/SpoolTree.h"
-#include "transaction/Journal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,54 +24,94 @@ namespace
 {
 
 constexpr const char* NewDirectories = VSTAGEDIR "/new-directories";
-constexpr const char* Aside = VSTAGEDIR "/aside"; // mail that could not yet be removed
+constexpr const char* Unremoved = VSTAGEDIR "/unremoved"; // mail that could not yet be removed
 constexpr std::chrono::milliseconds Pause(10);
 
 void removeFiles()
 {
     for (const char* const directory : {VSTAGEDIR, VLISTSTAGEDIR})
         for (const std::string& path : entriesOf(directory))
-            if (path != Aside)
+            if (path != Unremoved)
                 removeIfThere(path);
     rmdir(VLISTSTAGEDIR); // the other one is the lock, and stays
 }
 
-std::vector<std::string> pathsIn(const char* file)
+std::vector<std::string> linesIn(const char* file)
 {
-    std::vector<std::string> paths;
-    std::istringstream lines(identityOf(file).empty() ? std::string() : readWhole(file));
-    for (std::string path; std::getline(lines, path);)
-        paths.push_back(path);
-    return paths;
+    std::vector<std::string> lines;
+    std::istringstream text(identityOf(file).empty() ? std::string() : readWhole(file));
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
 }
 
-void writePaths(const char* file, const std::vector<std::string>& paths)
+void writeLines(const char* file, const std::vector<std::string>& lines)
 {
     std::string text;
-    for (const std::string& path : paths)
-        text += path + "\n";
+    for (const std::string& line : lines)
+        text += line + "\n";
     writeSynced(file, text);
     syncDirectory(VSTAGEDIR);
 }
 
-void removeAside()
+bool hasName(const char* map, const std::string& name)
 {
-    const std::vector<std::string> paths = pathsIn(Aside);
-    std::vector<std::string> left;
-    for (const std::string& path : paths)
-        if (removeFromSpool(path) != 0)
-            left.push_back(path);
-    if (left.empty())
-        removeIfThere(Aside);
-    else if (left.size() < paths.size())
-        writePaths(Aside, left);
+    LineReader reader(map, name);
+    std::string_view line;
+    while (reader.nextLine(line))
+        if (wholeName(line) == name)
+            return true;
+    return reader.error() != 0; // who knows
 }
 
-void takeBackNewDirectories()
+// Whether the mailbox or domain of a spool path exists now.
+bool isListed(const std::string& path, SqlTransaction* database)
 {
-    const std::vector<std::string> paths = pathsIn(NewDirectories);
+    const std::string name = ownerOf(path);
+    const bool isMailbox = contains(name, "@");
+    if (database == nullptr)
+        return hasName(isMailbox ? VPASSWDFILE : VDOMAINFILE, name);
+    return isMailbox ? database->holds("virtual_users", "email", name)
+                     : database->holds("virtual_domains", "name", name);
+}
+
+void noteUnremoved(const std::vector<Journal::Removal>& left)
+{
+    std::vector<std::string> lines;
+    for (const Journal::Removal& removal : left)
+        lines.push_back(removal.path + "\t" + removal.identity);
+    writeLines(Unremoved, lines);
+}
+
+std::vector<Journal::Removal> unremoved()
+{
+    std::vector<Journal::Removal> removals;
+    for (const std::string& line : linesIn(Unremoved))
+        removals.push_back(
+            {std::string(textBefore(line, '\t')), std::string(textAfter(line, '\t'))});
+    return removals;
+}
+
+void removeUnremoved(SqlTransaction* database)
+{
+    std::vector<Journal::Removal> due;
+    for (const Journal::Removal& removal : unremoved())
+        if (!isListed(removal.path, database))
+            due.push_back(removal);
+    Journal::Rest rest;
+    removeMail(due, rest);
+    if (rest.removals.empty())
+        removeIfThere(Unremoved);
+    else
+        noteUnremoved(rest.removals);
+}
+
+void takeBackNewDirectories(SqlTransaction* database)
+{
+    const std::vector<std::string> paths = linesIn(NewDirectories);
     for (auto path = paths.rbegin(); path != paths.rend(); ++path)
-        removeEmptyFromSpool(*path);
+        if (!isListed(*path, database))
+            removeEmptyFromSpool(*path);
 }
 
 } // namespace
@@ -94,13 +135,20 @@ StageLock::StageLock(int patience)
            (patience < 0 || std::chrono::steady_clock::now() < end))
         std::this_thread::sleep_for(Pause);
 
-    struct stat there {
-    };
-    if (m_isHeld && (lstat(VSTAGEDIR, &there) != 0 || there.st_ino != entry.st_ino ||
-                     there.st_dev != entry.st_dev)) {
+    if (m_isHeld && !isInPlace()) {
         close(m_directory);
         refuse(VSTAGEDIR " was removed meanwhile; try again");
     }
+}
+
+bool StageLock::isInPlace() const
+{
+    struct stat mine {
+    };
+    struct stat there {
+    };
+    return fstat(m_directory, &mine) == 0 && lstat(VSTAGEDIR, &there) == 0 &&
+           mine.st_ino == there.st_ino && mine.st_dev == there.st_dev;
 }
 
 std::string StageLock::holder() const
@@ -132,47 +180,49 @@ void noteNewDirectories(const std::vector<SpoolDirectory>& directories)
     std::vector<std::string> paths(directories.size());
     std::transform(directories.begin(), directories.end(), paths.begin(),
                    [](const SpoolDirectory& directory) { return directory.path; });
-    writePaths(NewDirectories, paths);
+    writeLines(NewDirectories, paths);
 }
 
 void finishEarlier(SqlTransaction* database)
 {
-    removeAside();
+    removeUnremoved(database);
     const std::optional<Journal> journal = readJournal();
     if (!journal)
-        return discardStage();
-    if (!journal->witness.question.empty() && database == nullptr)
+        return discardStage(database);
+    const bool asksDatabase = !journal->witness.question.empty();
+    if (asksDatabase && database == nullptr)
         refuse(VJOURNALFILE
                " is of a change of the database that was interrupted, and this program "
                "uses map files; let one that uses the database finish it first");
-    if (!journal->witness.question.empty() && !database->isTrue(journal->witness)) {
-        removeJournal();
-        return discardStage();
-    }
+    if (asksDatabase && !database->isTrue(journal->witness))
+        return discardStage(database);
     try {
         journal->checkPlaces();
     } catch (const Refusal& refusal) {
+        if (journal->isUntouched())
+            return discardStage(database);
         refuse("an interrupted change cannot be completed: " + refusal.reason +
                ". Compare it with its copy in " VSTAGEDIR ", then remove " VJOURNALFILE);
     }
-    clearStage(journal->carryOut().aside);
+    const auto isTaken = [&](const std::string& path) { return isListed(path, database); };
+    clearStage(journal->carryOut(isTaken).removals);
 }
 
-void discardStage()
+void discardStage(SqlTransaction* database)
 {
     // First, so that nobody carries it out once a part of what it names is gone.
     if (!identityOf(VJOURNALFILE).empty())
         removeJournal();
-    takeBackNewDirectories();
+    takeBackNewDirectories(database);
     removeFiles();
 }
 
-void clearStage(const std::vector<std::string>& aside)
+void clearStage(const std::vector<Journal::Removal>& left)
 {
-    if (!aside.empty()) {
-        std::vector<std::string> all = pathsIn(Aside);
-        all.insert(all.end(), aside.begin(), aside.end());
-        writePaths(Aside, all);
+    if (!left.empty()) {
+        std::vector<Journal::Removal> all = unremoved();
+        all.insert(all.end(), left.begin(), left.end());
+        noteUnremoved(all);
     }
     removeIfThere(NewDirectories);
     syncDirectory(VSTAGEDIR);

@@ -5,6 +5,7 @@
 
 #include "stage/SqlTransaction.h"
 #include "stage/Stage.h"
+#include "transaction/Journal.h"
 
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ public:
     StageLock& operator=(const StageLock&) = delete;
 
     bool isHeld() const { return m_isHeld; }
+
+    // Whether the directory is still the one that others lock.
+    bool isInPlace() const;
 
     // The number of the process that holds it, as far as the system tells.
     std::string holder() const;
@@ -41,11 +45,12 @@ void noteNewDirectories(const std::vector<SpoolDirectory>& directories);
 // database  what a journal about the database is asked of; null when this process uses none.
 void finishEarlier(SqlTransaction* database);
 
-// Takes back what was made for a commit that is not to be, and empties the directory.
-void discardStage();
+// Takes back what was made for a commit that is not to be, and empties the directory. Directories of
+// a mailbox or domain that exists stay: somebody else has made that meanwhile.
+void discardStage(SqlTransaction* database);
 
 // Empties the directory after a commit that was carried out; the journal goes once nothing is left
-// that another transaction could take back. What is aside is noted for the next ones to remove.
-void clearStage(const std::vector<std::string>& aside);
+// that another transaction could take back. What could not be removed is noted for the next ones.
+void clearStage(const std::vector<Journal::Removal>& left);
 
 #endif

@@ -2,7 +2,8 @@
 #define QV_DELIVERYAGENT_H
 
 // Whether Dovecot delivers mail and so needs quota fields in vpasswd: the setting "DovecotLDA" of
-// the product configuration file is exactly "yes". Read afresh at every call.
+// the product configuration file is exactly "yes". Read afresh at every call,
+// once in a transaction.
 bool deliveryAgentEnabled();
 
 #endif

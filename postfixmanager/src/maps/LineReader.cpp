@@ -25,8 +25,11 @@ LineReader::LineReader(const std::string& path)
 {
 }
 
-LineReader::LineReader(const std::string& path, const std::string& text) : LineReader(path)
+LineReader::LineReader(const std::string& path, const std::string& text, std::size_t from)
+    : LineReader(path)
 {
+    if (isOpen() && from > 0 && lseek(m_descriptor, static_cast<off_t>(from), SEEK_SET) < 0)
+        m_error = errno;
     m_text = text;
     if (m_text.size() >= LongText)
         m_longText.emplace(m_text.cbegin(), m_text.cend());

@@ -21,8 +21,9 @@ public:
     explicit LineReader(const std::string& path);
 
     // Reads only the lines that contain text anywhere, and skips what lies between a block at a
-    // time. Every line contains the empty text.
-    LineReader(const std::string& path, const std::string& text);
+    // time. Every line contains the empty text. from: a number of bytes at the file's start that
+    // are not read.
+    LineReader(const std::string& path, const std::string& text, std::size_t from = 0);
 
     ~LineReader();
     LineReader(const LineReader&) = delete;

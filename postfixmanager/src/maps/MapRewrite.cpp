@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fstream>
 #include <optional>
+#include <utility>
 
 #include <grp.h>
 #include <sys/stat.h>
@@ -119,7 +120,7 @@ bool replaceLastLine(const std::string& map, std::string_view name,
                      const std::function<std::string(std::string_view line)>& replaced)
 {
     Stage* const stage = openStage();
-    const StagedMap* const staged = stage == nullptr ? nullptr : stage->find(map);
+    StagedMap* const staged = stage == nullptr ? nullptr : stage->find(map);
     if (staged == nullptr || !staged->isChanged)
         return false;
 
@@ -136,7 +137,10 @@ bool replaceLastLine(const std::string& map, std::string_view name,
     if (start == 0 || wholeName(line) != name)
         return false;
 
-    if (truncate(staged->copy().c_str(), size - line.size() - 1) != 0)
+    const off_t lineStart = size - static_cast<off_t>(line.size()) - 1;
+    if (lineStart < static_cast<off_t>(staged->copiedSize))
+        staged->copiedSize = 0;
+    if (truncate(staged->copy().c_str(), lineStart) != 0)
         stage->fail(map + " cannot be cut: " + strerror(errno));
     appendLine(map, replaced(line));
     return true;
@@ -155,6 +159,10 @@ void setOwnerAndMode(const std::string& map, NewOwner owner, mode_t mode)
 {
     Stage* const stage = openStage();
     const std::string file = stage == nullptr ? map : stage->mapToChange(map);
+    StagedMap* const staged = stage == nullptr ? nullptr : stage->find(map);
+    if (staged != nullptr &&
+        std::exchange(staged->rights, {owner, mode}) == std::pair(int{owner}, mode))
+        return; // it has them since the last of many entries
     const bool isOwned = giveToNewOwner(file, owner);
     const bool isModed = mode == ModeAsCreated || chmod(file.c_str(), mode) == 0;
     if ((!isOwned || !isModed) && stage != nullptr)

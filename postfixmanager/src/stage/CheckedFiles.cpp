@@ -138,20 +138,25 @@ std::string identityOf(const std::string& path)
            std::to_string(entry.st_mtim.tv_nsec);
 }
 
-void copyMap(const std::string& from, const std::string& to)
+std::size_t copyMap(const std::string& from, const std::string& to)
 {
     const Descriptor source(from, Reading);
     Descriptor target(to, Writing, RootOnly);
     std::vector<char> block(std::size_t{128} * 1024);
     char last = '\n';
+    std::size_t size = 0;
     while (const std::size_t count = source.readInto(block.data(), block.size())) {
         target.writeAll(block.data(), count);
         last = block[count - 1];
+        size += count;
     }
-    if (last != '\n')
+    if (last != '\n') {
         target.writeAll("\n", 1);
+        ++size;
+    }
     copyRights(source.number(), target.number(), to);
     target.finish();
+    return size;
 }
 
 void copyRights(const std::string& from, const std::string& to)

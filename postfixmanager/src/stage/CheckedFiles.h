@@ -21,8 +21,8 @@ struct Refusal {
 std::string identityOf(const std::string& path);
 
 // Copies content, owner, mode and extended attributes (a security label, an access list) to a new
-// file, and ends the last line when it has no line end.
-void copyMap(const std::string& from, const std::string& to);
+// file, and ends the last line when it has no line end. Returns the size of the copy.
+std::size_t copyMap(const std::string& from, const std::string& to);
 
 // Gives a file the owner, mode and extended attributes of another.
 void copyRights(const std::string& from, const std::string& to);

@@ -129,7 +129,7 @@ std::string Stage::mapToChange(const std::string& map)
     return guarded(*this, [&]() -> std::string {
         recordFormer(*staged);
         if (!staged->isChanged)
-            copyMap(map, staged->copy());
+            staged->copiedSize = copyMap(map, staged->copy());
         staged->isChanged = true;
         return staged->copy();
     });
@@ -155,6 +155,8 @@ void Stage::takeReplacement(const std::string& map)
         copyRights(staged->isChanged ? staged->copy() : map, staged->replacement());
         moveFile(staged->replacement(), staged->copy());
         staged->isChanged = true;
+        staged->copiedSize = 0;
+        staged->rights = {-1, 0};
         staged->additions = 0;
         staged->names.clear();
         return {};

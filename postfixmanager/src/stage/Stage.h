@@ -32,6 +32,9 @@ struct StagedMap {
     bool isChanged = false;  // there is a copy, and it stands for the map
     std::string former = {}; // identity of the map when it was copied
 
+    std::size_t copiedSize = 0; // of what was copied, while lines were only added; else 0
+    std::pair<int, mode_t> rights = {-1, 0}; // of the copy, as a writer has set them
+
     // The hashes of the copy's names, kept once many entries are added.
     int additions = 0;
     std::unordered_set<std::size_t> names = {};
@@ -97,6 +100,9 @@ public:
     bool wantsReload() const { return m_wantsReload; }
 
     std::unique_ptr<SqlTransaction> database; // null: the transaction is of the maps alone
+
+    // Whether Dovecot delivers, once it was asked for.
+    std::optional<bool> deliveryAgent;
 
     // By user and group account, as far as they were looked up.
     std::map<std::pair<std::string, std::string>, std::optional<Ownership>> owners;

@@ -79,6 +79,46 @@ Place placeOf(const std::string& path)
     }
 }
 
+// Goes on to the place of another path. What many paths have in common is walked once.
+void moveTo(Place& place, std::string& holder, const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    if (place.parent.isOpen() && path.compare(0, slash, holder) == 0)
+        place.name = path.substr(slash + 1);
+    else
+        place = placeOf(path);
+    holder = path.substr(0, slash);
+}
+
+// Syncs the directories and those that hold them. To sync each of many takes seconds, to sync the
+// file system waits for the mail that others write meanwhile: so the one for a few, the other for a
+// bulk of new mailboxes.
+int syncMade(const std::vector<OwnedDirectory>& directories, std::string& failed)
+{
+    const bool isBulk = directories.size() > 100;
+    std::set<std::string> holders;
+    for (const OwnedDirectory& directory : directories) {
+        failed = directory.path;
+        const bool isFirst =
+            holders.insert(directory.path.substr(0, directory.path.rfind('/'))).second;
+        if (isBulk && !isFirst)
+            continue;
+        const Place place = placeOf(directory.path);
+        if (!place.parent.isOpen())
+            return errno;
+        if (isBulk) {
+            if (syncfs(place.parent.number()) != 0)
+                return errno;
+            continue;
+        }
+        const Directory made = place.open();
+        if (!made.isOpen() || fsync(made.number()) != 0 ||
+            (isFirst && fsync(place.parent.number()) != 0))
+            return errno;
+    }
+    return 0;
+}
+
 // A tree that is being removed. Below a depth, directories are moved up to its top first: each level
 // takes a descriptor, and who may write here may nest directories without end.
 struct Tree {
@@ -156,41 +196,23 @@ int removeTree(int parent, const char* name)
 
 } // namespace
 
-int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner)
+int makeInSpool(const std::vector<OwnedDirectory>& directories, std::string& failed)
 {
-    const Place place = placeOf(path);
-    if (!place.parent.isOpen())
-        return errno;
-    const bool made = mkdirat(place.parent.number(), place.name.c_str(), 0700) == 0;
-    if (!made && errno != EEXIST)
-        return errno;
-    const Directory directory = place.open();
-    const bool isDone = directory.isOpen() &&
-                        fchown(directory.number(), owner.user, owner.group) == 0 &&
-                        fchmod(directory.number(), mode) == 0;
-    return isDone ? 0 : errno;
-}
-
-int syncInSpool(const std::vector<std::string>& paths)
-{
-    // To sync each of many one by one takes seconds; to sync the file system waits for the mail that
-    // others write meanwhile. So the one for a few, the other for a bulk of new mailboxes.
-    const bool isBulk = paths.size() > 100;
-    std::set<std::string> holders;
-    for (const std::string& path : paths) {
-        const Place place = placeOf(path);
+    Place place{Directory(-1), {}, true};
+    std::string holder;
+    for (const OwnedDirectory& directory : directories) {
+        failed = directory.path;
+        moveTo(place, holder, directory.path);
         if (!place.parent.isOpen())
             return errno;
-        if (!isBulk) {
-            const Directory directory = place.open();
-            if (!directory.isOpen() || fsync(directory.number()) != 0)
-                return errno;
-        }
-        const bool isFirst = holders.insert(path.substr(0, path.rfind('/'))).second;
-        if (isFirst && (isBulk ? syncfs(place.parent.number()) : fsync(place.parent.number())) != 0)
+        if (mkdirat(place.parent.number(), place.name.c_str(), 0700) != 0 && errno != EEXIST)
+            return errno;
+        const Directory made = place.open();
+        if (!made.isOpen() || fchown(made.number(), directory.owner.user, directory.owner.group) ||
+            fchmod(made.number(), directory.mode) != 0)
             return errno;
     }
-    return 0;
+    return syncMade(directories, failed);
 }
 
 std::string asideOf(const std::string& path)
@@ -233,7 +255,7 @@ bool isInSpool(const std::string& path)
 {
     struct stat entry {
     };
-    return lstat(path.c_str(), &entry) == 0;
+    return lstat(path.c_str(), &entry) == 0 || errno != ENOENT;
 }
 
 int identityInSpool(const std::string& path, std::string& identity)

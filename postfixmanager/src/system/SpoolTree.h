@@ -13,12 +13,15 @@
 #include <string>
 #include <vector>
 
-// Makes the directory, or takes the one that is there, and sets owner and mode.
-int makeInSpool(const std::string& path, mode_t mode, const Ownership& owner);
+struct OwnedDirectory {
+    std::string path;
+    mode_t mode;
+    Ownership owner;
+};
 
-// Syncs the directories that were made, and those that hold them. The last hold the first: the path
-// of a directory comes before those below it.
-int syncInSpool(const std::vector<std::string>& paths);
+// Makes the directories in this order, or takes those that are there, sets owner and mode and syncs
+// them. failed is the one that could not be made; those before it are.
+int makeInSpool(const std::vector<OwnedDirectory>& directories, std::string& failed);
 
 // Takes a file or directory out of the way in one step, under a name of its own beside it that no
 // mailbox or domain can have, and syncs that. What is not there is out of the way already.
@@ -28,7 +31,7 @@ std::string asideOf(const std::string& path);
 // Removes a file, or a directory with all below it. What is not there is removed already.
 int removeFromSpool(const std::string& path);
 
-// Whether anything is there, a link that leads nowhere too.
+// Whether anything is there: a link that leads nowhere too, and what cannot be looked at.
 bool isInSpool(const std::string& path);
 
 // Gives what tells the thing that is there from what is made in its place later; nothing when there

@@ -16,7 +16,11 @@ namespace
 class Side
 {
 public:
-    explicit Side(const std::string& path) : m_path(path), m_reader(path) { next(); }
+    explicit Side(const std::string& path, const std::string& text = "", std::size_t from = 0)
+        : m_path(path), m_reader(path, text, from)
+    {
+        next();
+    }
 
     bool atEnd() const { return m_atEnd; }
     std::string_view line() const { return m_line; }
@@ -108,7 +112,8 @@ void refuseNamesTwice(const StagedMap& staged, const std::vector<LineChange>& ch
             counts[wholeName(change.after)] = 0;
     if (counts.empty())
         return;
-    for (Side lines(staged.copy()); !lines.atEnd(); lines.next()) {
+    const std::string only(counts.size() == 1 ? counts.begin()->first : std::string_view());
+    for (Side lines(staged.copy(), only); !lines.atEnd(); lines.next()) {
         const auto count = counts.find(wholeName(lines.line()));
         if (count != counts.end() && ++count->second > 1)
             refuse(std::string(staged.map) + " would have two entries of " +
@@ -124,9 +129,10 @@ std::vector<LineChange> changesOf(const StagedMap& staged)
     if (!staged.isChanged)
         return changes;
 
-    // A staged copy keeps the order of its map: lines are dropped, replaced and added behind.
-    Side before(staged.map);
-    Side after(staged.copy());
+    // A staged copy keeps the order of its map: lines are dropped, replaced and added behind. Where
+    // they were only added, what was copied need not be read.
+    Side before(staged.copiedSize > 0 ? "/dev/null" : staged.map);
+    Side after(staged.copy(), "", staged.copiedSize);
     while (!before.atEnd()) {
         const bool isSame = !after.atEnd() && before.line() == after.line();
         const bool isThere =

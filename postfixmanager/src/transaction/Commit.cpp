@@ -170,22 +170,16 @@ void makeDirectories(Journal& journal, const Stage& stage)
     if (!owner)
         refuse("the system account \"qvadmin\" or \"mail\" is missing");
 
-    std::vector<SpoolDirectory> newOnes;
-    for (const SpoolDirectory& directory : stage.directoriesToMake())
-        if (stage.isToBeRemoved(directory.path) || !foundAt(directory.path).empty())
-            journal.directories.push_back({directory.path, directory.mode, *owner});
-        else
-            newOnes.push_back(directory);
+    std::vector<OwnedDirectory> newOnes;
+    for (const SpoolDirectory& directory : stage.directoriesToMake()) {
+        const bool isLater = stage.isToBeRemoved(directory.path) || isInSpool(directory.path);
+        (isLater ? journal.directories : newOnes)
+            .push_back({directory.path, directory.mode, *owner});
+    }
     noteNewDirectories(newOnes);
-    std::vector<std::string> made;
-    for (const SpoolDirectory& directory : newOnes)
-        if (const int failure = makeInSpool(directory.path, directory.mode, *owner))
-            refuse(directory.path + " cannot be made: " + strerror(failure));
-        else
-            made.push_back(directory.path);
-    if (const int failure = syncInSpool(made))
-        refuse(std::string("the new directories below " VSPOOLDIR " cannot be synced: ") +
-               strerror(failure));
+    std::string failed;
+    if (const int failure = makeInSpool(newOnes, failed))
+        refuse(failed + " cannot be made: " + strerror(failure));
 }
 
 } // namespace

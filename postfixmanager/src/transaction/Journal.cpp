@@ -51,7 +51,7 @@ std::string textOf(const Journal& journal)
         text << "reload\n";
     for (const Journal::Removal& removal : journal.removals)
         text << "remove\t" << removal.path << "\t" << removal.identity << "\n";
-    for (const Journal::Directory& directory : journal.directories)
+    for (const OwnedDirectory& directory : journal.directories)
         text << "directory\t" << directory.path << "\t" << directory.mode << "\t"
              << directory.owner.user << "\t" << directory.owner.group << "\n";
     text << LastLine << "\n";
@@ -173,7 +173,7 @@ Journal::Rest Journal::carryOut(const PathTest& isTaken) const
         rest.reload = "\"postfix reload\" failed; run it once the mail server is started";
 
     std::set<std::string> remade;
-    for (const Directory& directory : directories)
+    for (const OwnedDirectory& directory : directories)
         remade.insert(ownerOf(directory.path));
     std::vector<Removal> due = removals;
     const auto stays = [&](const Removal& removal) {
@@ -182,15 +182,9 @@ Journal::Rest Journal::carryOut(const PathTest& isTaken) const
     due.erase(std::remove_if(due.begin(), due.end(), stays), due.end());
     removeMail(due, rest);
 
-    std::vector<std::string> made;
-    for (const Directory& directory : directories)
-        if (const int failure = makeInSpool(directory.path, directory.mode, directory.owner))
-            rest.spool = directory.path + " cannot be made: " + strerror(failure);
-        else
-            made.push_back(directory.path);
-    if (const int failure = syncInSpool(made))
-        rest.spool = std::string("the directories below " VSPOOLDIR " cannot be synced: ") +
-                     strerror(failure);
+    std::string failed;
+    if (const int failure = makeInSpool(directories, failed))
+        rest.spool = failed + " cannot be made: " + strerror(failure);
     return rest;
 }
 

@@ -6,7 +6,7 @@
 #define QV_JOURNAL_H
 
 #include "stage/SqlTransaction.h"
-#include "system/SystemAccounts.h"
+#include "system/SpoolTree.h"
 
 #include <functional>
 #include <optional>
@@ -26,17 +26,11 @@ struct Journal {
         std::string path;
         std::string identity; // what was there: anything else was made since, and stays
     };
-    struct Directory {
-        std::string path;
-        mode_t mode;
-        Ownership owner;
-    };
-
     Witness witness; // with accounts in the database: it is to be carried out only if this is true
     std::vector<Move> moves;
     bool reloads = false;
-    std::vector<Removal> removals;      // of the spool
-    std::vector<Directory> directories; // of the spool
+    std::vector<Removal> removals;           // of the spool
+    std::vector<OwnedDirectory> directories; // of the spool
 
     // Whether there is anything to do once the witness is true.
     bool hasSteps() const;

@@ -175,11 +175,11 @@ StageLock::~StageLock()
     close(m_directory);
 }
 
-void noteNewDirectories(const std::vector<SpoolDirectory>& directories)
+void noteNewDirectories(const std::vector<OwnedDirectory>& directories)
 {
     std::vector<std::string> paths(directories.size());
     std::transform(directories.begin(), directories.end(), paths.begin(),
-                   [](const SpoolDirectory& directory) { return directory.path; });
+                   [](const OwnedDirectory& directory) { return directory.path; });
     writeLines(NewDirectories, paths);
 }
 

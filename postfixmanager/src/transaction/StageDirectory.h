@@ -37,7 +37,7 @@ private:
 
 // Notes the directories of the spool that are about to be made, so that they go again if nothing is
 // committed.
-void noteNewDirectories(const std::vector<SpoolDirectory>& directories);
+void noteNewDirectories(const std::vector<OwnedDirectory>& directories);
 
 // Carries out the journal that an earlier transaction left, or else takes back what it made and
 // empties the directory.

@@ -9,7 +9,6 @@ nobody touches must be found at every single look, and in the end there is what 
 import collections
 import contextlib
 import ctypes
-import multiprocessing
 import os
 import random
 import struct
@@ -35,22 +34,6 @@ def run(*command):
 
 def qvmailctl(words):
     return subprocess.run([*QVMAILCTL, *words.split()], input="secret\n", text=True, capture_output=True)
-
-
-def look_at_files(ended, made, missed):
-    """As a server does that has just been started, and quickly: a file may be gone for microseconds."""
-    users = {"vmaps.txt": "keep", "vpasswd": "keep", "vshadow": "keep", "vquota.txt": "keep", "valias.txt": "info"}
-    wanted = [(str(ETC / file), [f"\n{user}@{domain}".encode() for domain in DOMAINS]) for file, user in users.items()]
-    while not ended.value:
-        for file, keys in wanted:
-            made.value += 1
-            try:
-                descriptor = os.open(file, os.O_RDONLY)
-                text = b"\n" + os.read(descriptor, 1 << 20)
-                os.close(descriptor)
-                missed.value += not all(key in text for key in keys)
-            except FileNotFoundError:
-                missed.value += 1
 
 
 class Disappearances:
@@ -127,16 +110,13 @@ class Races(unittest.TestCase):
         changes = [words + {"mailbox add": " --quota 5M", "alias add": " keep@b.test"}.get(" ".join(words.split()[:2]), "")
                    for words in changes]
         readers = [threading.Thread(target=read, args=item) for domain in DOMAINS for item in looks(domain).items()]
-        shared = ended_too, files_read, files_missed = [multiprocessing.Value("q", 0, lock=False) for _ in range(3)]
-        readers.append(multiprocessing.Process(target=look_at_files, args=shared))
-        for reader in reversed(readers):  # the process while there is no thread
+        for reader in readers:
             reader.start()
         with ThreadPoolExecutor(AT_ONCE) as writers:
             list(writers.map(write, changes))
-        ended["yes"] = ended_too.value = 1
+        ended["yes"] = 1
         for reader in readers:
             reader.join()
-        made["files"], missed["files"] = files_read.value, files_missed.value
         print(f"{sum(statuses.values())} commands in {time.monotonic() - begin:.0f} s, statuses {dict(statuses)}; "
               f"look-ups {dict(made)}, missed {dict(missed)}", file=sys.stderr)
 

@@ -14,15 +14,17 @@ namespace fs = std::filesystem;
 
 static const std::string List = "/etc/VirtualHosts";
 static const std::string Homes = "/var/spool/vmail/b.com/mail/home/";
+static const World EmptyMaps = {
+    {"vpasswd", ""}, {"vshadow", ""}, {"vmaps.txt", ""}, {"valias.txt", ""}, {"vquota.txt", ""}};
 
 // An account as it stands in vpasswd and in vshadow.
 static std::string account(const std::string& address)
 {
     return address + ":x:1:2:c:/home:/bin/false\n";
 }
-static std::string shadow(const std::string& address)
+static std::string shadow(const std::string& address, const std::string& flag = "1")
 {
-    return address + ":" + Hash + ":19675::99999::::1\n";
+    return address + ":" + Hash + ":19675::99999::::" + flag + "\n";
 }
 
 // Empty maps, and the real postmap, which would wait while main.cf is new.
@@ -32,23 +34,17 @@ struct Transactions : testing::Test {
         emptyWorld();
         std::system("ln -sf /usr/sbin/postmap /run/bin/postmap; : > /etc/postfix/main.cf; touch -d "
                     "@1 /etc/postfix/main.cf");
-        place({{List, ""},
-               {"vpasswd", ""},
-               {"vshadow", ""},
-               {"vmaps.txt", ""},
-               {"valias.txt", ""},
-               {"vquota.txt", ""}});
+        place({{List, ""}});
+        place(EmptyMaps);
     }
     void TearDown() override { std::system("ln -sf /bin/true /run/bin/postmap"); }
 
-    // As root's, so that postmap, which works as a map's owner, may build its table.
+    // As root's: postmap works as a map's owner.
     static void place(const World& files)
     {
         put(files);
-        for (const auto& [name, content] : files)
-            if (name != "tables")
-                fs::permissions(name[0] == '/' ? name : "/etc/vmail/" + name, fs::perms(0644)),
-                    chown((name[0] == '/' ? name : "/etc/vmail/" + name).c_str(), 0, 0);
+        std::system("chown root: /etc/VirtualHosts /etc/vmail/v*; chmod 644 /etc/VirtualHosts "
+                    "/etc/vmail/v*");
     }
 
     // The world without its tables, and without what transactions keep between them: an empty
@@ -89,36 +85,32 @@ struct Transactions : testing::Test {
 
 TEST_F(Transactions, NamesAreWholeNames)
 {
-    const std::string bob = "bob@b.com", others = "jim.bob@b.com bob@b.com.au bob@ab.com";
-    struct Row {
-        std::string call, map, before, after;
-    };
+    const std::string bob = "bob@b.com";
     const std::string accounts = account("jim.bob@b.com") + account("bob@b.com.au");
     const std::string shadows = shadow("jim.bob@b.com") + shadow("bob@b.com.au");
     const std::string vmaps = "jim.bob@b.com b.com/mail/inbox/jim.bob@b.com\n";
     const std::string bobs = "bob@b.com b.com/mail/inbox/bob@b.com\n";
     const std::string aliases = "jim.bob@b.com x@y\nbob@ab.com bob@b.com.au\n";
-    const std::string admin = "jim.bob@b.com:" + std::string(Hash) + ":19675::99999::::1\n";
-    for (const Row& row : std::vector<Row>{
-             {"VHostFile(b.com;AddDomain)", List, "ab.com\n", "ab.com\nb.com\n"},
-             {"VHostFile(b.com;RmvDomain)", List, "ab.com\nb.com\nb.com.au", "ab.com\nb.com.au\n"},
-             {"VMaps(bob;b.com;AddUser)", "vmaps.txt", vmaps, vmaps + bobs},
-             {"VMaps(bob@b.com;b.com;RmvUser)", "vmaps.txt", vmaps + bobs, vmaps},
-             {"DeleteMailboxUser(bob@b.com;/etc/vmail/vpasswd)", "vpasswd", account(bob) + accounts,
-              accounts},
-             {"DeleteDomMailboxes(b.com;/etc/vmail/vshadow)", "vshadow", shadow(bob) + shadows,
-              shadow("bob@b.com.au")},
-             {"UpdateMailbox(bob@b.com;user;UpdateUserType)", "vshadow", shadow(bob) + shadows,
-              "bob@b.com:" + std::string(Hash) + ":19675::99999::::0\n" + shadows},
-             {"VQuota(bob@b.com;5;AddQuota)", "vquota.txt", "jim.bob@b.com\t7\n",
-              "jim.bob@b.com\t7\nbob@b.com\t5\n"},
-             {"VQuota(bob@b.com;6;UpdateQuota)", "vquota.txt", "jim.bob@b.com\t7\nbob@b.com\t5\n",
-              "jim.bob@b.com\t7\nbob@b.com\t6\n"},
-             {"VAlias(bob@b.com;z@z;AddAlias)", "valias.txt", aliases, aliases + "bob@b.com z@z\n"},
-             {"VAlias(bob@b.com;;DeleteAlias)", "valias.txt", "bob@b.com q@q\n" + aliases, aliases},
-             {"VList(bob@b.com;z@z;UpdateList)", "valias.txt", aliases + "bob@b.com q@q",
-              aliases + "bob@b.com z@z\n"},
-             {"DeleteDomAliases(b.com)", "valias.txt", aliases, "bob@ab.com bob@b.com.au\n"}}) {
+    const std::string quotas = "jim.bob@b.com\t7\n";
+    const struct {
+        std::string call, map, before, after;
+    } rows[] = {
+        // clang-format off
+        {"VHostFile(b.com;AddDomain)", List, "ab.com\n", "ab.com\nb.com\n"},
+        {"VHostFile(b.com;RmvDomain)", List, "ab.com\nb.com\nb.com.au", "ab.com\nb.com.au\n"},
+        {"VMaps(bob;b.com;AddUser)", "vmaps.txt", vmaps, vmaps + bobs},
+        {"VMaps(bob@b.com;b.com;RmvUser)", "vmaps.txt", vmaps + bobs, vmaps},
+        {"DeleteMailboxUser(bob@b.com;/etc/vmail/vpasswd)", "vpasswd", account(bob) + accounts, accounts},
+        {"DeleteDomMailboxes(b.com;/etc/vmail/vshadow)", "vshadow", shadow(bob) + shadows, shadow("bob@b.com.au")},
+        {"UpdateMailbox(bob@b.com;user;UpdateUserType)", "vshadow", shadow(bob) + shadows, shadow(bob, "0") + shadows},
+        {"VQuota(bob@b.com;5;AddQuota)", "vquota.txt", quotas, quotas + "bob@b.com\t5\n"},
+        {"VQuota(bob@b.com;6;UpdateQuota)", "vquota.txt", quotas + "bob@b.com\t5\n", quotas + "bob@b.com\t6\n"},
+        {"VAlias(bob@b.com;z@z;AddAlias)", "valias.txt", aliases, aliases + "bob@b.com z@z\n"},
+        {"VAlias(bob@b.com;;DeleteAlias)", "valias.txt", "bob@b.com q@q\n" + aliases, aliases},
+        {"VList(bob@b.com;z@z;UpdateList)", "valias.txt", aliases + "bob@b.com q@q", aliases + "bob@b.com z@z\n"},
+        {"DeleteDomAliases(b.com)", "valias.txt", aliases, "bob@ab.com bob@b.com.au\n"}};
+    // clang-format on
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.call);
         place({{"vpasswd", accounts}, {"vshadow", shadows}});
         place({{row.map, row.before}});
@@ -319,12 +311,8 @@ TEST_F(Transactions, FullDisk)
     std::string many;
     for (int i = 0; many.size() < 30000; ++i)
         many += shadow("user" + std::to_string(i) + "@b.com");
-    World maps = {{"vpasswd", ""},
-                  {"vshadow", many},
-                  {"vmaps.txt", ""},
-                  {"valias.txt", ""},
-                  {"vquota.txt", ""}};
-    place(maps);
+    place(EmptyMaps);
+    place({{"vshadow", many}});
     std::system("cat /dev/zero > /etc/vmail/full");
     const std::string change = "UpdateMailbox(user1@b.com;other;UpdatePasswd)";
     EXPECT_EQ(run(manager, change), "321");

@@ -64,7 +64,7 @@ struct Account {
 
 std::string run(PostfixManager& manager, const std::string& call); // gives the answer
 std::string run(Backend backend, const std::string& call);
-extern std::string happened; // what the last call did
+extern std::string happened;                            // what the last call did
 std::string watched(const std::function<void()>& work); // what else does
 std::string traced(const std::string& call);
 std::string steps(const std::string& lines); // written out

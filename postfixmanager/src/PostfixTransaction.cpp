@@ -35,10 +35,6 @@ namespace
 
 using Change = PostfixTransaction::Change;
 
-struct UnknownFate {
-    std::string reason;
-};
-
 void addMapChanges(std::vector<Change>& all, Stage& stage)
 {
     for (const StagedMap& staged : stage.maps())
@@ -83,12 +79,12 @@ void addSpoolChanges(std::vector<Change>& all, const Stage& stage)
 }
 
 // Commits in the database. Where its answer says otherwise, or does not arrive, it is asked over
-// another connection what became of it.
-void commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& witness)
+// another connection what became of it. False when it cannot be asked; why is the stage's failure.
+bool commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& witness)
 {
     try {
         stage.database->commit();
-        return;
+        return true;
     } catch (const Refusal& refusal) {
         stage.fail(refusal.reason);
     }
@@ -96,12 +92,25 @@ void commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& 
     bool isTaken = false;
     try {
         isTaken = SqlTransaction(settings).isTrue(witness);
-    } catch (const Refusal& refusal) {
-        throw UnknownFate{"it is not known whether the database took the change (" +
-                          stage.failure() + "; then " + refusal.reason + ")"};
+    } catch (const Refusal&) {
+        return false;
     }
     if (!isTaken)
         refuse(stage.failure());
+    return true;
+}
+
+// Runs a step. Returns why it could not be done; empty when it was.
+template <class Step> std::string faultOf(const Step& step)
+{
+    try {
+        step();
+        return {};
+    } catch (const Refusal& refusal) {
+        return refusal.reason;
+    } catch (const std::exception& error) { // no memory
+        return error.what();
+    }
 }
 
 } // namespace
@@ -115,14 +124,14 @@ PostfixTransaction::~PostfixTransaction()
 
 PostfixTransaction::Outcome PostfixTransaction::open(int patience)
 {
-    m_reason.clear();
-    try {
+    Outcome outcome = Refused;
+    m_reason = faultOf([&] {
         if (openStage() != nullptr)
             refuse("this program has a transaction open already");
         auto state = std::make_unique<State>(m_manager, patience);
         if (!state->lock.isHeld()) {
-            m_reason = "another change is at work (process " + state->lock.holder() + ")";
-            return Busy;
+            outcome = Busy;
+            refuse("another change is at work (process " + state->lock.holder() + ")");
         }
         std::unique_ptr<SqlTransaction> database;
         if (usesSql(m_manager)) {
@@ -135,13 +144,9 @@ PostfixTransaction::Outcome PostfixTransaction::open(int patience)
         state->stage = std::make_unique<Stage>(database == nullptr);
         state->stage->database = std::move(database);
         m_state = std::move(state);
-        return Done;
-    } catch (const Refusal& refusal) {
-        m_reason = refusal.reason;
-    } catch (const std::exception& error) {
-        m_reason = error.what();
-    }
-    return Refused;
+        outcome = Done;
+    });
+    return outcome;
 }
 
 bool PostfixTransaction::isOpen() const
@@ -159,16 +164,14 @@ std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
     std::vector<Change> all;
     if (!isOpen())
         return all;
-    try {
+    const std::string fault = faultOf([&] {
         addMapChanges(all, *m_state->stage);
         addTableChanges(all, *m_state->stage);
         addSpoolChanges(all, *m_state->stage);
+    });
+    if (fault.empty())
         return all;
-    } catch (const Refusal& refusal) {
-        m_state->stage->fail(refusal.reason);
-    } catch (const std::exception& error) {
-        m_state->stage->fail(error.what());
-    }
+    m_state->stage->fail(fault);
     return {};
 }
 
@@ -177,41 +180,43 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
     m_reason = "no transaction is open";
     if (!isOpen())
         return Refused;
-    m_reason.clear();
 
     Stage& stage = *m_state->stage;
-    bool isDecided = false; // from then on the change will be carried out, by whomever
-    try {
+    Journal journal;
+    bool isKnown = true;
+    m_reason = faultOf([&] {
         if (!m_state->lock.isInPlace())
             refuse(VSTAGEDIR " was removed meanwhile");
-        const Journal journal = prepareCommit(stage);
+        journal = prepareCommit(stage);
         if (journal.hasSteps() || stage.makesDirectories())
             journal.write();
         journal.checkPlaces(); // again: to write the journal took a while
         if (stage.database)
-            commitInDatabase(stage, m_state->settings, journal.witness);
-        isDecided = true;
-        const Journal::Rest rest = journal.carryOut([](const std::string&) { return false; });
-        clearStage(rest.removals);
-        m_state.reset();
-        m_reason = rest.spool.empty() ? rest.reload : rest.spool;
-        return rest.spool.empty() ? Done : Unfinished;
-    } catch (const UnknownFate& fate) {
-        m_state.reset();
-        m_reason = fate.reason;
-        return Unfinished;
-    } catch (const Refusal& refusal) {
-        m_reason = refusal.reason;
-    } catch (const std::exception& error) {
-        m_reason = error.what();
-    }
-    if (!isDecided) {
+            isKnown = commitInDatabase(stage, m_state->settings, journal.witness);
+    });
+    if (!m_reason.empty()) {
         drop();
         return Refused;
     }
-    m_reason += "; the next change will complete this one first";
+    if (!isKnown) {
+        m_reason = "it is not known whether the database took the change: " + stage.failure();
+        m_state.reset();
+        return Unfinished;
+    }
+
+    // From here on the change will be carried out, by whomever.
+    Journal::Rest rest;
+    m_reason = faultOf([&] {
+        rest = journal.carryOut([](const std::string&) { return false; });
+        clearStage(rest.removals);
+    });
     m_state.reset();
-    return Unfinished;
+    if (!m_reason.empty()) {
+        m_reason += "; the next change will complete this one first";
+        return Unfinished;
+    }
+    m_reason = rest.spool.empty() ? rest.reload : rest.spool;
+    return rest.spool.empty() ? Done : Unfinished;
 }
 
 void PostfixTransaction::drop()
@@ -224,19 +229,9 @@ void PostfixTransaction::drop()
         return;
     }
     std::unique_ptr<SqlTransaction>& database = m_state->stage->database;
-    try {
-        if (database != nullptr)
-            database->rollBack();
-    } catch (const Refusal&) {
-        database.reset(); // it cannot be asked any more, and rolls back by itself
-    }
-    try {
-        discardStage(database.get());
-    } catch (const Refusal&) {
-        // What stays is discarded by the next transaction.
-    } catch (const std::exception&) {
-        // Likewise.
-    }
+    const bool isAnswering = database != nullptr && faultOf([&] { database->rollBack(); }).empty();
+    // What cannot be discarded now is discarded by the next transaction.
+    faultOf([&] { discardStage(isAnswering ? database.get() : nullptr); });
     m_state.reset();
 }
 

@@ -148,7 +148,7 @@ void removeMail(const std::vector<Journal::Removal>& removals, Journal::Rest& re
 
 std::string ownerOf(const std::string& path)
 {
-    const std::string name = path.substr(path.rfind('/') + 1);
+    std::string name = path.substr(path.rfind('/') + 1);
     if (contains(name, "@"))
         return name;
     return std::string(textBefore(std::string_view(path).substr(sizeof VSPOOLDIR), '/'));

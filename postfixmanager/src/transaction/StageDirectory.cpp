@@ -77,9 +77,10 @@ bool isListed(const std::string& path, SqlTransaction* database)
 
 void noteUnremoved(const std::vector<Journal::Removal>& left)
 {
-    std::vector<std::string> lines;
-    for (const Journal::Removal& removal : left)
-        lines.push_back(removal.path + "\t" + removal.identity);
+    std::vector<std::string> lines(left.size());
+    std::transform(left.begin(), left.end(), lines.begin(), [](const Journal::Removal& removal) {
+        return removal.path + "\t" + removal.identity;
+    });
     writeLines(Unremoved, lines);
 }
 

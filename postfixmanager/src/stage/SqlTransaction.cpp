@@ -10,9 +10,6 @@
 #include <optional>
 #include <string_view>
 
-#include <mysql/errmsg.h>
-#include <mysql/mysqld_error.h>
-
 namespace
 {
 
@@ -36,7 +33,6 @@ class StatementReader
 public:
     explicit StatementReader(std::string_view text) : m_rest(text) {}
 
-    bool succeeded() const { return m_isGood; }
     bool atEnd() const { return m_isGood && m_rest.empty(); }
 
     // The text, whose first character is looked for behind any blanks.

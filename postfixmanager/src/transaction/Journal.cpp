@@ -151,7 +151,8 @@ std::string ownerOf(const std::string& path)
     std::string name = path.substr(path.rfind('/') + 1);
     if (contains(name, "@"))
         return name;
-    return std::string(textBefore(std::string_view(path).substr(sizeof VSPOOLDIR), '/'));
+    return std::string(
+        textBefore(std::string_view(path).substr(std::string_view(VSPOOLDIR "/").size()), '/'));
 }
 
 Journal::Rest Journal::carryOut(const PathTest& isTaken) const

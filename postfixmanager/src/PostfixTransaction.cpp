@@ -2,9 +2,9 @@
 
 #include "CallConvention.h"
 #include "maps/MapLines.h"
-#include "stage/CheckedFiles.h"
 #include "stage/SqlTransaction.h"
 #include "stage/Stage.h"
+#include "system/Refusal.h"
 #include "system/SpoolTree.h"
 #include "transaction/Changes.h"
 #include "transaction/Commit.h"

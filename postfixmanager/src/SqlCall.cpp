@@ -1,7 +1,7 @@
 #include "SqlCall.h"
 
-#include "stage/CheckedFiles.h"
 #include "stage/Stage.h"
+#include "system/Refusal.h"
 
 #include <iostream>
 #include <memory>

@@ -111,11 +111,6 @@ constexpr mode_t RootOnly = 0600;
 
 } // namespace
 
-void refuse(const std::string& reason)
-{
-    throw Refusal{reason};
-}
-
 void refuseFailed(const std::string& path, const char* attempted)
 {
     refuse(path + " cannot be " + attempted + ": " + strerror(errno));

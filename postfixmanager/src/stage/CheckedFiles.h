@@ -3,15 +3,10 @@
 #ifndef QV_CHECKEDFILES_H
 #define QV_CHECKEDFILES_H
 
+#include "system/Refusal.h"
+
 #include <string>
 #include <vector>
-
-// Why a transaction cannot go on. Thrown below PostfixTransaction and never past it.
-struct Refusal {
-    std::string reason;
-};
-
-[[noreturn]] void refuse(const std::string& reason);
 
 // Refuses with the errno that stands: "PATH cannot be ATTEMPTED: No space left on device".
 [[noreturn]] void refuseFailed(const std::string& path, const char* attempted);

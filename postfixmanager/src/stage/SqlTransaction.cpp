@@ -1,22 +1,13 @@
 #include "stage/SqlTransaction.h"
 
-#include "stage/CheckedFiles.h"
-
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string_view>
 
 namespace
 {
-
-// A server that falls silent must not hold the lock for ever. Longer than the database waits for a
-// row that somebody else has locked (50 seconds by default).
-constexpr unsigned ConnectSeconds = 10;
-constexpr unsigned AnswerSeconds = 60;
 
 // ---- The library's changing statements, read back ----
 
@@ -139,16 +130,6 @@ std::string withoutWildcards(std::string statement)
     return statement + " escape '!'";
 }
 
-// As a literal that needs no quotes, whatever the text holds.
-std::string hexOf(const std::string& text)
-{
-    constexpr const char* Digits = "0123456789abcdef";
-    std::string literal = "x'";
-    for (const unsigned char c : text)
-        literal.append({Digits[c >> 4U], Digits[c & 15U]});
-    return literal + "'";
-}
-
 const std::vector<const char*>& columnsOf(const std::string& table)
 {
     static const std::map<std::string, std::vector<const char*>> columns = {
@@ -160,39 +141,20 @@ const std::vector<const char*>& columnsOf(const std::string& table)
 
 } // namespace
 
-SqlTransaction::SqlTransaction(const SqlSettings& settings)
-    : m_name(settings.database + " on " + settings.server + " port " + settings.port)
+SqlTransaction::SqlTransaction(const SqlSettings& settings) : m_connection(settings)
 {
-    if (mysql_init(&m_connection) == nullptr)
-        refuse("there is no memory for a connection to the database");
-    mysql_options(&m_connection, MYSQL_OPT_CONNECT_TIMEOUT, &ConnectSeconds);
-    mysql_options(&m_connection, MYSQL_OPT_READ_TIMEOUT, &AnswerSeconds);
-    mysql_options(&m_connection, MYSQL_OPT_WRITE_TIMEOUT, &AnswerSeconds);
-    const bool isConnected =
-        mysql_real_connect(&m_connection, settings.server.c_str(), settings.user.c_str(),
-                           settings.password.c_str(), settings.database.c_str(),
-                           atoi(settings.port.c_str()), nullptr, 0) != nullptr;
     // Not "start transaction": the database ends a transaction by itself, to resolve a deadlock say,
     // and what then follows would be committed statement by statement.
-    if (isConnected && mysql_autocommit(&m_connection, 0) == 0)
-        return;
-    const std::string reason = mysql_error(&m_connection);
-    mysql_close(&m_connection);
-    refuse("the database " + m_name + " cannot be used as \"" + settings.user + "\": " + reason);
-}
-
-SqlTransaction::~SqlTransaction()
-{
-    mysql_close(&m_connection); // the server rolls back
+    m_connection.run("set autocommit = 0");
 }
 
 void SqlTransaction::checkEngines()
 {
     const std::vector<Row> found =
-        rows("select table_name, engine from information_schema.tables "
-             "join information_schema.engines using (engine) "
-             "where table_schema = database() and transactions <> 'YES' and "
-             "table_name in ('virtual_domains', 'virtual_users', 'virtual_aliases')");
+        m_connection.rows("select table_name, engine from information_schema.tables "
+                          "join information_schema.engines using (engine) "
+                          "where table_schema = database() and transactions <> 'YES' and "
+                          "table_name in ('virtual_domains', 'virtual_users', 'virtual_aliases')");
     if (!found.empty())
         refuse("the table " + found[0][0] + " is kept by " + found[0][1] +
                ", which knows no transactions; convert it with \"alter table " + found[0][0] +
@@ -206,16 +168,16 @@ void SqlTransaction::execute(const std::string& text)
         refuse("a name holds a quote, a backslash or a control character, or a quota is no number");
 
     if (!statement->insertion.empty()) {
-        run(text);
+        m_connection.run(text);
         for (const Row& row : statement->insertion)
             m_changes.push_back({statement->table, {}, row});
         return;
     }
     const std::string question =
         "select * from " + statement->table + " " + withoutWildcards(statement->condition);
-    std::vector<Row> before = rows(question + " for update");
-    run(withoutWildcards(text));
-    std::vector<Row> after = statement->isUpdate ? rows(question) : std::vector<Row>();
+    std::vector<Row> before = m_connection.rows(question + " for update");
+    m_connection.run(withoutWildcards(text));
+    std::vector<Row> after = statement->isUpdate ? m_connection.rows(question) : std::vector<Row>();
     for (Row& row : before)
         m_changes.push_back({statement->table, std::move(row), {}});
     for (Row& row : after)
@@ -249,19 +211,19 @@ std::vector<RowChange> SqlTransaction::changes() const
 Witness SqlTransaction::witness()
 {
     const std::vector<RowChange> net = changes();
-    const std::string charset = mysql_character_set_name(&m_connection);
+    const std::string charset = m_connection.charset();
     for (const RowChange& change : net) {
         const bool isNew = change.before.empty();
         const Row& row = isNew ? change.after : change.before;
         const std::vector<const char*>& columns = columnsOf(change.table);
         std::string question = "select count(*) from " + change.table + " where " + columns[0] +
-                               " = _" + charset + " " + hexOf(row[0]);
+                               " = " + m_connection.literal(row[0]);
         for (std::size_t i = 0; i < std::min(row.size(), columns.size()); ++i)
             question += std::string(" and binary coalesce(convert(") + columns[i] + " using " +
-                        charset + "), '') = " + hexOf(row[i]);
-        const std::string answer = rows(question).at(0).at(0);
+                        charset + "), '') = " + binaryLiteral(row[i]);
+        const std::string answer = m_connection.rows(question).at(0).at(0);
         if (!isNew || answer != "0")
-            return {question, answer, m_name};
+            return {question, answer, m_connection.name()};
     }
     if (!net.empty())
         refuse("the database stores other values than it is given");
@@ -270,56 +232,30 @@ Witness SqlTransaction::witness()
 
 bool SqlTransaction::isTrue(const Witness& witness)
 {
-    if (!witness.question.empty() && witness.database != m_name)
+    if (!witness.question.empty() && witness.database != m_connection.name())
         refuse("an interrupted change is of the database " + witness.database +
                ", not of this one; let a program with its settings finish it first");
-    return witness.question.empty() ||
-           rows(witness.question + " lock in share mode").at(0).at(0) == witness.answer;
+    if (witness.question.empty())
+        return true;
+    return m_connection.rows(witness.question + " lock in share mode")[0][0] == witness.answer;
 }
 
 bool SqlTransaction::holds(const std::string& table, const std::string& column,
                            const std::string& value)
 {
-    return !rows("select 1 from " + table + " where " + column + " = _" +
-                 mysql_character_set_name(&m_connection) + " " + hexOf(value) + " limit 1")
+    return !m_connection
+                .rows("select 1 from " + table + " where " + column + " = " +
+                      m_connection.literal(value) + " limit 1")
                 .empty();
 }
 
 void SqlTransaction::rollBack()
 {
-    run("rollback");
+    m_connection.run("rollback");
     m_changes.clear();
 }
 
 void SqlTransaction::commit()
 {
-    run("commit");
-}
-
-void SqlTransaction::run(const std::string& statement)
-{
-    if (mysql_query(&m_connection, statement.c_str()) != 0)
-        refuseAnswer("refused a change");
-}
-
-std::vector<Row> SqlTransaction::rows(const std::string& question)
-{
-    using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
-    if (mysql_query(&m_connection, question.c_str()) != 0)
-        refuseAnswer("could not be asked");
-    const Result result(mysql_store_result(&m_connection), mysql_free_result);
-    if (!result)
-        refuseAnswer("could not be asked");
-    std::vector<Row> all;
-    while (MYSQL_ROW fields = mysql_fetch_row(result.get())) {
-        Row& row = all.emplace_back();
-        for (unsigned i = 0; i < mysql_num_fields(result.get()); ++i)
-            row.emplace_back(fields[i] == nullptr ? "" : fields[i]);
-    }
-    return all;
-}
-
-void SqlTransaction::refuseAnswer(const std::string& attempt)
-{
-    refuse("the database " + attempt + ": " + mysql_error(&m_connection));
+    m_connection.run("commit");
 }

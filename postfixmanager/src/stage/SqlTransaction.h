@@ -6,20 +6,10 @@
 #ifndef QV_SQLTRANSACTION_H
 #define QV_SQLTRANSACTION_H
 
-#include <mysql/mysql.h>
+#include "system/SqlConnection.h"
 
 #include <string>
 #include <vector>
-
-struct SqlSettings {
-    std::string user;
-    std::string password;
-    std::string server;
-    std::string port; // decimal text
-    std::string database;
-};
-
-using Row = std::vector<std::string>;
 
 struct RowChange {
     std::string table;
@@ -40,15 +30,11 @@ class SqlTransaction
 public:
     // Connects and begins. Throws a Refusal that says why it cannot, never with the password.
     explicit SqlTransaction(const SqlSettings& settings);
-    // Rolls back what is not committed.
-    ~SqlTransaction();
-    SqlTransaction(const SqlTransaction&) = delete;
-    SqlTransaction& operator=(const SqlTransaction&) = delete;
 
     // Refuses tables whose engine (MyISAM, Aria) takes no change back.
     void checkEngines();
 
-    MYSQL* connection() { return &m_connection; }
+    MYSQL* connection() { return m_connection.handle(); }
 
     // Runs one of the library's changing statements. Throws a Refusal when it fails, or when the
     // names in it make another statement of it.
@@ -71,12 +57,7 @@ public:
     void commit();
 
 private:
-    void run(const std::string& statement);
-    std::vector<Row> rows(const std::string& question);
-    [[noreturn]] void refuseAnswer(const std::string& attempt);
-
-    MYSQL m_connection{};
-    std::string m_name; // of the database and its server
+    SqlConnection m_connection; // the server rolls back what is not committed when it closes
     std::vector<RowChange> m_changes;
 };
 

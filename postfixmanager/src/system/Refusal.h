@@ -1,0 +1,16 @@
+#ifndef QV_REFUSAL_H
+#define QV_REFUSAL_H
+
+#include <string>
+
+// Why a step cannot be done. Thrown within a program, and never out of the library.
+struct Refusal {
+    std::string reason;
+};
+
+[[noreturn]] inline void refuse(const std::string& reason)
+{
+    throw Refusal{reason};
+}
+
+#endif

@@ -1,0 +1,56 @@
+// SqlConnection - one connection to the database, which does not wait for ever
+//
+// Whatever fails throws a Refusal that says why, never with the password.
+#ifndef QV_SQLCONNECTION_H
+#define QV_SQLCONNECTION_H
+
+#include "system/Refusal.h"
+
+#include <mysql/mysql.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct SqlSettings {
+    std::string user;
+    std::string password;
+    std::string server;
+    std::string port; // decimal text
+    std::string database;
+    unsigned connectSeconds = 10;
+    // Longer than the database waits for a row that somebody else has locked (50 by default).
+    unsigned answerSeconds = 60;
+};
+
+using Row = std::vector<std::string>;
+
+// As a literal that needs no quotes, whatever the text holds. It is compared byte by byte.
+std::string binaryLiteral(const std::string& text);
+
+class SqlConnection
+{
+public:
+    explicit SqlConnection(const SqlSettings& settings);
+
+    // Of the database and its server.
+    const std::string& name() const { return m_name; }
+    std::string charset() const { return mysql_character_set_name(handle()); }
+
+    // The same, but compared as the column that it is compared with.
+    std::string literal(const std::string& text) const;
+
+    // The rows that answer a question. A field that is null is empty.
+    std::vector<Row> rows(const std::string& question);
+    void run(const std::string& statement);
+
+    MYSQL* handle() const { return m_handle.get(); }
+
+private:
+    [[noreturn]] void refuseAnswer(const std::string& attempt) const;
+
+    std::unique_ptr<MYSQL, decltype(&mysql_close)> m_handle;
+    std::string m_name;
+};
+
+#endif

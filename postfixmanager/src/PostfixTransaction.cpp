@@ -8,6 +8,7 @@
 #include "system/SpoolTree.h"
 #include "transaction/Changes.h"
 #include "transaction/Commit.h"
+#include "transaction/PasswordHashes.h"
 #include "transaction/StageDirectory.h"
 
 #include <exception>
@@ -35,6 +36,8 @@ namespace
 
 using Change = PostfixTransaction::Change;
 
+constexpr const char* NotOpen = "no transaction is open";
+
 void addMapChanges(std::vector<Change>& all, Stage& stage)
 {
     for (const StagedMap& staged : stage.maps())
@@ -47,6 +50,13 @@ void addMapChanges(std::vector<Change>& all, Stage& stage)
         }
 }
 
+// A mailbox's alias for itself keeps a catch-all from taking its mail. It is no forwarder, and map
+// files have none: no host wants to hear of it.
+bool isSelfRow(const std::string& table, const Row& row)
+{
+    return table == "virtual_aliases" && row.at(0) == row.at(1);
+}
+
 // A row that makes way for another of the same name is changed.
 void addTableChanges(std::vector<Change>& all, const Stage& stage)
 {
@@ -55,7 +65,10 @@ void addTableChanges(std::vector<Change>& all, const Stage& stage)
     std::map<std::pair<std::string, std::string>, std::size_t> removed;
     for (const RowChange& change : stage.database->changes()) {
         const bool isNew = change.before.empty();
-        const std::string name = isNew ? change.after.at(0) : change.before.at(0);
+        const Row& row = isNew ? change.after : change.before;
+        if (isSelfRow(change.table, row))
+            continue;
+        const std::string& name = row.at(0);
         const auto partner = removed.find({change.table, name});
         if (isNew && partner != removed.end()) {
             all[partner->second].kind = Change::Changed;
@@ -175,9 +188,21 @@ std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
     return {};
 }
 
+int PostfixTransaction::storePasswordHashes(
+    const std::vector<std::pair<std::string, std::string>>& hashes)
+{
+    m_reason = NotOpen;
+    if (!isOpen())
+        return PostfixResult::Failed;
+    m_reason = faultOf([&] { stagePasswordHashes(*m_state->stage, hashes); });
+    if (!m_reason.empty())
+        m_state->stage->fail(m_reason);
+    return failure().empty() ? PostfixResult::Updated : PostfixResult::Failed;
+}
+
 PostfixTransaction::Outcome PostfixTransaction::commit()
 {
-    m_reason = "no transaction is open";
+    m_reason = NotOpen;
     if (!isOpen())
         return Refused;
 

@@ -41,6 +41,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 class QV_EXPORT PostfixTransaction
@@ -87,9 +88,27 @@ public:
     std::string failure() const;
 
     // What the commit would change, map by map, then table by table, then the spool. A map's entry
-    // that went and came back as it was is unchanged. Empty when a staged copy cannot be compared:
-    // failure() then says why.
+    // that went and came back as it was is unchanged. A mailbox's row for itself in virtual_aliases
+    // is left out: what is told of that table are forwarders, lists and catch-alls, as of the map
+    // that holds them. Empty when a staged copy cannot be compared: failure() then says why.
     std::vector<Change> changes();
+
+    // Stores password fields as they are, where Postfix_UpdateMailbox hashes a clear password: to
+    // bring accounts from another server, or to stop logins ("!" before the hash, say). While it is
+    // open; also for mailboxes that it has created. Thousands take one pass over the map.
+    //
+    // hashes  each an address, the whole name in any letter case, and its new field: a hash as
+    //         Dovecot reads it, with its {SCHEME} or without. Of two for one address the later one
+    //         counts.
+    //
+    // 321  staged
+    // 1    failure() says why, and the commit would refuse: an address has no mailbox; a field is
+    //      empty, or holds a colon, a quote, a backslash, a blank or a control character (nothing of
+    //      the call is staged then). Also when something failed before; and when nothing is open
+    //
+    // Prints and traces nothing. File: /etc/vmail/vshadow; the server is not reloaded, as Dovecot
+    // notices by itself. Table: virtual_users.
+    int storePasswordHashes(const std::vector<std::pair<std::string, std::string>>& hashes);
 
     // Publishes all of it, and is closed then, whatever the outcome.
     //

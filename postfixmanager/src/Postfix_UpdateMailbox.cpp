@@ -1,8 +1,8 @@
 #include "CallConvention.h"
 #include "PasswordHash.h"
+#include "maps/AccountFile.h"
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
-#include "maps/MapRewrite.h"
 #include "stage/Effects.h"
 
 #include <iostream>
@@ -25,36 +25,6 @@ std::optional<std::string> hashOf(const std::string& password)
     if (!isPasswordHash(hash))
         return std::nullopt;
     return hash;
-}
-
-// Streams an account file through edited, which gets each line that isMine picks by its name and
-// gives the line to write, or nothing to drop it. An empty line bears the name of the line before
-// it, on purpose: so it is copied, or edited like that line, and one more stands at the file's end.
-bool rewriteAccounts(const MapVariant& variant,
-                     const std::function<bool(const std::string& name)>& isMine,
-                     const std::function<std::optional<std::string>(std::string_view)>& edited)
-{
-    std::string name;
-    return rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
-        if (!line.empty())
-            name = accountName(line);
-        if (!isMine(name))
-            newFile.writeLine(line);
-        else if (const std::optional<std::string> newLine = edited(line))
-            newFile.writeLine(*newLine);
-    });
-}
-
-// The line with another password field; nothing for a line without one.
-std::optional<std::string> withPassword(std::string_view line, const std::string& hash)
-{
-    const std::string_view::size_type first = line.find(':');
-    if (first == std::string_view::npos)
-        return std::nullopt;
-    const std::string_view::size_type second = line.find(':', first + 1);
-    if (second == std::string_view::npos)
-        return std::nullopt;
-    return std::string(line.substr(0, first + 1)).append(hash).append(line.substr(second));
 }
 
 int updatePassword(PostfixManager& manager, const std::string& mailbox, const std::string& password)
@@ -142,8 +112,7 @@ int updateInDatabase(const PostfixManager& manager, const std::string& mailbox,
     }
     std::cout << "UpdatePasswd" << std::endl;
     const std::optional<std::string> hash = hashOf(value);
-    if (!hash || !sql.execute("update virtual_users set password = '" + *hash +
-                              "' where email = '" + mailbox + "'"))
+    if (!hash || !sql.execute(passwordUpdate(mailbox, *hash)))
         return PostfixResult::Failed;
     return PostfixResult::Updated;
 }

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <sstream>
 
 #include <pwd.h>
 #include <sys/mount.h>
@@ -75,6 +76,16 @@ struct Transactions : testing::Test {
         ASSERT_EQ(transaction.open(0), PostfixTransaction::Done) << transaction.reason();
         work();
         ASSERT_EQ(transaction.commit(), PostfixTransaction::Done) << transaction.reason();
+    }
+
+    // "+" for what comes, "-" for what goes, "*" for what is changed.
+    static std::string listed(PostfixTransaction& open)
+    {
+        std::string changes;
+        for (const PostfixTransaction::Change& change : open.changes())
+            changes += std::string(1, "+-*"[change.kind]) +
+                       change.place.substr(change.place.rfind('/') + 1) + " " + change.name + "\n";
+        return changes;
     }
 
     TestManager manager{Files};
@@ -150,15 +161,12 @@ TEST_F(Transactions, ManyOperationsAreSeenAtOnce)
     EXPECT_EQ(shown(), before);
     EXPECT_FALSE(fs::exists("/var/spool/vmail/b.com"));
 
-    std::string changes;
-    for (const PostfixTransaction::Change& change : transaction.changes())
-        changes += std::string(1, "+-*"[change.kind]) +
-                   change.place.substr(change.place.rfind('/')) + " " + change.name + "\n";
+    const std::string changes = listed(transaction);
     for (const char* change :
-         {"+/vpasswd bob@b.com\n", "-/vshadow x@old.com\n", "+/vquota.txt bob@b.com\n",
-          "+/vmaps.txt @b.com\n", "+/valias.txt info@b.com\n", "+/VirtualHosts b.com\n",
-          "-/VirtualHosts old.com\n", "-/vmail /var/spool/vmail/old.com\n",
-          "+/vmail /var/spool/vmail/b.com/mail/home/ann@b.com\n"})
+         {"+vpasswd bob@b.com\n", "-vshadow x@old.com\n", "+vquota.txt bob@b.com\n",
+          "+vmaps.txt @b.com\n", "+valias.txt info@b.com\n", "+VirtualHosts b.com\n",
+          "-VirtualHosts old.com\n", "-vmail /var/spool/vmail/old.com\n",
+          "+vmail /var/spool/vmail/b.com/mail/home/ann@b.com\n"})
         EXPECT_HOLDS(changes, change);
 
     const std::string done = watched(
@@ -339,12 +347,25 @@ TEST_F(Transactions, OnTables)
     EXPECT_EQ(run(onTables, "DeleteMailDomain(x_b.com)"), "317");
     EXPECT_EQ(run(onTables, "IsMailboxExists(bob@b.com)"), "true");
     EXPECT_EQ(sql("select name from virtual_domains"), "x_b.com\n");
-    EXPECT_EQ(sqlTransaction.changes().size(), 11U);
+    const std::string changes = listed(sqlTransaction);
+    EXPECT_EQ(changes.substr(0, changes.find("+vmail")),
+              "+virtual_domains b.com\n+virtual_users bob@b.com\n-virtual_domains x_b.com\n"
+              "-virtual_users bob@x_b.com\n");
     EXPECT_EQ(sqlTransaction.commit(), PostfixTransaction::Done) << sqlTransaction.reason();
     EXPECT_EQ(sql("select name from virtual_domains"), "b.com\n");
     EXPECT_EQ(sql("select email, quota from virtual_users order by email"),
               "ann@xab.com|1\nbob@b.com|60\n");
     EXPECT_EQ(rights(Homes + "bob@b.com"), "qvadmin 2777 mail's");
+
+    // Of a mailbox that forwards, its forward is told, and not its alias for itself.
+    for (const auto& [call, change] :
+         {std::pair("VAlias(bob@b.com;z@z;UpdateAlias)", "+virtual_aliases bob@b.com\n"),
+          std::pair("VAlias(bob@b.com;;DeleteAlias)", "-virtual_aliases bob@b.com\n")}) {
+        ASSERT_EQ(sqlTransaction.open(0), PostfixTransaction::Done) << sqlTransaction.reason();
+        run(onTables, call);
+        EXPECT_EQ(listed(sqlTransaction), change);
+        EXPECT_EQ(sqlTransaction.commit(), PostfixTransaction::Done) << sqlTransaction.reason();
+    }
 
     // What is asked to learn a commit's fate holds what others wrote.
     sql("insert into virtual_aliases values ('q@b.com', 'o''brien@x\t')");
@@ -375,6 +396,60 @@ TEST_F(Transactions, OnTables)
     PostfixTransaction refused(unreachable);
     EXPECT_EQ(refused.open(0), PostfixTransaction::Refused);
     EXPECT_HOLDS(refused.reason(), "Access denied");
+}
+
+TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)
+{
+    const std::string hash = "{SHA512-CRYPT}$6$salt$hash";
+    const std::string accounts = "jim.bob@b.com|h\nbob@b.com|h\n";
+    for (const Backend backend : {Files, Sql}) {
+        SCOPED_TRACE(backend);
+        SetUp();
+        TestManager host(backend);
+        PostfixTransaction moving(host);
+        const auto stored = [&] {
+            if (backend == Sql)
+                return sql("select email, password from virtual_users order by id");
+            std::string all;
+            std::istringstream lines(get("vshadow"));
+            for (std::string name, field, rest; std::getline(lines, name, ':') &&
+                                                std::getline(lines, field, ':') &&
+                                                std::getline(lines, rest);)
+                all += name + "|" + (field == Hash ? "h" : field) + "\n";
+            return all;
+        };
+        place({{"vshadow", shadow("jim.bob@b.com") + shadow("bob@b.com")},
+               {"tables", "b.com\njim.bob@b.com|h|1\nbob@b.com|h|1\n"}});
+        ASSERT_EQ(stored(), accounts);
+        EXPECT_EQ(moving.storePasswordHashes({{"bob@b.com", hash}}), 1);
+        EXPECT_HOLDS(moving.reason(), "no transaction is open");
+
+        std::vector<std::pair<std::string, std::string>> refusals = {{"b@b.com", "x"},
+                                                                     {"b'x", "x"}};
+        for (const char* field : {"", "a:b", "a'b", "\"", "a\\b", "a b", "a\n", "\x7f"})
+            refusals.emplace_back("bob@b.com", field);
+        for (const auto& [address, field] : refusals) {
+            SCOPED_TRACE(field);
+            ASSERT_EQ(moving.open(0), PostfixTransaction::Done) << moving.reason();
+            EXPECT_EQ(moving.storePasswordHashes({{"jim.bob@b.com", hash}, {address, field}}), 1);
+            EXPECT_HOLDS(moving.failure(),
+                         (field == "x" ? "no mailbox " : "password of ") + address);
+            EXPECT_EQ(moving.commit(), PostfixTransaction::Refused);
+            EXPECT_EQ(stored(), accounts);
+        }
+
+        for (const bool isKept : {false, true}) {
+            ASSERT_EQ(moving.open(0), PostfixTransaction::Done) << moving.reason();
+            run(host, "CreateMailDomain(n.com;new;secret;-1)");
+            EXPECT_EQ(moving.storePasswordHashes(
+                          {{"new@n.com", "!"}, {"bob@b.com", "first"}, {"BOB@b.com", hash}}),
+                      321);
+            EXPECT_EQ(happened.find(hash), std::string::npos);
+            isKept ? (void)moving.commit() : moving.drop();
+            EXPECT_EQ(stored(),
+                      isKept ? "jim.bob@b.com|h\nbob@b.com|" + hash + "\nnew@n.com|!\n" : accounts);
+        }
+    }
 }
 
 TEST_F(Transactions, ARecordThatGetpwnamReturnedIsWrittenAsItIs)

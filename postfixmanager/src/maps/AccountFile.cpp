@@ -2,6 +2,7 @@
 
 #include "maps/AccountFile.h"
 
+#include "maps/MapLines.h"
 #include "maps/MapRewrite.h"
 #include "stage/Effects.h"
 #include "stage/Stage.h"
@@ -55,4 +56,30 @@ void closeAppended(FILE* stream, const std::string& file, bool isWritten)
         stage->fail(file + " cannot be added to: " + strerror(errno));
     if (isWritten)
         setOwnerAndMode(file, GroupOfMail, 0644);
+}
+
+bool rewriteAccounts(const MapVariant& variant,
+                     const std::function<bool(const std::string& name)>& isMine,
+                     const std::function<std::optional<std::string>(std::string_view)>& edited)
+{
+    std::string name;
+    return rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
+        if (!line.empty())
+            name = accountName(line);
+        if (!isMine(name))
+            newFile.writeLine(line);
+        else if (const std::optional<std::string> newLine = edited(line))
+            newFile.writeLine(*newLine);
+    });
+}
+
+std::optional<std::string> withPassword(std::string_view line, const std::string& hash)
+{
+    const std::string_view::size_type first = line.find(':');
+    if (first == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view::size_type second = line.find(':', first + 1);
+    if (second == std::string_view::npos)
+        return std::nullopt;
+    return std::string(line.substr(0, first + 1)).append(hash).append(line.substr(second));
 }

@@ -2,8 +2,13 @@
 #ifndef QV_ACCOUNTFILE_H
 #define QV_ACCOUNTFILE_H
 
+#include "maps/MapVariants.h"
+
 #include <cstdio>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 
 // Opens the file for appending, with a write lock on the whole of it; waits while another process
 // holds one. Makes the file, with mode 0640, when there is none. Null when any of that fails and,
@@ -14,5 +19,16 @@ FILE* openLockedForAppend(const std::string& file);
 // Closes the stream, which lets go of the lock. Gives the file, when the record was written, to
 // "root" and the primary group of "mail" with mode 0644.
 void closeAppended(FILE* stream, const std::string& file, bool isWritten);
+
+// Streams an account file through edited, which gets each line that isMine picks by its name and
+// gives the line to write, or nothing to drop it. An empty line bears the name of the line before
+// it, on purpose: so it is copied, or edited like that line, and one more stands at the file's end.
+// False when the file cannot be opened.
+bool rewriteAccounts(const MapVariant& variant,
+                     const std::function<bool(const std::string& name)>& isMine,
+                     const std::function<std::optional<std::string>(std::string_view)>& edited);
+
+// The line with another password field; nothing for a line without one.
+std::optional<std::string> withPassword(std::string_view line, const std::string& hash);
 
 #endif

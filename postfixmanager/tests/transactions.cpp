@@ -376,7 +376,9 @@ TEST_F(Transactions, OnTables)
     const std::pair<const char*, const char*> refusals[] = {
         {"CreateMailbox(b.com;bob;5)", "Duplicate entry"},
         {"VAlias(a'b@b.com;x;DeleteAlias)", "a name holds a quote"},
-        {"VQuota(bob@b.com\\;5;UpdateQuota)", "a name holds a quote"}};
+        {"VQuota(bob@b.com\\;5;UpdateQuota)", "a name holds a quote"},
+        {"VQuota(bob@b.com;99999999999999999999;UpdateQuota)", "Out of range"}};
+    sql("set global sql_mode = ''");
     for (const auto& [bad, reason] : refusals) {
         SCOPED_TRACE(bad);
         const World before = shown();
@@ -387,6 +389,7 @@ TEST_F(Transactions, OnTables)
         EXPECT_HOLDS(sqlTransaction.reason(), reason);
         EXPECT_EQ(shown(), before);
     }
+    sql("set global sql_mode = default");
     sql("alter table virtual_aliases engine = MyISAM");
     EXPECT_EQ(sqlTransaction.open(0), PostfixTransaction::Refused);
     EXPECT_HOLDS(sqlTransaction.reason(), "engine = InnoDB");

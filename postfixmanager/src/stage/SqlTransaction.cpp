@@ -145,7 +145,8 @@ SqlTransaction::SqlTransaction(const SqlSettings& settings) : m_connection(setti
 {
     // Not "start transaction": the database ends a transaction by itself, to resolve a deadlock say,
     // and what then follows would be committed statement by statement.
-    m_connection.run("set autocommit = 0");
+    // And no value is cut short to fit its column, as old settings of a server would have it.
+    m_connection.run("set autocommit = 0, sql_mode = concat(@@sql_mode, ',STRICT_ALL_TABLES')");
 }
 
 void SqlTransaction::checkEngines()

@@ -2,7 +2,9 @@
 
 #include "Checks.h"
 
-#include "Maps.h"
+#include "MapFiles.h"
+#include "Output.h"
+#include "Programs.h"
 #include "Results.h"
 #include "maps/MapLines.h"
 
@@ -18,129 +20,130 @@ bool isThere(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-// A list of members is written as one word with commas; hands write blanks too.
-void appendWords(VectorString& words, const std::string& text)
+bool takesMail(const Hosting& hosting, const std::string& address)
 {
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find_first_of(", \t", begin), text.size());
-        if (end > begin)
-            words.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
+    return hosting.mailbox(address) != nullptr || !hosting.targetsOf(address).empty() ||
+           !hosting.catchAllOf(std::string(domainOf(address))).empty();
 }
 
 } // namespace
 
-bool isHosted(Host& host, const std::string& domain)
+void requireHosted(const Hosting& hosting, const std::string& domain)
 {
-    if (host.settings.onTables)
-        return isThere(VSPOOLDIR "/" + domain) || !mailboxesOf(host, domain).empty();
-    return hasEntry(VDOMAINFILE, domain);
+    if (!hosting.hosts(domain))
+        stop(Status::NotThere, "the domain " + shown(domain) +
+                                   " is not hosted here; create it with \"qvmailctl domain add " +
+                                   shown(domain) + " USER\"");
 }
 
-void requireHosted(Host& host, const std::string& domain)
+const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address)
 {
-    if (!isHosted(host, domain))
-        notThere("the domain " + domain +
-                 " is not hosted here; create it with \"qvmailctl domain add " + domain +
-                 " USER\"" + (host.settings.onTables ? ", or mount " VSPOOLDIR : ""));
+    const Mailbox* const mailbox = hosting.mailbox(address);
+    if (mailbox == nullptr)
+        stop(Status::NotThere, "there is no mailbox " + address);
+    if (!mailbox->isWhole())
+        stop(Status::NotFit, "the mailbox " + address +
+                                 " is in only one of " VPASSWDFILE " and " VSHADOWFILE
+                                 "; \"qvmailctl check --repair\" or \"qvmailctl mailbox "
+                                 "delete " +
+                                 address + "\" removes the rest");
+    return *mailbox;
 }
 
-Mailbox mailboxState(Host& host, const std::string& address)
+bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
 {
-    if (host.settings.onTables)
-        return host.library.Postfix_IsMailboxExists(address) ? Mailbox::Whole : Mailbox::None;
-    const bool hasAccount = hasEntry(VPASSWDFILE, address);
-    const bool hasPassword = hasEntry(VSHADOWFILE, address);
-    if (hasAccount != hasPassword)
-        return Mailbox::Half;
-    return hasAccount ? Mailbox::Whole : Mailbox::None;
+    if (hosting.mailbox(address.text) != nullptr) {
+        requireMailbox(hosting, address.text);
+        if (!host.options.ifMissing)
+            stop(Status::Exists, "the mailbox " + address.text + " exists already");
+        return false;
+    }
+    if (!host.settings.usesSql && host.library.Postfix_IsMailboxExists(address.text))
+        stop(Status::Exists,
+             "the mailbox " + address.text + " exists already, with capital letters");
+    if (!hosting.targetsOf(address.text).empty())
+        stop(Status::Exists, address.text +
+                                 " is a forwarder or a list, which would take the new mailbox's "
+                                 "mail; delete it first with \"qvmailctl alias delete\" or \"list "
+                                 "delete\"");
+    if (hosting.quotas.count(address.text) > 0)
+        stop(Status::Exists, "a quota of an earlier " + address.text +
+                                 " is left in " VQUOTAFILE
+                                 "; remove it with \"qvmailctl quota delete " +
+                                 address.text + "\"");
+    if (!host.options.takeOver && hasFormerMail(address))
+        stop(Status::Exists,
+             "mail of a former " + address.text + " still lies below " VSPOOLDIR "/" +
+                 address.domain + "/mail; delete it with \"qvmailctl mailbox delete " +
+                 address.text + "\", or let the new mailbox have it with --take-over");
+    return true;
 }
 
-void requireMailbox(Host& host, const std::string& address)
+bool hasFormerMail(const Address& address)
 {
-    const Mailbox state = mailboxState(host, address);
-    if (state == Mailbox::None)
-        notThere("there is no mailbox " + address);
-    if (state == Mailbox::Half)
-        refuse("the mailbox " + address +
-               " is in only one of " VPASSWDFILE " and " VSHADOWFILE
-               "; remove the rest with \"qvmailctl mailbox delete " +
-               address + "\" and add it anew");
+    const std::string mail = VSPOOLDIR "/" + address.domain + "/mail";
+    return isThere(mail + "/home/" + address.text) || isThere(mail + "/inbox/" + address.text);
 }
 
-void requireFree(Host& host, const std::string& address)
+void missing(const Host& host, const std::string& sentence)
 {
-    if (mailboxState(host, address) == Mailbox::Half)
-        requireMailbox(host, address);
-    if (host.library.Postfix_IsMailboxExists(address))
-        refuse("the mailbox " + address + " exists already, maybe with capital letters");
-    if (!destinationsOf(host, address).empty())
-        refuse(address + " is a forwarder or a list, which would take the new mailbox's mail; "
-                         "delete it first with \"qvmailctl alias delete\" or \"list delete\"");
-    if (host.settings.onTables)
-        return;
-    if (hasEntry(VQUOTAFILE, address))
-        refuse("a quota of an earlier " + address +
-               " is left in " VQUOTAFILE "; remove it with \"qvmailctl quota delete " + address +
-               "\"");
+    if (!host.options.ifThere)
+        stop(Status::NotThere, sentence);
 }
 
-VectorString mailboxesOf(Host& host, const std::string& domain)
+Kind kindOf(const Hosting& hosting, const std::string& address)
 {
-    VectorString names;
-    if (!host.settings.onTables && !isThere(VPASSWDFILE))
-        return names;
-    conclude(host, host.library.Postfix_GetMailboxList(domain, &names), {PostfixResult::Done},
-             "the mailboxes of " + domain + " could not be read");
-    for (std::string& name : names)
-        name += "@" + domain;
-    return names;
+    return hosting.isList(address) ? Kind::List : Kind::Alias;
 }
 
-VectorString destinationsOf(Host& host, const std::string& address)
+void warnOfOwnName(const std::string& domain)
 {
-    VectorString values;
-    VectorString words;
-    if (!host.settings.onTables && !isThere(VALIASFILE))
-        return words;
-    conclude(host, host.library.Postfix_GetListSettings(address, &values), {PostfixResult::Done},
-             "the destinations of " + address + " could not be read");
-    for (const std::string& value : values)
-        if (!host.settings.onTables || !equalIgnoringCase(value, address))
-            appendWords(words, value);
-    return words;
+    constexpr int Seconds = 5;
+    const std::optional<std::string> names =
+        outputOf({"postconf", "-xh", "myhostname", "mydestination"}, Seconds);
+    for (const std::string& line : linesOf(names.value_or("")))
+        for (const std::string& name : wordsOf(line))
+            if (equalIgnoringCase(name, domain))
+                return tell("warning: " + domain +
+                            " is a name of this server itself (myhostname or mydestination of "
+                            "Postfix), which takes its mail for its own system accounts");
 }
 
-bool hasAliasEntry(Host& host, const std::string& address)
+void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets)
 {
-    return host.settings.onTables ? host.library.Postfix_IsVListExists(address)
-                                  : hasEntry(VALIASFILE, address);
-}
+    constexpr std::size_t Many = 1000;
+    if (targets.size() > Many)
+        tell("warning: " + address + " has " + std::to_string(targets.size()) +
+             " members; Postfix expands an address to no more than virtual_alias_expansion_limit "
+             "(1000) and then puts its mail off");
 
-std::string catchAllOf(Host& host, const std::string& domain)
-{
-    std::string target;
-    host.library.Postfix_RetreiveCatchAllAddress(domain, target);
-    return target.empty() || contains(target, "@") ? target : target + "@" + domain;
-}
-
-std::string quotaOf(Host& host, const std::string& address)
-{
-    // The library would answer with the first line that holds the text, be it another mailbox's.
-    std::string quota = host.settings.onTables ? host.library.Postfix_RetrieveQuota(address)
-                                               : valueOf(VQUOTAFILE, address).value_or(Unlimited);
-    trimRightSpaces(quota);
-    return quota == "0" ? Unlimited : quota;
-}
-
-VectorString forwardersTo(const std::string& target)
-{
-    return namesOf(VALIASFILE, target, [&](std::string_view name, std::string_view line) {
-        VectorString words;
-        appendWords(words, std::string(line.substr(name.size())));
-        return std::any_of(words.begin(), words.end(), [&](const std::string& word) {
-            return equalIgnoringCase(word, target);
+    // A forwarder's way is read step by step, a list's from one reading of everything.
+    const bool isForwarder = targets.size() == 1;
+    Hosting hosting;
+    if (!isForwarder)
+        hosting = host.read(everything());
+    std::set<std::string> seen;
+    for (Addresses open = targets; !open.empty();) {
+        const std::string target = lowerCase(open.back());
+        open.pop_back();
+        if (target == address) {
+            tell("warning: the mail of " + address + " comes back to " + address +
+                 ": a loop, which Postfix returns or puts off");
+            return;
+        }
+        constexpr std::size_t LongestWay = 1000;
+        if (!seen.insert(target).second || seen.size() > LongestWay)
+            continue;
+        const std::string domain(domainOf(target));
+        if (isForwarder)
+            hosting = host.read({domain, target});
+        const bool isDirect = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
+            return equalIgnoringCase(text, target);
         });
-    });
+        if (isDirect && hosting.hosts(domain) && !takesMail(hosting, target))
+            tell("warning: there is no " + target +
+                 " here, so what is forwarded to it is returned to its sender");
+        const Addresses next = hosting.targetsOf(target);
+        open.insert(open.end(), next.begin(), next.end());
+    }
 }

@@ -1,41 +1,31 @@
-// What a person takes for granted and the library does not look at: asked here before an operation,
-// on either backend.
+// What a person takes for granted and the library does not look at: asked before an operation, on
+// either backend.
 #ifndef QVMAILCTL_CHECKS_H
 #define QVMAILCTL_CHECKS_H
 
 #include "Host.h"
-#include "Names.h"
 
-// In the list; with tables, whose list the library cannot be asked for: has a spool tree here or a
-// mailbox.
-bool isHosted(Host& host, const std::string& domain);
-void requireHosted(Host& host, const std::string& domain);
+// Each ends the command when it is not so, and says what to do.
+void requireHosted(const Hosting& hosting, const std::string& domain);
+const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address);
 
-// Half: an account line without its partner, as an interrupted creation leaves it.
-enum class Mailbox { None, Half, Whole };
-Mailbox mailboxState(Host& host, const std::string& address);
-void requireMailbox(Host& host, const std::string& address);
+// Whether the mailbox may be made. False when it is there and that is all right (--if-missing). Ends
+// the command when the address is taken, or when something left over or similar would keep the new
+// mailbox from being written, from getting its mail, or would give it another's.
+bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address);
 
-// Ends the command when the address is taken, or when something left over or similar would keep the
-// new mailbox from being written or from getting its mail.
-void requireFree(Host& host, const std::string& address);
+// What a deletion that failed half-way leaves, and a new mailbox of that address would inherit.
+bool hasFormerMail(const Address& address);
 
-// Full addresses.
-VectorString mailboxesOf(Host& host, const std::string& domain);
+// Ends the command, unless what is to be deleted may be missing (--if-there).
+void missing(const Host& host, const std::string& sentence);
 
-// Where mail for the address goes on to; a mailbox's row for itself is left out.
-VectorString destinationsOf(Host& host, const std::string& address);
+// Of an address that forwards: with several targets and no mailbox it is a list.
+Kind kindOf(const Hosting& hosting, const std::string& address);
 
-// Whether the alias map or table has anything under the address.
-bool hasAliasEntry(Host& host, const std::string& address);
+// ---- Warnings: what the mail server will not do well ----
 
-// The catch-all's full address; empty when there is none.
-std::string catchAllOf(Host& host, const std::string& domain);
-
-// The mailbox's quota in bytes; Unlimited when it has none.
-std::string quotaOf(Host& host, const std::string& address);
-
-// Every address that forwards to the target, lists included. Files only.
-VectorString forwardersTo(const std::string& target);
+void warnOfOwnName(const std::string& domain);
+void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets);
 
 #endif

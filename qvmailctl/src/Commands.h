@@ -1,9 +1,11 @@
-// The commands, OBJECT ACTION: one source file per object, which hands out a table of its actions.
+// The commands, OBJECT ACTION or one word alone: one source file per object, which hands out a table
+// of its actions.
 #ifndef QVMAILCTL_COMMANDS_H
 #define QVMAILCTL_COMMANDS_H
 
 #include "Host.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,15 +14,33 @@ struct Given {
     std::string name;                 // first argument
     std::string value;                // second
     std::vector<std::string> members; // all further ones
-    std::string quota;                // of --quota; empty: no limit
+    std::optional<std::string> quota; // of --quota
+    bool repair = false;
+    bool servers = false;
+};
+
+// The options that an action takes beside those of every command.
+enum Takes : unsigned {
+    Nothing = 0,
+    ChangeOptions = 1, // --dry-run, --wait
+    IfMissing = 2,
+    IfThere = 4,
+    Yes = 8,
+    QuotaOption = 16,
+    TakeOver = 32,
+    Repair = 64,
+    Servers = 128,
+    Creation = ChangeOptions | IfMissing,
+    Deletion = ChangeOptions | IfThere | Yes
 };
 
 struct Action {
-    const char* name;
+    const char* name; // empty: the object's name is the whole command
     const char* help;
-    std::vector<const char*> arguments; // at most two; one that ends with "..." takes the rest
-    void (*run)(Host& host, const Given& given);
-    bool takesQuota = false;
+    std::vector<const char*> arguments; // at most two; "[X]" may be left out, "X..." takes the rest
+    unsigned takes;
+    const char* examples;
+    Answer (*run)(Host& host, const Given& given); // no result: the host's changes are the answer
 };
 
 struct Object {
@@ -35,5 +55,6 @@ Object quotaCommands();
 Object aliasCommands();
 Object listCommands();
 Object catchAllCommands();
+Object searchCommand();
 
 #endif

@@ -2,9 +2,11 @@
 
 #include "Host.h"
 
-#include "Maps.h"
+#include "MapFiles.h"
 #include "Output.h"
+#include "Programs.h"
 #include "Results.h"
+#include "maps/MapVariants.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -21,37 +23,50 @@ namespace
 const Options& onlyForRoot(const Options& options)
 {
     if (geteuid() != 0)
-        refuse("only root may administer mail hosting; run it with sudo");
+        stop(Status::NotRoot, "only root may administer mail hosting; run it with sudo");
     return options;
-}
-
-// With where the tools lie, which a PATH set by su or cron often leaves out.
-std::string searchPath()
-{
-    const char* const path = getenv("PATH");
-    return std::string(path == nullptr ? "/usr/bin:/bin" : path) + ":/usr/sbin:/sbin";
-}
-
-bool isOnPath(const std::string& program)
-{
-    const std::string path = searchPath() + ":";
-    std::size_t begin = 0;
-    for (std::size_t end; (end = path.find(':', begin)) != std::string::npos; begin = end + 1)
-        if (access((path.substr(begin, end - begin) + "/" + program).c_str(), X_OK) == 0)
-            return true;
-    return false;
 }
 
 void requireAccounts()
 {
-    for (const char* const name : {"mail", "qvadmin"}) {
-        if (getpwnam(name) == nullptr)
-            refuse("the system account \"" + std::string(name) +
-                   "\", which mail files belong to, is missing; add it with adduser");
-        if (getgrnam(name) == nullptr)
-            refuse("the system group \"" + std::string(name) +
-                   "\", which mail files belong to, is missing; add it with addgroup");
-    }
+    for (const char* const name : {"mail", "qvadmin"})
+        if (getpwnam(name) == nullptr || getgrnam(name) == nullptr)
+            stop(Status::NotFit, "the system account or group \"" + std::string(name) +
+                                     "\", which mail files belong to, is missing; add it with "
+                                     "\"qvmailctl init\"");
+}
+
+void requireTools()
+{
+    for (const char* const tool : {"postmap", "postfix"})
+        if (!isInstalled(tool))
+            stop(Status::NotFit, "the program " + std::string(tool) +
+                                     " is not found, so the mail server would not see the change; "
+                                     "install Postfix or set PATH");
+}
+
+void requireMaps()
+{
+    for (const char* const map :
+         {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE})
+        if (access(map, F_OK) != 0)
+            stop(Status::NotFit, "the map " + std::string(map) +
+                                     " is missing; if it was never made, make an empty one with "
+                                     "\"qvmailctl init\", else bring it back (" +
+                                     map + ".qvbackup is its state before the last change)");
+}
+
+// A rewrite of a program without transactions was interrupted: its next change would put those lines
+// into a map.
+void requireNoWorkFiles()
+{
+    for (const MapVariant* const writer : MapVariants)
+        if (access(writer->workFile, F_OK) == 0)
+            stop(Status::NotFit,
+                 "the work file " + std::string(writer->workFile) +
+                     " of an interrupted change is there, and the control panel's next change "
+                     "would put its lines into a map; \"qvmailctl check\" tells what it holds, "
+                     "and \"qvmailctl check --repair\" puts it aside");
 }
 
 constexpr int Interruptions[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
@@ -70,19 +85,20 @@ void open(Host& host)
     do
         outcome = host.transaction.open(host.options.wait > 0 ? 1 : 0);
     while (outcome == PostfixTransaction::Busy && interrupted == 0 && ++waited < host.options.wait);
-    if (outcome == PostfixTransaction::Busy)
-        throw Stop{Status::Busy, host.transaction.reason() +
-                                     "; nothing was changed, try again when it has ended"};
-    if (outcome != PostfixTransaction::Done)
-        throw Stop{Status::Failed, host.transaction.reason() + "; nothing was changed"};
+    if (outcome == PostfixTransaction::Busy && interrupted == 0)
+        stop(Status::Busy,
+             host.transaction.reason() + "; nothing was changed, try again when it has ended");
+    if (outcome != PostfixTransaction::Done && interrupted == 0)
+        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
 }
 
 } // namespace
 
 Host::Host(const Options& given)
     : options(onlyForRoot(given)), settings(readSettings()),
-      library(&tracking, "", settings.onTables ? "mysql" : "files", settings.server, settings.port,
-              settings.user, settings.password, settings.database),
+      library(&tracking, "", settings.usesSql ? "mysql" : "files", settings.database.server,
+              settings.database.port, settings.database.user, settings.database.password,
+              settings.database.database),
       transaction(library)
 {
     library.ErrNo = 0;
@@ -97,27 +113,17 @@ void beginQuery(Host& host)
     // else is at work, or nothing can be written, it is from wherever that is.
     if (access(VJOURNALFILE, F_OK) == 0 && host.transaction.open(0) == PostfixTransaction::Done)
         host.transaction.drop();
-    // An empty address is nobody's, so a "yes" means that nobody could be asked.
-    VectorString nothing;
-    if (host.settings.onTables && (host.library.Postfix_IsMailboxExists("") ||
-                                   host.library.Postfix_GetListSettings("", &nothing) != 0))
-        throw Stop{Status::Failed, "the database \"" + host.settings.database + "\" on " +
-                                       host.settings.server + " port " + host.settings.port +
-                                       " cannot be read as user \"" + host.settings.user +
-                                       "\"; check the server, its tables and the MailSql "
-                                       "settings in " QVCONFFILE};
 }
 
 void beginChange(Host& host)
 {
     requireAccounts();
-    if (!host.settings.onTables) {
-        for (const char* const tool : {"postmap", "postfix"})
-            if (!isOnPath(tool))
-                refuse("the program " + std::string(tool) +
-                       " is not found, so the mail server would not see the change; install "
-                       "Postfix or set PATH");
-        refuseWorkFiles();
+    if (host.settings.usesSql) {
+        reachDatabase(host.settings);
+    } else {
+        requireTools();
+        requireMaps();
+        requireNoWorkFiles();
     }
     // Until the commit an interruption ends the command, with nothing changed.
     for (const int interruption : Interruptions)
@@ -130,26 +136,36 @@ void finishChange(Host& host)
     if (!host.transaction.isOpen())
         return;
     if (interrupted != 0)
-        throw Stop{Status::Failed, "interrupted; nothing was changed"};
+        stop(Status::Interrupted, "interrupted; nothing was changed");
+    if (host.options.dryRun) {
+        const std::string failure = host.transaction.failure();
+        host.transaction.drop();
+        if (!failure.empty())
+            stop(Status::NotWritten, failure + "; nothing was changed");
+        return;
+    }
     // Nor are the commands that the commit runs interrupted.
     for (const int interruption : Interruptions)
         signal(interruption, SIG_IGN);
     const PostfixTransaction::Outcome outcome = host.transaction.commit();
     if (outcome == PostfixTransaction::Refused)
-        throw Stop{Status::Failed, host.transaction.reason() + "; nothing was changed"};
+        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
     if (outcome == PostfixTransaction::Unfinished)
-        throw Stop{Status::Failed, "the change is not finished: " + host.transaction.reason()};
+        stop(Status::Unfinished, "the change is not finished: " + host.transaction.reason());
     if (!host.transaction.reason().empty())
         tell("warning: " + host.transaction.reason());
 }
 
 void confirm(const Host& host, const std::string& deletion)
 {
-    if (host.options.yes || isatty(STDIN_FILENO) == 0)
+    if (host.options.yes || host.options.dryRun)
         return;
+    if (isatty(STDIN_FILENO) == 0)
+        stop(Status::Usage, "nobody can be asked whether to delete " + deletion +
+                                ": standard input is no terminal; say --yes to delete it");
     prompt("Delete " + deletion + "? [y/N] ");
     std::string reply;
     std::getline(std::cin, reply);
     if (reply != "y" && reply != "yes")
-        refuse("nothing was deleted");
+        stop(Status::Interrupted, "nothing was deleted");
 }

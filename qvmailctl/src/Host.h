@@ -1,7 +1,10 @@
-// What one command works with: the options, the settings and the library's object.
+// What one command works with: the options, the settings, the library's object, and what it has
+// changed.
 #ifndef QVMAILCTL_HOST_H
 #define QVMAILCTL_HOST_H
 
+#include "Changes.h"
+#include "Hosting.h"
 #include "PostfixTransaction.h"
 #include "Settings.h"
 
@@ -9,8 +12,13 @@
 
 struct Options {
     bool verbose = false;
+    bool json = false;
     bool yes = false;
-    int wait = 5; // seconds, for another change to end
+    bool dryRun = false;
+    bool ifMissing = false; // of a creation
+    bool ifThere = false;   // of a deletion
+    bool takeOver = false;  // former mail
+    int wait = 5;           // seconds, for another change to end
 };
 
 struct Host {
@@ -21,20 +29,25 @@ struct Host {
     CQVTrackManager tracking; // traces nothing: the calls bring clear passwords
     PostfixManager library;
     PostfixTransaction transaction; // of every change
+    Changes changes;
+
+    Hosting read(const Wanted& wanted) const { return readHosting(settings, wanted); }
 };
 
-// Completes a change that was interrupted and, with tables, sees that the database answers. Every
-// query calls this before its first question to the library. It never waits for another change.
+// Completes a change that was interrupted. Every query calls this before it reads. It never waits
+// for another change.
 void beginQuery(Host& host);
 
 // Sees that a change can go through: the accounts and tools that it needs are there, and no work
 // file is left over. Then opens the transaction.
 void beginChange(Host& host);
 
-// Commits the change, if one was begun. Ends the command when that is refused.
+// Commits the change, if one was begun; gives it up in a dry run. Ends the command when it is
+// refused.
 void finishChange(Host& host);
 
-// Asks before something is deleted; not with --yes, and not when nobody sits at standard input.
+// Asks before something is deleted, unless that is agreed to beforehand (--yes) or nothing is
+// deleted (--dry-run).
 void confirm(const Host& host, const std::string& deletion);
 
 #endif

@@ -1,9 +1,12 @@
 #include "Names.h"
 
+#include "Output.h"
 #include "Results.h"
 #include "maps/MapLines.h"
 
-#include <string_view>
+#include <algorithm>
+#include <initializer_list>
+#include <map>
 
 namespace
 {
@@ -20,6 +23,17 @@ constexpr std::size_t LongestUser = 64;
 constexpr std::size_t LongestAddress = 254;
 constexpr long long LargestQuota = 1LL << 50; // so that the quotas of a domain can be summed
 
+// The power of 1024, as a shift.
+const std::map<std::string, int> Units = {
+    {"", 0},     {"b", 0},  {"k", 10},  {"kb", 10},  {"kib", 10}, {"m", 20},  {"mb", 20},
+    {"mib", 20}, {"g", 30}, {"gb", 30}, {"gib", 30}, {"t", 40},   {"tb", 40}, {"tib", 40},
+};
+
+bool isOf(std::string_view text, std::string_view characters)
+{
+    return text.find_first_not_of(characters) == std::string_view::npos;
+}
+
 bool isOf(char character, std::initializer_list<std::string_view> sets)
 {
     for (const std::string_view set : sets)
@@ -28,20 +42,22 @@ bool isOf(char character, std::initializer_list<std::string_view> sets)
     return false;
 }
 
-std::string quoted(const std::string& text)
+[[noreturn]] void refuse(const std::string& text, const std::string& fault)
 {
-    return "\"" + text + "\"";
+    stop(Status::Refused, inQuotes(text) + " is refused: " + fault);
 }
 
-void refuseCapitals(const std::string& text)
+// Logins are folded to lower case, so an account in capitals could never be used.
+std::string folded(const std::string& text)
 {
-    if (text.find_first_of(Upper) != std::string::npos)
-        refuse(quoted(text) + " has capital letters; logins are folded to lower case, so it could "
-                              "never be used: write it in lower case");
+    const std::string lower = lowerCase(text);
+    if (lower != text)
+        tell("note: " + inQuotes(text) + " is written " + inQuotes(lower));
+    return lower;
 }
 
 // The fault of a domain; null when it has none.
-const char* faultOfDomain(std::string_view domain, bool capitals)
+const char* faultOfDomain(std::string_view domain)
 {
     if (domain.size() > LongestDomain)
         return "a domain has at most 253 characters";
@@ -54,7 +70,7 @@ const char* faultOfDomain(std::string_view domain, bool capitals)
         if (label.front() == '-' || label.back() == '-')
             return "no part of a domain begins or ends with a hyphen";
         for (const char c : label)
-            if (!isOf(c, {Lower, Digits, "-", capitals ? Upper : ""}))
+            if (!isOf(c, {Lower, Digits, "-"}))
                 return "a domain holds letters, digits, hyphens and dots";
         if (label.size() == domain.size())
             return nullptr;
@@ -62,11 +78,10 @@ const char* faultOfDomain(std::string_view domain, bool capitals)
     }
 }
 
-const char* faultOfUser(std::string_view user, std::string_view marks, bool capitals)
+const char* faultOfUser(std::string_view user, std::string_view marks, std::string_view more)
 {
     if (user.empty() || user.size() > LongestUser)
         return "the part before the \"@\" has 1 to 64 characters";
-    const std::string_view more = capitals ? Upper : "";
     if (!isOf(user.front(), {Lower, Digits, more}))
         return "the part before the \"@\" begins with a letter or a digit";
     for (const char c : user)
@@ -80,7 +95,7 @@ const char* faultOfUser(std::string_view user, std::string_view marks, bool capi
 void refuseFault(const std::string& text, const char* fault)
 {
     if (fault != nullptr)
-        refuse(quoted(text) + " is refused: " + fault);
+        refuse(text, fault);
 }
 
 struct Halves {
@@ -92,61 +107,92 @@ Halves halvesOf(const std::string& text)
 {
     const std::size_t at = text.find('@');
     if (at == std::string::npos || text.size() > LongestAddress)
-        refuse(quoted(text) + " is refused: an address is USER@DOMAIN, at most 254 characters");
+        refuse(text, "an address is USER@DOMAIN, at most 254 characters");
     return {text.substr(0, at), text.substr(at + 1)};
+}
+
+// A number with or without a fraction, times the unit; nothing when it is none or is too large. What
+// is less than a byte is cut off.
+std::optional<long long> bytesOf(std::string_view number, int shift)
+{
+    constexpr std::size_t SafeDigits = 16;
+    constexpr std::size_t SafeFraction = 4;
+    const std::string whole(textBefore(number, '.'));
+    const std::string fraction(whole.size() < number.size() ? textAfter(number, '.') : "0");
+    if (whole.empty() || whole.size() > SafeDigits || !isOf(whole, Digits) || fraction.empty() ||
+        fraction.size() > SafeFraction || !isOf(fraction, Digits))
+        return std::nullopt;
+    if (std::stoll(whole) > LargestQuota >> shift)
+        return std::nullopt;
+    long long tenths = std::stoll(fraction) << shift;
+    for (std::size_t i = 0; i < fraction.size(); ++i)
+        tenths /= 10;
+    return (std::stoll(whole) << shift) + tenths;
 }
 
 } // namespace
 
+std::string lowerCase(std::string text)
+{
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return text;
+}
+
+std::string_view domainOf(std::string_view address)
+{
+    const std::size_t at = address.find('@');
+    return at == std::string_view::npos ? std::string_view() : address.substr(at + 1);
+}
+
 std::string checkedDomain(const std::string& text)
 {
-    refuseCapitals(text);
-    refuseFault(text, faultOfDomain(text, false));
-    return text;
+    refuseFault(text, faultOfDomain(lowerCase(text)));
+    return folded(text);
 }
 
 Address checkedAddress(const std::string& text)
 {
-    refuseCapitals(text);
-    const auto [user, domain] = halvesOf(text);
-    refuseFault(text, faultOfUser(user, LocalMarks, false));
-    refuseFault(text, faultOfDomain(domain, false));
-    return {user, domain, text};
+    const auto [user, domain] = halvesOf(lowerCase(text));
+    refuseFault(text, faultOfUser(user, LocalMarks, ""));
+    refuseFault(text, faultOfDomain(domain));
+    return {user, domain, folded(text)};
 }
 
 Address checkedAddress(const std::string& user, const std::string& domain)
 {
-    checkedDomain(domain);
+    const std::string checked = checkedDomain(domain);
     if (contains(user, "@"))
-        refuse(quoted(user) + " is refused: only the part before the \"@\" belongs here");
-    return checkedAddress(user + "@" + domain);
+        refuse(user, "only the part before the \"@\" belongs here");
+    return checkedAddress(user + "@" + checked);
 }
 
 std::string checkedTarget(const std::string& text)
 {
     const auto [user, domain] = halvesOf(text);
-    refuseFault(text, faultOfUser(user, TargetMarks, true));
-    refuseFault(text, faultOfDomain(domain, true));
-    return text;
+    refuseFault(text, faultOfUser(user, TargetMarks, Upper));
+    refuseFault(text, faultOfDomain(lowerCase(domain)));
+    return user + "@" + folded(domain);
 }
 
-std::string checkedQuota(const std::string& size)
+Quota checkedQuota(const std::string& size)
 {
-    if (size.empty() || size == "unlimited")
-        return Unlimited;
-
-    constexpr std::string_view Units = "KMG";
-    const std::size_t unit = Units.find(size.back());
-    const std::string number = size.substr(0, size.size() - (unit < Units.size() ? 1 : 0));
-    if (number.find_first_not_of('0') == std::string::npos || size.front() == '-')
-        refuse(quoted(size) + " is no quota; for no limit write \"unlimited\", or take the quota "
-                              "away with \"qvmailctl quota delete ADDRESS\"");
-    if (number.find_first_not_of(Digits) != std::string::npos)
-        refuse(quoted(size) + " is no size: write a number of bytes, or one with K, M or G");
-
-    const int shift = unit < Units.size() ? 10 * (static_cast<int>(unit) + 1) : 0;
-    constexpr std::size_t SafeDigits = 16;
-    if (number.size() > SafeDigits || std::stoll(number) > LargestQuota >> shift)
-        refuse(quoted(size) + " is too large: at most 1048576G");
-    return std::to_string(std::stoll(number) << shift);
+    const std::string text = lowerCase(size);
+    if (text == "unlimited")
+        return std::nullopt;
+    const std::size_t end = std::min(text.find_first_of(Lower), text.size());
+    const std::string_view number = std::string_view(text).substr(0, end);
+    const auto unit = Units.find(text.substr(end));
+    if (unit == Units.end())
+        refuse(size, "a size is a number of bytes, or one with K, M, G or T, or \"unlimited\"");
+    if (!number.empty() && number.find_first_not_of("0.") == std::string_view::npos)
+        refuse(size, "it would mean no limit and not an empty mailbox; for no limit write "
+                     "\"unlimited\", or take the quota away with \"qvmailctl quota delete "
+                     "ADDRESS\"");
+    const std::optional<long long> bytes = bytesOf(number, unit->second);
+    if (!bytes || *bytes == 0 || *bytes > LargestQuota)
+        refuse(size, "a size is a number of bytes, or one with K, M, G or T (500M, 1.5G), at most "
+                     "1024T, or \"unlimited\"");
+    return bytes;
 }

@@ -3,7 +3,9 @@
 #ifndef QVMAILCTL_NAMES_H
 #define QVMAILCTL_NAMES_H
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 struct Address {
     std::string user;
@@ -11,17 +13,25 @@ struct Address {
     std::string text;
 };
 
-// Each ends the command, naming the fault, when the text is not what it should be.
+// Each ends the command, naming the fault, when the text is not what it should be. Domains and
+// addresses are folded to lower case, with a note.
 std::string checkedDomain(const std::string& text);
 Address checkedAddress(const std::string& text);
 Address checkedAddress(const std::string& user, const std::string& domain);
 
-// Where mail is forwarded to: an address anywhere, capital letters allowed.
+// Where mail is forwarded to: an address anywhere. Its capital letters stay, before the "@": what
+// they mean is for the server there to say.
 std::string checkedTarget(const std::string& text);
 
-// Bytes as decimal text, from a number with or without K, M or G; Unlimited for "unlimited" and for
-// no text at all.
-constexpr const char* Unlimited = "-1";
-std::string checkedQuota(const std::string& size);
+// Bytes; nothing: no limit.
+using Quota = std::optional<long long>;
+
+// From a number with or without a fraction and a unit (500M, 1.5g, 5GB, 5T), or "unlimited".
+Quota checkedQuota(const std::string& size);
+
+std::string lowerCase(std::string text);
+
+// The part of an address behind its first "@"; empty when it has none.
+std::string_view domainOf(std::string_view address);
 
 #endif

@@ -1,6 +1,5 @@
 #include "Output.h"
 
-#include "Results.h"
 #include "maps/MapLines.h"
 
 #include <array>
@@ -35,6 +34,30 @@ bool isWarning(std::string_view line)
             contains(line, "not found"));
 }
 
+// Control characters, which could make a terminal do things, as backslash, "x" and two digits; those
+// of UTF-8 (0x80 to 0x9f behind 0xc2) and of 8-bit character sets among them.
+std::string printable(std::string_view text)
+{
+    constexpr const char* Digits = "0123456789abcdef";
+    std::string line;
+    unsigned char before = 0;
+    for (const unsigned char c : text) {
+        const bool isHighControl = c >= 0x80 && c < 0xa0 && (before < 0x80 || before == 0xc2);
+        if (c < ' ' || c == 0x7f || isHighControl)
+            line.append({'\\', 'x', Digits[c >> 4U], Digits[c & 15U]});
+        else
+            line.push_back(static_cast<char>(c));
+        before = c;
+    }
+    return line;
+}
+
+std::string documentOf(const Json& document)
+{
+    constexpr int OneLine = -1;
+    return document.dump(OneLine, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
 } // namespace
 
 QuietLibrary::QuietLibrary(bool verbose)
@@ -43,7 +66,8 @@ QuietLibrary::QuietLibrary(bool verbose)
     messages = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
     const int nowhere = verbose ? messages : open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (answers < 0 || messages < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
-        refuse("standard output and standard error must be open, and /dev/null must exist");
+        stop(Status::NotFit,
+             "standard output and standard error must be open, and /dev/null must exist");
     if (!verbose && (m_complaints = memfd_create("complaints", MFD_CLOEXEC)) >= 0)
         dup2(m_complaints, STDERR_FILENO);
 }
@@ -72,18 +96,46 @@ void QuietLibrary::showComplaints(bool all) const
     }
 }
 
-void answer(const std::string& line)
+void give(const Answer& answer, bool asJson)
 {
-    if (!writeAll(answers, line + "\n"))
-        throw Stop{Status::Failed, "the answer could not be written to standard output"};
+    std::string text;
+    if (asJson)
+        text = documentOf({{"ok", true}, {"result", answer.result}});
+    else
+        for (const std::string& line : answer.lines)
+            text += printable(line) + "\n";
+    if (!writeAll(answers, text))
+        stop(Status::NotWritten, "the answer could not be written to standard output");
+}
+
+void giveFailure(const Stop& stop, bool asJson)
+{
+    tell(stop.sentence);
+    if (asJson)
+        writeAll(answers, documentOf({{"ok", false},
+                                      {"error",
+                                       {{"name", nameOf(stop.status)},
+                                        {"status", static_cast<int>(stop.status)},
+                                        {"message", stop.sentence}}}}));
 }
 
 void tell(const std::string& line)
 {
-    writeAll(messages, "qvmailctl: " + line + "\n");
+    writeAll(messages, "qvmailctl: " + printable(line) + "\n");
 }
 
 void prompt(const std::string& question)
 {
     writeAll(messages, question);
+}
+
+std::string shown(std::string_view text)
+{
+    constexpr std::size_t Longest = 80;
+    return text.size() > Longest ? printable(text.substr(0, Longest)) + "..." : printable(text);
+}
+
+std::string inQuotes(std::string_view text)
+{
+    return "\"" + shown(text) + "\"";
 }

@@ -1,9 +1,22 @@
-// What a person or a script sees: answers on standard output, one a line, all else on standard
-// error.
+// What a person or a script sees: the answer on standard output, all else on standard error.
 #ifndef QVMAILCTL_OUTPUT_H
 #define QVMAILCTL_OUTPUT_H
 
+#include "Results.h"
+
+#include <nlohmann/json.hpp>
+
 #include <string>
+#include <string_view>
+#include <vector>
+
+using Json = nlohmann::ordered_json;
+
+// The same twice: for scripts (--json) and for people, one item a line.
+struct Answer {
+    Json result;
+    std::vector<std::string> lines;
+};
 
 // While it lives, the library's progress lines (password hashes among them) stay off standard
 // output: they go nowhere or, when verbose, to standard error. What the commands that it runs
@@ -23,8 +36,17 @@ private:
     int m_complaints = -1;
 };
 
-void answer(const std::string& line);
+// With asJson, one document on standard output, whatever happens: {"ok":true,"result":...}.
+void give(const Answer& answer, bool asJson);
+
+// The sentence on standard error; with asJson also {"ok":false,"error":...} on standard output.
+void giveFailure(const Stop& stop, bool asJson);
+
 void tell(const std::string& line);
 void prompt(const std::string& question); // no line end
+
+// The text as a terminal may show it: control characters escaped, and cut when it is long.
+std::string shown(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 #endif

@@ -4,6 +4,7 @@
 #include "Results.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <termios.h>
@@ -15,29 +16,43 @@ namespace
 constexpr std::size_t LongestPassword = 255; // what the library can change a password to
 constexpr std::size_t Reserved = 1024;       // no growing, which would leave copies behind
 
-void wipe(std::string& text)
+constexpr int Interruptions[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+volatile std::sig_atomic_t interrupted = 0;
+
+void noteInterruption(int /*signal*/)
 {
-    explicit_bzero(text.data(), text.capacity());
+    interrupted = 1;
 }
 
-// Without echo and without signals, so that an interrupted prompt cannot leave the terminal mute:
-// a Ctrl-C is read as a character, and refused with the line.
+// Without echo. A signal ends the reading and nothing else, so that the echo always comes back; the
+// terminal's Ctrl-Z does nothing meanwhile.
 class SilentTerminal
 {
 public:
     SilentTerminal()
     {
+        struct sigaction note = {};
+        note.sa_handler = noteInterruption; // without SA_RESTART: read() must return
+        for (std::size_t i = 0; i < std::size(Interruptions); ++i)
+            sigaction(Interruptions[i], &note, &m_actions[i]);
         tcgetattr(STDIN_FILENO, &m_before);
         termios silent = m_before;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_cc[VSUSP] = _POSIX_VDISABLE;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
-    ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before); }
+    ~SilentTerminal()
+    {
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
+        for (std::size_t i = 0; i < std::size(Interruptions); ++i)
+            sigaction(Interruptions[i], &m_actions[i], nullptr);
+    }
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
 
 private:
     termios m_before{};
+    struct sigaction m_actions[std::size(Interruptions)] = {};
 };
 
 // Reads by the byte: what follows the line belongs to others, and no buffer keeps a copy.
@@ -47,6 +62,8 @@ void readLine(std::string& line)
     char c = 0;
     ssize_t count;
     while ((count = read(STDIN_FILENO, &c, 1)) == 1 || (count < 0 && errno == EINTR)) {
+        if (interrupted != 0)
+            stop(Status::Interrupted, "interrupted; nothing was changed");
         if (count < 0)
             continue;
         if (c == '\n')
@@ -65,33 +82,28 @@ void ask(const std::string& question, std::string& line)
 
 void refuseBadPassword(const std::string& password)
 {
-    if (password.empty())
-        refuse("the password is empty; give it at the prompt or as one line of standard input");
-    if (password.size() > LongestPassword)
-        refuse("the password is too long: at most 255 bytes");
-    for (const char c : password)
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
-            refuse("the password holds a control character");
+    if (const char* const fault = faultOfPassword(password))
+        stop(Status::Refused, fault);
 }
 
 } // namespace
 
 Password::Password(const std::string& mailbox)
 {
-    if (isatty(STDIN_FILENO) == 0) {
+    if (!isTyped()) {
         readLine(m_text);
         refuseBadPassword(m_text);
-    } else {
-        const SilentTerminal terminal;
-        ask("Password for " + mailbox + ": ", m_text);
-        refuseBadPassword(m_text);
-        std::string again;
-        ask("The same once more: ", again);
-        const bool same = again == m_text;
-        wipe(again);
-        if (!same)
-            refuse("the two passwords differ");
+        return;
     }
+    const SilentTerminal terminal;
+    ask("Password for " + mailbox + ": ", m_text);
+    refuseBadPassword(m_text);
+    std::string again;
+    ask("The same once more: ", again);
+    const bool areSame = again == m_text;
+    wipe(again);
+    if (!areSame)
+        stop(Status::Refused, "the two passwords differ");
 }
 
 Password::~Password()
@@ -103,4 +115,26 @@ char* Password::buffer()
 {
     m_text.resize(LongestPassword + 1);
     return m_text.data();
+}
+
+bool isTyped()
+{
+    return isatty(STDIN_FILENO) == 1;
+}
+
+const char* faultOfPassword(const std::string& password)
+{
+    if (password.empty())
+        return "the password is empty; give it at the prompt or as one line of standard input";
+    if (password.size() > LongestPassword)
+        return "the password is too long: at most 255 bytes";
+    for (const char c : password)
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
+            return "the password holds a control character";
+    return nullptr;
+}
+
+void wipe(std::string& text)
+{
+    explicit_bzero(text.data(), text.capacity());
 }

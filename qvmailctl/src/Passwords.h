@@ -10,7 +10,7 @@ class Password
 {
 public:
     // On a terminal asks twice without echo; else takes one line of standard input. Ends the
-    // command when the password is empty, too long or holds control characters.
+    // command when the password is empty, too long or holds control characters, or at a Ctrl-C.
     explicit Password(const std::string& mailbox);
     ~Password();
     Password(const Password&) = delete;
@@ -25,5 +25,13 @@ public:
 private:
     std::string m_text;
 };
+
+// Whether a person types: what can be refused is then refused before the password is asked for.
+bool isTyped();
+
+// The fault of a password; null when it has none.
+const char* faultOfPassword(const std::string& password);
+
+void wipe(std::string& text);
 
 #endif

@@ -4,14 +4,42 @@
 
 #include <algorithm>
 
-void refuse(const std::string& sentence)
+const char* nameOf(Status status)
 {
-    throw Stop{Status::Refused, sentence};
+    switch (status) {
+    case Status::Done:
+        return "done";
+    case Status::Usage:
+        return "usage";
+    case Status::Refused:
+        return "refused";
+    case Status::NotThere:
+        return "not-there";
+    case Status::Unreachable:
+        return "unreachable";
+    case Status::OwnFault:
+        break;
+    case Status::Unfinished:
+        return "unfinished";
+    case Status::Exists:
+        return "exists";
+    case Status::NotWritten:
+        return "not-written";
+    case Status::Busy:
+        return "busy";
+    case Status::NotRoot:
+        return "not-root";
+    case Status::NotFit:
+        return "not-fit";
+    case Status::Interrupted:
+        return "interrupted";
+    }
+    return "own-fault";
 }
 
-void notThere(const std::string& sentence)
+void stop(Status status, const std::string& sentence)
 {
-    throw Stop{Status::NotThere, sentence};
+    throw Stop{status, sentence};
 }
 
 void conclude(const Host& host, int code, std::initializer_list<int> successes,
@@ -21,12 +49,9 @@ void conclude(const Host& host, int code, std::initializer_list<int> successes,
         return;
     std::string why = host.transaction.failure();
     if (why.empty())
-        why = host.settings.onTables
+        why = host.settings.usesSql
                   ? "the database refused a statement or the connection was lost; see its log"
                   : "a map below /etc/vmail could not be read or written";
-    std::string sentence =
-        failure + ": " + why + " (the library answered " + std::to_string(code) + ")";
-    if (host.transaction.isOpen())
-        sentence += "; nothing was changed";
-    throw Stop{Status::Failed, sentence};
+    stop(Status::NotWritten, failure + ": " + why + " (the library answered " +
+                                 std::to_string(code) + "); nothing was changed");
 }

@@ -1,54 +1,128 @@
+#include "system/LargeFilesAndDates.h"
+
 #include "Settings.h"
 
 #include "MapFiles.h"
+#include "Output.h"
 #include "QVConfFileManager.h"
 #include "Results.h"
 #include "maps/LineReader.h"
 #include "maps/MapLines.h"
 
 #include <cctype>
-#include <optional>
+#include <cerrno>
+#include <cstring>
+#include <map>
 
 namespace
 {
 
 const std::string File = QVCONFFILE;
 
-// Both readers stop at such a line: a backend named behind it would seem to be none, and the
-// command would work on the wrong one.
-void refuseEndlessLine()
+constexpr std::string_view Names[] = {"MailBackend",    "DovecotLDA",  "MailSqlServer",
+                                      "MailSqlPort",    "MailSqlUser", "MailSqlPassword",
+                                      "MailSqlDatabase"};
+
+struct Setting {
+    std::string value;
+    int line;
+};
+using SettingsFound = std::map<std::string_view, Setting>;
+
+[[noreturn]] void refuseLine(int number, const std::string& fault)
 {
-    constexpr std::size_t Longest = 999;
+    stop(Status::NotFit, "line " + std::to_string(number) + " of " + File + ": " + fault);
+}
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())) != 0)
+        text.remove_prefix(1);
+    return text;
+}
+
+// The setting's name that the line begins with; empty when it is none of ours.
+std::string_view nameIn(std::string_view line)
+{
+    for (const std::string_view name : Names)
+        if (equalIgnoringCase(line.substr(0, name.size()), name))
+            return name;
+    return {};
+}
+
+// The library's two readers of this file agree on a setting only when it is written like this: a
+// blank behind the name, an equals sign perhaps, and the value between double quotes.
+bool isWellWritten(std::string_view line, std::string_view name)
+{
+    line.remove_prefix(name.size());
+    if (line.empty() || line.front() != ' ')
+        return false;
+    line = withoutBlanks(line);
+    if (!line.empty() && line.front() == '=')
+        line = withoutBlanks(line.substr(1));
+    return line.size() > 1 && line.front() == '"' && contains(line.substr(1), "\"");
+}
+
+// Those readers stop at a line that is too long: a setting behind it would seem to be absent, and
+// the command would work on the wrong backend.
+SettingsFound readLines()
+{
+    constexpr std::size_t Longest = 118;
+    SettingsFound found;
+    int longLine = 0;
     LineReader reader(File);
     std::string_view line;
-    for (int number = 1; reader.nextLine(line); ++number)
-        if (line.size() > Longest)
-            refuse("line " + std::to_string(number) + " of " + File + " is longer than " +
-                   std::to_string(Longest) + " characters and hides what follows; shorten it");
+    for (int number = 1; reader.nextLine(line); ++number) {
+        if (line.size() > Longest && longLine == 0)
+            longLine = number;
+        const std::string_view name = nameIn(withoutBlanks(line));
+        if (name.empty())
+            continue;
+        if (longLine != 0)
+            refuseLine(longLine, "longer than " + std::to_string(Longest) +
+                                     " characters, so the setting " + std::string(name) +
+                                     " in line " + std::to_string(number) +
+                                     " is not read; shorten it");
+        if (!isWellWritten(withoutBlanks(line), name))
+            refuseLine(number, "the setting " + std::string(name) + " is not understood; write " +
+                                   std::string(name) + " \"VALUE\"");
+        QVConfFileManager file;
+        std::string value;
+        file.getParamFromQVConfFile(File, value, std::string(name));
+        const auto [place, isFirst] = found.insert({name, {value, number}});
+        if (!isFirst)
+            refuseLine(number, "the setting " + std::string(name) + " is there twice; line " +
+                                   std::to_string(place->second.line) + " counts, remove this one");
+    }
+    if (reader.error() != 0 && reader.error() != ENOENT)
+        stop(Status::NotFit, File + " cannot be read: " + strerror(reader.error()));
+    return found;
 }
 
-// The two readers agree on a setting only when it is written as it should be.
-std::optional<std::string> setting(const std::string& name)
+// One of the two values; the first when the setting is absent.
+std::string oneOf(const SettingsFound& found, std::string_view name, const char* byDefault,
+                  const char* other, bool (*areEqual)(std::string_view, std::string_view))
 {
-    QVConfFileManager file;
-    std::string value;
-    const bool isThere = file.isParamExistInQVConfFile(File, name);
-    const bool isRead = file.getParamFromQVConfFile(File, value, name) == 1;
-    if (isThere != isRead)
-        refuse("the setting " + name + " in " + File + " cannot be read; write the line as: " +
-               name + " \"VALUE\", with no line above it longer than 118 characters");
-    if (!isThere)
-        return std::nullopt;
-    return value;
+    const auto setting = found.find(name);
+    if (setting == found.end() || areEqual(setting->second.value, byDefault))
+        return byDefault;
+    if (!areEqual(setting->second.value, other))
+        refuseLine(setting->second.line, "the setting " + std::string(name) + " is " +
+                                             inQuotes(setting->second.value) + "; it must be \"" +
+                                             byDefault + "\" or \"" + other + "\"");
+    return other;
 }
 
-std::string needed(const std::string& name, bool mayBeEmpty = false)
+std::string needed(const SettingsFound& found, std::string_view name, bool mayBeEmpty = false)
 {
-    const std::optional<std::string> value = setting(name);
-    if (!value || (value->empty() && !mayBeEmpty))
-        refuse("the setting " + name + " is missing in " + File +
-               " and is needed for MailBackend \"mysql\"; add a line: " + name + " \"VALUE\"");
-    return *value;
+    const auto setting = found.find(name);
+    if (setting == found.end())
+        stop(Status::NotFit, "the setting " + std::string(name) + " is missing in " + File +
+                                 " and is needed for MailBackend \"mysql\"; add a line: " +
+                                 std::string(name) + " \"VALUE\"");
+    if (setting->second.value.empty() && !mayBeEmpty)
+        refuseLine(setting->second.line, "the setting " + std::string(name) + " is empty");
+    return setting->second.value;
 }
 
 bool isPort(const std::string& text)
@@ -57,26 +131,31 @@ bool isPort(const std::string& text)
            std::stoi(text) >= 1 && std::stoi(text) <= 65535;
 }
 
+bool areSame(std::string_view a, std::string_view b)
+{
+    return a == b;
+}
+
 } // namespace
 
 Settings readSettings()
 {
-    refuseEndlessLine();
-    const std::string backend = setting("MailBackend").value_or("files");
-    if (equalIgnoringCase(backend, "files"))
-        return {};
-    if (!equalIgnoringCase(backend, "mysql"))
-        refuse("the setting MailBackend in " + File + " is \"" + backend +
-               "\"; it must be \"files\" or \"mysql\"");
+    const SettingsFound found = readLines();
+    Settings settings;
+    // The backend's letter case does not matter to the library; that of "yes" does.
+    settings.usesSql = oneOf(found, "MailBackend", "files", "mysql", equalIgnoringCase) == "mysql";
+    settings.dovecotLDA = oneOf(found, "DovecotLDA", "no", "yes", areSame) == "yes";
+    if (!settings.usesSql)
+        return settings;
 
-    Settings settings{true,
-                      needed("MailSqlServer"),
-                      needed("MailSqlPort"),
-                      needed("MailSqlUser"),
-                      needed("MailSqlPassword", true),
-                      needed("MailSqlDatabase")};
-    if (!isPort(settings.port))
-        refuse("the setting MailSqlPort in " + File + " is \"" + settings.port +
-               "\"; it must be a number from 1 to 65535");
+    settings.database.server = needed(found, "MailSqlServer");
+    settings.database.port = needed(found, "MailSqlPort");
+    settings.database.user = needed(found, "MailSqlUser");
+    settings.database.password = needed(found, "MailSqlPassword", true);
+    settings.database.database = needed(found, "MailSqlDatabase");
+    if (!isPort(settings.database.port))
+        refuseLine(found.at("MailSqlPort").line, "the setting MailSqlPort is " +
+                                                     inQuotes(settings.database.port) +
+                                                     "; it must be a number from 1 to 65535");
     return settings;
 }

@@ -2,19 +2,19 @@
 #ifndef QVMAILCTL_SETTINGS_H
 #define QVMAILCTL_SETTINGS_H
 
+#include "system/SqlConnection.h"
+
 #include <string>
 
 struct Settings {
-    bool onTables = false; // else on map files
-    std::string server;
-    std::string port;
-    std::string user;
-    std::string password;
-    std::string database;
+    bool usesSql = false;      // the accounts are in the database, else in map files
+    bool dovecotLDA = false;   // quotas are also written to the account file, for Dovecot
+    SqlSettings database = {}; // with usesSql
 };
 
-// MailBackend, and for tables MailSqlServer, MailSqlPort, MailSqlUser, MailSqlPassword and
-// MailSqlDatabase. Ends the command when one of them is needed and missing, or cannot be read.
+// MailBackend, DovecotLDA and, for the database, MailSqlServer, MailSqlPort, MailSqlUser,
+// MailSqlPassword and MailSqlDatabase. Ends the command when one of them is not understood, naming
+// its line, or is needed and missing.
 Settings readSettings();
 
 #endif

@@ -1,96 +1,120 @@
 // alias add | set | delete | show | list
 #include "Checks.h"
 #include "Commands.h"
-#include "Maps.h"
-#include "Output.h"
 #include "Results.h"
 #include "maps/MapLines.h"
+
+#include <algorithm>
 
 namespace
 {
 
 // With and without a mailbox of its own an address may forward; with several destinations and none,
 // it is a list.
-void refuseList(Host& host, const std::string& address, const VectorString& destinations)
+void refuseList(const Hosting& hosting, const std::string& address)
 {
-    if (destinations.size() > 1 && mailboxState(host, address) == Mailbox::None)
-        refuse(address + " is a mailing list; use \"qvmailctl list set\" or \"list delete\"");
+    if (hosting.isList(address))
+        stop(Status::Exists,
+             address + " is a mailing list; use \"qvmailctl list set\" or \"list delete\"");
 }
 
-void write(Host& host, const Given& given, bool mayReplace)
+Answer write(Host& host, const Given& given, bool mayReplace)
 {
     const Address address = checkedAddress(given.name);
     const std::string target = checkedTarget(given.value);
     if (equalIgnoringCase(target, address.text))
-        refuse(address.text + " cannot forward to itself");
+        stop(Status::Refused, address.text + " cannot forward to itself");
     beginChange(host);
 
-    requireHosted(host, address.domain);
-    const VectorString destinations = destinationsOf(host, address.text);
-    refuseList(host, address.text, destinations);
-    if (!mayReplace && !destinations.empty())
-        refuse(address.text + " forwards to " + destinations.front() +
-               " already; replace that with \"qvmailctl alias set\"");
+    const Hosting hosting = host.read(addressAlone(address));
+    requireHosted(hosting, address.domain);
+    refuseList(hosting, address.text);
+    const Addresses former = hosting.targetsOf(address.text);
+    const bool isSame = former.size() == 1 && equalIgnoringCase(former[0], target);
+    if (isSame && (mayReplace || host.options.ifMissing))
+        return {};
+    if (!mayReplace && !former.empty())
+        stop(Status::Exists, address.text + " forwards to " + shown(former[0]) +
+                                 " already; replace that with \"qvmailctl alias set\"");
+    warnOfTargets(host, address.text, {target});
 
-    const char* const task = hasAliasEntry(host, address.text) ? "UpdateAlias" : "AddAlias";
-    conclude(host, host.library.Postfix_VAlias(address.text, target, task),
+    conclude(host,
+             host.library.Postfix_VAlias(
+                 address.text, target, hosting.hasEntry(address.text) ? "UpdateAlias" : "AddAlias"),
              {PostfixResult::AliasAdded, PostfixResult::Updated},
              "the forwarder " + address.text + " could not be written");
+    if (former.empty())
+        host.changes.added(Kind::Alias, address.text, target);
+    else
+        host.changes.changed(Kind::Alias, address.text, target);
+    return {};
 }
 
-void add(Host& host, const Given& given)
+Answer add(Host& host, const Given& given)
 {
-    write(host, given, false);
+    return write(host, given, false);
 }
 
-void set(Host& host, const Given& given)
+Answer set(Host& host, const Given& given)
 {
-    write(host, given, true);
+    return write(host, given, true);
 }
 
-void remove(Host& host, const Given& given)
+Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the forwarder " + address.text);
     beginChange(host);
 
-    const VectorString destinations = destinationsOf(host, address.text);
-    refuseList(host, address.text, destinations);
-    const bool hasMailbox = mailboxState(host, address.text) != Mailbox::None;
-    if (hasMailbox ? destinations.empty() : !hasAliasEntry(host, address.text))
-        notThere(address.text + " does not forward");
+    const Hosting hosting = host.read(addressAlone(address));
+    refuseList(hosting, address.text);
+    const bool hasMailbox = hosting.mailbox(address.text) != nullptr;
+    const bool forwards = !hosting.targetsOf(address.text).empty();
+    if (hasMailbox ? !forwards : !hosting.hasEntry(address.text)) {
+        missing(host, address.text + " does not forward");
+        return {};
+    }
 
-    // With tables, deleting an alias gives the address a row for itself, for its mailbox's sake.
-    // Without a mailbox the server would then take its mail and bounce it: deleted as a list,
+    // With the database, deleting an alias gives the address a row for itself, for its mailbox's
+    // sake. Without a mailbox the server would then take its mail and bounce it: deleted as a list,
     // nothing is left.
     VectorString none;
-    const int code = host.settings.onTables && !hasMailbox
+    const int code = host.settings.usesSql && !hasMailbox
                          ? host.library.Postfix_VList(address.text, &none, "DeleteList")
                          : host.library.Postfix_VAlias(address.text, "", "DeleteAlias");
     conclude(host, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
              "the forwarder " + address.text + " could not be deleted");
+    host.changes.removed(Kind::Alias, address.text);
+    return {};
 }
 
-void show(Host& host, const Given& given)
+Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    const VectorString destinations = destinationsOf(host, address.text);
-    if (destinations.empty())
-        notThere(address.text + " does not forward");
-    for (const std::string& destination : destinations)
-        answer(destination);
+    const Addresses targets = host.read(addressAlone(address)).targetsOf(address.text);
+    if (targets.empty())
+        stop(Status::NotThere, address.text + " does not forward");
+    return {{{"address", address.text}, {"targets", targets}}, targets};
 }
 
-// The library's own answer lacks the domains and takes jim.bob's forwarders for bob's.
-void list(Host& host, const Given& given)
+Answer list(Host& host, const Given& given)
 {
     const std::string target = checkedTarget(given.name);
     beginQuery(host);
-    if (host.settings.onTables)
-        refuse("who forwards to an address can be asked of map files alone, not of the database");
-    for (const std::string& forwarder : forwardersTo(target))
-        answer(forwarder);
+    Wanted wanted = {lowerCase(std::string(domainOf(target))), target, true};
+    const Hosting hosting = host.read(wanted);
+    Answer answer{Json::array(), {}};
+    for (const auto& [address, targets] : hosting.aliases) {
+        const bool leadsThere = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
+            return equalIgnoringCase(text, target);
+        });
+        if (!leadsThere)
+            continue;
+        answer.result.push_back({{"address", address}, {"targets", targets}});
+        answer.lines.push_back(address);
+    }
+    return answer;
 }
 
 } // namespace
@@ -99,9 +123,34 @@ Object aliasCommands()
 {
     return {"alias",
             "Forwarders",
-            {{"add", "Forward an address", {"ADDRESS", "TARGET"}, add},
-             {"set", "Forward it, whether or not it does already", {"ADDRESS", "TARGET"}, set},
-             {"delete", "Stop forwarding it", {"ADDRESS"}, remove},
-             {"show", "Show where it forwards to", {"ADDRESS"}, show},
-             {"list", "List who forwards to TARGET (map files only)", {"TARGET"}, list}}};
+            {{"add",
+              "Forward an address, with or without a mailbox",
+              {"ADDRESS", "TARGET"},
+              Creation,
+              "  qvmailctl alias add info@example.com bob@example.com",
+              add},
+             {"set",
+              "Forward it, whether or not it does already",
+              {"ADDRESS", "TARGET"},
+              ChangeOptions,
+              "  qvmailctl alias set info@example.com ann@example.org",
+              set},
+             {"delete",
+              "Stop forwarding it",
+              {"ADDRESS"},
+              Deletion,
+              "  qvmailctl alias delete info@example.com --yes",
+              remove},
+             {"show",
+              "Show where it forwards to",
+              {"ADDRESS"},
+              Nothing,
+              "  qvmailctl alias show info@example.com",
+              show},
+             {"list",
+              "List who forwards to TARGET, lists included",
+              {"TARGET"},
+              Nothing,
+              "  qvmailctl alias list bob@example.com",
+              list}}};
 }

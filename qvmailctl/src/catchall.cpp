@@ -1,47 +1,60 @@
 // catchall set | remove | show
 #include "Checks.h"
 #include "Commands.h"
-#include "Output.h"
 #include "Results.h"
 
 namespace
 {
 
-void refuseNone(Host& host, const std::string& domain)
-{
-    requireHosted(host, domain);
-    if (catchAllOf(host, domain).empty())
-        notThere("the domain " + domain + " has no catch-all");
-}
-
-void set(Host& host, const Given& given)
+Answer set(Host& host, const Given& given)
 {
     const Address target = checkedAddress(given.value, checkedDomain(given.name));
     beginChange(host);
-    requireHosted(host, target.domain);
-    requireMailbox(host, target.text);
+    const Hosting hosting = host.read(addressAlone(target));
+    requireHosted(hosting, target.domain);
+    requireMailbox(hosting, target.text);
+    const std::string former = hosting.catchAllOf(target.domain);
+    if (former == target.text)
+        return {};
     conclude(host, host.library.Postfix_UpdateCatchAllAddress(target.domain, target.user),
              {PostfixResult::CatchAllSet},
              "the catch-all of " + target.domain + " could not be set");
+    if (former.empty())
+        host.changes.added(Kind::CatchAll, target.domain, target.text);
+    else
+        host.changes.changed(Kind::CatchAll, target.domain, target.text);
+    return {};
 }
 
-void remove(Host& host, const Given& given)
+Answer remove(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     confirm(host, "the catch-all of " + domain);
     beginChange(host);
-    refuseNone(host, domain);
+    const Hosting hosting = host.read(domainAlone(domain));
+    if (hosting.catchAllOf(domain).empty()) {
+        if (!host.options.ifThere)
+            requireHosted(hosting, domain);
+        missing(host, "the domain " + domain + " has no catch-all");
+        return {};
+    }
     conclude(host, host.library.Postfix_RemoveCatchAllAddress(domain),
              {PostfixResult::CatchAllRemoved},
              "the catch-all of " + domain + " could not be removed");
+    host.changes.removed(Kind::CatchAll, domain);
+    return {};
 }
 
-void show(Host& host, const Given& given)
+Answer show(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     beginQuery(host);
-    refuseNone(host, domain);
-    answer(catchAllOf(host, domain));
+    const Hosting hosting = host.read(domainAlone(domain));
+    requireHosted(hosting, domain);
+    const std::string target = hosting.catchAllOf(domain);
+    if (target.empty())
+        stop(Status::NotThere, "the domain " + domain + " has no catch-all");
+    return {{{"domain", domain}, {"address", target}}, {target}};
 }
 
 } // namespace
@@ -50,7 +63,22 @@ Object catchAllCommands()
 {
     return {"catchall",
             "The mailbox that takes a domain's mail for unknown users",
-            {{"set", "Let USER's mailbox take it", {"DOMAIN", "USER"}, set},
-             {"remove", "Refuse it again", {"DOMAIN"}, remove},
-             {"show", "Show that mailbox", {"DOMAIN"}, show}}};
+            {{"set",
+              "Let USER's mailbox take it",
+              {"DOMAIN", "USER"},
+              ChangeOptions,
+              "  qvmailctl catchall set example.com postmaster",
+              set},
+             {"remove",
+              "Refuse it again",
+              {"DOMAIN"},
+              Deletion,
+              "  qvmailctl catchall remove example.com",
+              remove},
+             {"show",
+              "Show that mailbox",
+              {"DOMAIN"},
+              Nothing,
+              "  qvmailctl catchall show example.com",
+              show}}};
 }

@@ -1,109 +1,176 @@
-// domain add | delete | quota
+// domain add | delete | list | show | quota
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
-#include "Maps.h"
-#include "Output.h"
 #include "Passwords.h"
 #include "Results.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace
 {
 
-void add(Host& host, const Given& given)
+// Whether the domain may be made with that first mailbox; see mayAddMailbox.
+bool mayAdd(Host& host, const Address& first)
 {
-    const Address first = checkedAddress(given.value, checkedDomain(given.name));
-    const std::string quota = checkedQuota(given.quota);
-    const Password password(first.text);
-    beginChange(host);
-
+    const Hosting hosting = host.read(domainAlone(first.domain));
     // One that is listed without a mailbox is what an interrupted creation leaves: it goes on.
-    if (!mailboxesOf(host, first.domain).empty())
-        refuse("the domain " + first.domain +
-               " has mailboxes already; add another with "
-               "\"qvmailctl mailbox add " +
-               first.text + "\"");
-    requireFree(host, first.text);
-
-    conclude(
-        host,
-        host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(), quota),
-        {PostfixResult::DomainCreated}, "the domain " + first.domain + " could not be created");
+    if (!hosting.mailboxes.empty()) {
+        if (host.options.ifMissing && hosting.hosts(first.domain))
+            return false;
+        stop(Status::Exists, "the domain " + first.domain +
+                                 " has mailboxes already; add another with \"qvmailctl mailbox "
+                                 "add " +
+                                 first.text + "\"");
+    }
+    return mayAddMailbox(host, hosting, first);
 }
 
-void remove(Host& host, const Given& given)
+Answer add(Host& host, const Given& given)
+{
+    const Address first = checkedAddress(given.value, checkedDomain(given.name));
+    const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
+    if (isTyped()) {
+        beginQuery(host);
+        if (!mayAdd(host, first))
+            return {};
+    }
+    const Password password(first.text);
+    beginChange(host);
+    if (!mayAdd(host, first))
+        return {};
+    warnOfOwnName(first.domain);
+
+    conclude(host,
+             host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(),
+                                                   libraryText(quota)),
+             {PostfixResult::DomainCreated},
+             "the domain " + first.domain + " could not be created");
+    host.changes.added(Kind::Domain, first.domain);
+    host.changes.added(Kind::Mailbox, first.text);
+    if (quota)
+        host.changes.added(Kind::Quota, first.text, textOf(quota));
+    host.changes.tellScripts("quota", jsonOf(quota));
+    return {};
+}
+
+Answer remove(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     confirm(host, "the domain " + domain + " with all its mailboxes and their mail");
     beginChange(host);
 
-    // What an interrupted deletion left may have neither list entry nor spool tree.
-    if (!isHosted(host, domain) && mailboxesOf(host, domain).empty())
-        notThere("the domain " + domain + " is not hosted here");
+    const Hosting hosting = host.read(domainAlone(domain));
+    // What an interrupted deletion left may have mailboxes and no entry in the list.
+    if (!hosting.hosts(domain) && hosting.mailboxes.empty() && hosting.aliases.empty()) {
+        missing(host, "the domain " + domain + " is not hosted here");
+        return {};
+    }
 
     conclude(host, host.library.Postfix_DeleteMailDomain(domain), {PostfixResult::DomainDeleted},
              "the domain " + domain + " could not be deleted");
+    host.changes.removed(Kind::Domain, domain);
+    for (const auto& [address, mailbox] : hosting.mailboxes)
+        host.changes.removed(Kind::Mailbox, address);
+    for (const std::string& address : hosting.quotas)
+        host.changes.removed(Kind::Quota, address);
+    for (const auto& [address, targets] : hosting.aliases)
+        host.changes.removed(kindOf(hosting, address), address);
+    if (!hosting.catchAllOf(domain).empty())
+        host.changes.removed(Kind::CatchAll, domain);
+    return {};
 }
 
-// With files, the library's total leaves out mailboxes without a quota line and is 0 from a "-1"
-// on. True when one mailbox of the domain has no limit.
-bool hasUnlimitedInFiles(Host& host, const std::string& domain)
+Answer list(Host& host, const Given& /*given*/)
 {
-    bool isUnlimited = false;
-    const std::vector<std::string> limited =
-        namesOf(VQUOTAFILE, "@" + domain, [&](std::string_view name, std::string_view line) {
-            if (domainOf(name) != domain)
-                return false;
-            const std::string_view quota = line.substr(std::min(line.size(), name.size() + 1));
-            isUnlimited = isUnlimited || quota == Unlimited || quota == "0";
-            return true;
-        });
-    return isUnlimited || limited.size() < mailboxesOf(host, domain).size();
-}
-
-// With tables, the library's answer "unlimited" may be about another domain's mailbox: these are
-// asked one by one.
-void sumOneByOne(Host& host, const std::string& domain)
-{
-    constexpr long long Kibibyte = 1024;
-    long long sum = 0;
-    for (const std::string& mailbox : mailboxesOf(host, domain)) {
-        const std::string quota = quotaOf(host, mailbox);
-        if (quota == Unlimited)
-            return answer("unlimited");
-        sum += std::atoll(quota.c_str());
+    beginQuery(host);
+    Answer answer{Json::array(), {}};
+    for (const std::string& domain : readDomains(host.settings)) {
+        answer.result.push_back({{"domain", domain}});
+        answer.lines.push_back(domain);
     }
-    answer(std::to_string(sum / Kibibyte) + " KiB");
+    return answer;
 }
 
-void quota(Host& host, const Given& given)
+// No limit, when one mailbox has none.
+Quota totalOf(const Hosting& hosting)
+{
+    long long sum = 0;
+    for (const auto& [address, mailbox] : hosting.mailboxes) {
+        if (!mailbox.quota)
+            return std::nullopt;
+        sum += *mailbox.quota;
+    }
+    return sum;
+}
+
+Answer show(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     beginQuery(host);
-    requireHosted(host, domain);
+    const Hosting hosting = host.read(domainAlone(domain));
+    requireHosted(hosting, domain);
 
-    long long total = 0;
-    const int code = host.library.Postfix_RetrieveDomainQuota(domain, total);
-    if (host.settings.onTables) // files: without a map there are no quotas
-        conclude(host, code, {PostfixResult::TotalRead, PostfixResult::TotalUnlimited},
-                 "the quotas of " + domain + " could not be read");
-    if (host.settings.onTables && code == PostfixResult::TotalUnlimited)
-        sumOneByOne(host, domain);
-    else if (!host.settings.onTables && hasUnlimitedInFiles(host, domain))
-        answer("unlimited");
-    else
-        answer(std::to_string(std::max(total, 0LL)) + " KiB");
+    const std::string catchAll = hosting.catchAllOf(domain);
+    const auto lists = std::count_if(hosting.aliases.begin(), hosting.aliases.end(),
+                                     [&](auto& alias) { return hosting.isList(alias.first); });
+    const auto aliases = static_cast<long>(hosting.aliases.size()) - lists;
+    return {{{"domain", domain},
+             {"mailboxes", hosting.mailboxes.size()},
+             {"aliases", aliases},
+             {"lists", lists},
+             {"catch_all", catchAll.empty() ? Json(nullptr) : Json(catchAll)},
+             {"quota", jsonOf(totalOf(hosting))}},
+            {"domain: " + domain, "mailboxes: " + std::to_string(hosting.mailboxes.size()),
+             "aliases: " + std::to_string(aliases), "lists: " + std::to_string(lists),
+             "catch-all: " + (catchAll.empty() ? "none" : catchAll),
+             "quota: " + textOf(totalOf(hosting))}};
+}
+
+Answer quota(Host& host, const Given& given)
+{
+    const std::string domain = checkedDomain(given.name);
+    beginQuery(host);
+    const Hosting hosting = host.read(domainAlone(domain));
+    requireHosted(hosting, domain);
+    constexpr long long Kibibyte = 1024;
+    const Quota total = totalOf(hosting);
+    return {{{"domain", domain}, {"quota", jsonOf(total)}},
+            {total ? std::to_string(*total / Kibibyte) + " KiB" : textOf(total)}};
 }
 
 } // namespace
 
 Object domainCommands()
 {
-    return {"domain",
-            "Hosted domains",
-            {{"add", "Host a domain, with its first mailbox", {"DOMAIN", "USER"}, add, true},
-             {"delete", "Delete a domain, its mailboxes and all their mail", {"DOMAIN"}, remove},
-             {"quota", "Show the sum of its mailboxes' quotas, in KiB", {"DOMAIN"}, quota}}};
+    return {
+        "domain",
+        "Hosted domains",
+        {{"add",
+          "Host a domain, with its first mailbox",
+          {"DOMAIN", "USER"},
+          Creation | QuotaOption | TakeOver,
+          "  qvmailctl domain add example.com postmaster\n"
+          "  echo 'secret' | qvmailctl domain add example.com postmaster --quota 1.5G --if-missing",
+          add},
+         {"delete",
+          "Delete a domain, its mailboxes and all their mail",
+          {"DOMAIN"},
+          Deletion,
+          "  qvmailctl domain delete example.com --dry-run\n"
+          "  qvmailctl domain delete example.com --yes",
+          remove},
+         {"list", "List the hosted domains", {}, Nothing, "  qvmailctl domain list", list},
+         {"show",
+          "Show what a domain has",
+          {"DOMAIN"},
+          Nothing,
+          "  qvmailctl domain show example.com",
+          show},
+         {"quota",
+          "Show the sum of its mailboxes' quotas, in KiB",
+          {"DOMAIN"},
+          Nothing,
+          "  qvmailctl domain quota example.com",
+          quota}}};
 }

@@ -1,117 +1,187 @@
-// list add | set | delete | show | list
+// list add | set | join | leave | delete | show | list
 #include "Checks.h"
 #include "Commands.h"
-#include "Maps.h"
-#include "Output.h"
 #include "Results.h"
 #include "maps/MapLines.h"
 
-#include <set>
-
-#include <unistd.h>
+#include <algorithm>
 
 namespace
 {
 
 // A list is an address that forwards and has no mailbox: as a mailbox it would lose its mail.
-void refuseMailbox(Host& host, const std::string& address)
+void refuseMailbox(const Hosting& hosting, const std::string& address)
 {
-    if (mailboxState(host, address) != Mailbox::None)
-        refuse(address + " is a mailbox, so it cannot be a list; see \"qvmailctl alias\"");
+    if (hosting.mailbox(address) != nullptr)
+        stop(Status::Exists,
+             address + " is a mailbox, so it cannot be a list; see \"qvmailctl alias\"");
 }
 
-// One text with commas: the form that both backends read.
-std::string membersOf(const Given& given, const std::string& address)
+bool isMember(const Addresses& members, const std::string& address)
 {
-    std::string members;
-    for (const std::string& member : given.members) {
+    return std::any_of(members.begin(), members.end(), [&](const std::string& member) {
+        return equalIgnoringCase(member, address);
+    });
+}
+
+Addresses checkedMembers(const Given& given, const std::string& address)
+{
+    Addresses members;
+    for (const std::string& word : given.members) {
+        const std::string member = checkedTarget(word);
         if (equalIgnoringCase(member, address))
-            refuse("the list " + address + " cannot be its own member");
-        members += (members.empty() ? "" : ",") + checkedTarget(member);
+            stop(Status::Refused, "the list " + address + " cannot be its own member");
+        if (!isMember(members, member))
+            members.push_back(member);
     }
     return members;
 }
 
-void write(Host& host, const Given& given, bool mayReplace)
+Hosting readList(Host& host, const Address& address)
+{
+    Hosting hosting = host.read(addressAlone(address));
+    refuseMailbox(hosting, address.text);
+    return hosting;
+}
+
+// As readList, for a command that needs it to be there.
+Hosting requireList(Host& host, const Address& address)
+{
+    Hosting hosting = readList(host, address);
+    if (hosting.targetsOf(address.text).empty())
+        stop(Status::NotThere, "there is no list " + address.text);
+    return hosting;
+}
+
+void write(Host& host, const Hosting& hosting, const std::string& address, const Addresses& members)
+{
+    warnOfTargets(host, address, members);
+    // One text with commas: the form that both backends read.
+    std::string text;
+    for (const std::string& member : members)
+        text += (text.empty() ? "" : ",") + member;
+    VectorString elements = {text};
+    const bool isNew = hosting.targetsOf(address).empty();
+    conclude(host,
+             host.library.Postfix_VList(address, &elements,
+                                        hosting.hasEntry(address) ? "UpdateList" : "AddList"),
+             {PostfixResult::ListAdded, PostfixResult::ListUpdated},
+             "the list " + address + " could not be written");
+    if (isNew)
+        host.changes.added(Kind::List, address);
+    else
+        host.changes.changed(Kind::List, address);
+}
+
+Answer add(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    VectorString members = {membersOf(given, address.text)};
+    const Addresses members = checkedMembers(given, address.text);
     beginChange(host);
-
-    requireHosted(host, address.domain);
-    refuseMailbox(host, address.text);
-    if (!mayReplace && !destinationsOf(host, address.text).empty())
-        refuse("the list or forwarder " + address.text +
-               " exists already; replace its members with \"qvmailctl list set\"");
-
-    const char* const task = hasAliasEntry(host, address.text) ? "UpdateList" : "AddList";
-    conclude(host, host.library.Postfix_VList(address.text, &members, task),
-             {PostfixResult::ListAdded, PostfixResult::ListUpdated},
-             "the list " + address.text + " could not be written");
+    const Hosting hosting = readList(host, address);
+    requireHosted(hosting, address.domain);
+    const Addresses former = hosting.targetsOf(address.text);
+    if (host.options.ifMissing && former == members)
+        return {};
+    if (!former.empty())
+        stop(Status::Exists, "the list or forwarder " + address.text +
+                                 " exists already; replace its members with \"qvmailctl list "
+                                 "set\", or add some with \"list join\"");
+    write(host, hosting, address.text, members);
+    return {};
 }
 
-void add(Host& host, const Given& given)
+Answer set(Host& host, const Given& given)
 {
-    write(host, given, false);
+    const Address address = checkedAddress(given.name);
+    const Addresses members = checkedMembers(given, address.text);
+    beginChange(host);
+    const Hosting hosting = readList(host, address);
+    requireHosted(hosting, address.domain);
+    if (hosting.targetsOf(address.text) != members)
+        write(host, hosting, address.text, members);
+    return {};
 }
 
-void set(Host& host, const Given& given)
+Answer join(Host& host, const Given& given)
 {
-    write(host, given, true);
+    const Address address = checkedAddress(given.name);
+    const Addresses joining = checkedMembers(given, address.text);
+    beginChange(host);
+    const Hosting hosting = requireList(host, address);
+    Addresses members = hosting.targetsOf(address.text);
+    const std::size_t before = members.size();
+    for (const std::string& member : joining)
+        if (!isMember(members, member))
+            members.push_back(member);
+    if (members.size() > before)
+        write(host, hosting, address.text, members);
+    return {};
 }
 
-void remove(Host& host, const Given& given)
+Answer leave(Host& host, const Given& given)
+{
+    const Address address = checkedAddress(given.name);
+    const Addresses leaving = checkedMembers(given, address.text);
+    beginChange(host);
+    const Hosting hosting = requireList(host, address);
+    Addresses members = hosting.targetsOf(address.text);
+    const std::size_t before = members.size();
+    for (const std::string& member : leaving)
+        if (!isMember(members, member))
+            missing(host, member + " is no member of " + address.text);
+    members.erase(std::remove_if(members.begin(), members.end(),
+                                 [&](const auto& member) { return isMember(leaving, member); }),
+                  members.end());
+    if (members.empty())
+        stop(Status::Refused, "the list " + address.text +
+                                  " would have no member left; delete it with \"qvmailctl list "
+                                  "delete\"");
+    if (members.size() < before)
+        write(host, hosting, address.text, members);
+    return {};
+}
+
+Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the list " + address.text);
     beginChange(host);
-    refuseMailbox(host, address.text);
-    if (!hasAliasEntry(host, address.text))
-        notThere("there is no list " + address.text);
+    const Hosting hosting = readList(host, address);
+    if (!hosting.hasEntry(address.text)) {
+        missing(host, "there is no list " + address.text);
+        return {};
+    }
     VectorString none;
     conclude(host, host.library.Postfix_VList(address.text, &none, "DeleteList"),
              {PostfixResult::ListDeleted}, "the list " + address.text + " could not be deleted");
+    host.changes.removed(Kind::List, address.text);
+    return {};
 }
 
-void show(Host& host, const Given& given)
+Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    refuseMailbox(host, address.text);
-    const VectorString members = destinationsOf(host, address.text);
-    if (members.empty())
-        notThere("there is no list " + address.text);
-    for (const std::string& member : members)
-        answer(member);
+    const Addresses members = requireList(host, address).targetsOf(address.text);
+    return {{{"address", address.text}, {"members", members}}, members};
 }
 
-void list(Host& host, const Given& given)
+Answer list(Host& host, const Given& given)
 {
-    const std::string domain = checkedDomain(given.name);
+    const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
     beginQuery(host);
-    requireHosted(host, domain);
-    VectorString names;
-    if (host.settings.onTables || access(VALIASFILE, F_OK) == 0)
-        conclude(host, host.library.Postfix_GetLists(domain, &names), {PostfixResult::Done},
-                 "the lists of " + domain + " could not be read");
-    const std::string tail = "@" + domain;
-    std::set<std::string> lists;
-    for (const std::string& name : names)
-        lists.insert(name + tail);
-
-    // With files, the library also names other domains' lists that have a member here.
-    if (!host.settings.onTables) {
-        const VectorString mailboxes = mailboxesOf(host, domain);
-        const std::vector<std::string> keys =
-            namesOf(VALIASFILE, tail, [&](std::string_view name, std::string_view) {
-                return lists.count(std::string(name)) > 0;
-            });
-        lists = std::set<std::string>(keys.begin(), keys.end());
-        for (const std::string& mailbox : mailboxes)
-            lists.erase(mailbox);
+    const Hosting hosting = host.read(domainAlone(domain));
+    if (!domain.empty())
+        requireHosted(hosting, domain);
+    Answer answer{Json::array(), {}};
+    for (const auto& [address, members] : hosting.aliases) {
+        if (hosting.mailbox(address) != nullptr)
+            continue;
+        answer.result.push_back({{"address", address}, {"members", members}});
+        answer.lines.push_back(address);
     }
-    for (const std::string& address : lists)
-        answer(address);
+    return answer;
 }
 
 } // namespace
@@ -120,12 +190,46 @@ Object listCommands()
 {
     return {"list",
             "Mailing lists",
-            {{"add", "Create a list", {"ADDRESS", "MEMBER..."}, add},
+            {{"add",
+              "Create a list",
+              {"ADDRESS", "MEMBER..."},
+              Creation,
+              "  qvmailctl list add staff@example.com bob@example.com ann@example.org",
+              add},
              {"set",
               "Give a list these members, whether or not it exists",
               {"ADDRESS", "MEMBER..."},
+              ChangeOptions,
+              "  qvmailctl list set staff@example.com bob@example.com",
               set},
-             {"delete", "Delete a list", {"ADDRESS"}, remove},
-             {"show", "Show its members", {"ADDRESS"}, show},
-             {"list", "List a domain's lists", {"DOMAIN"}, list}}};
+             {"join",
+              "Add members to a list",
+              {"ADDRESS", "MEMBER..."},
+              ChangeOptions,
+              "  qvmailctl list join staff@example.com joe@example.com",
+              join},
+             {"leave",
+              "Take members out of a list",
+              {"ADDRESS", "MEMBER..."},
+              ChangeOptions | IfThere,
+              "  qvmailctl list leave staff@example.com joe@example.com",
+              leave},
+             {"delete",
+              "Delete a list",
+              {"ADDRESS"},
+              Deletion,
+              "  qvmailctl list delete staff@example.com --yes",
+              remove},
+             {"show",
+              "Show its members",
+              {"ADDRESS"},
+              Nothing,
+              "  qvmailctl list show staff@example.com",
+              show},
+             {"list",
+              "List a domain's lists, or all, and forwarders without a mailbox",
+              {"[DOMAIN]"},
+              Nothing,
+              "  qvmailctl list list example.com",
+              list}}};
 }

@@ -1,139 +1,241 @@
-// mailbox add | passwd | type | delete | list | count | show
+// mailbox add | passwd | enable | disable | type | delete | list | count | show
+#include "system/LargeFilesAndDates.h"
+
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
-#include "Maps.h"
-#include "Output.h"
+#include "Encrypt.h"
+#include "MapFiles.h"
 #include "Passwords.h"
+#include "Programs.h"
 #include "Results.h"
 
-#include <pwd.h>
+#include <cstdlib>
+
 #include <unistd.h>
 
 namespace
 {
 
-void add(Host& host, const Given& given)
+bool mayAdd(Host& host, const Address& address)
 {
-    Address address = checkedAddress(given.name);
-    const std::string quota = checkedQuota(given.quota);
-    Password password(address.text);
-    beginChange(host);
-
-    requireHosted(host, address.domain);
+    const Hosting hosting = host.read(addressAlone(address));
+    requireHosted(hosting, address.domain);
     const std::string homes = VSPOOLDIR "/" + address.domain + "/mail/home";
     if (access(homes.c_str(), F_OK) != 0)
-        refuse("the directory " + homes +
-               " is missing, so the mailbox would get no home; is the "
-               "spool mounted?");
-    requireFree(host, address.text);
-
-    const struct passwd* const owner = getpwnam("qvadmin"); // there: beginChange has looked
-    std::string home = homes + "/" + address.text;
-    std::string mark = "x";
-    std::string shell = "/bin/false";
-    struct passwd account = {};
-    account.pw_name = account.pw_gecos = address.text.data();
-    account.pw_passwd = mark.data();
-    account.pw_uid = owner->pw_uid;
-    account.pw_gid = owner->pw_gid;
-    account.pw_dir = home.data();
-    account.pw_shell = shell.data();
-    struct spwd shadow = {};
-    shadow.sp_namp = address.text.data();
-    shadow.sp_pwdp = password.buffer();
-    shadow.sp_expire = -1;
-    shadow.sp_flag = 0; // an ordinary user
-    SvpopUser record = {&account, &shadow, {}};
-
-    conclude(host, host.library.Postfix_CreateMailbox(&record, address.domain, address.user, quota),
-             {PostfixResult::MailboxCreated},
-             "the mailbox " + address.text + " could not be created");
+        stop(Status::NotFit, "the directory " + homes +
+                                 " is missing, so the mailbox would get no home; is the spool "
+                                 "mounted? If it is, \"qvmailctl check --repair\" makes it");
+    return mayAddMailbox(host, hosting, address);
 }
 
-void setPassword(Host& host, const Given& given)
+Answer add(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    const Password password(address.text);
+    const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
+    if (isTyped()) {
+        beginQuery(host);
+        if (!mayAdd(host, address))
+            return {};
+    }
+    Password password(address.text);
     beginChange(host);
-    requireMailbox(host, address.text);
-    conclude(host,
-             host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"),
-             {PostfixResult::Updated}, "the password of " + address.text + " could not be changed");
+    if (!mayAdd(host, address))
+        return {};
+
+    createMailbox(host, address, password.buffer(), quota, Mailbox::User);
+    host.changes.added(Kind::Mailbox, address.text);
+    if (quota)
+        host.changes.added(Kind::Quota, address.text, textOf(quota));
+    host.changes.tellScripts("quota", jsonOf(quota));
+    return {};
 }
 
-void type(Host& host, const Given& given)
+void storeHash(Host& host, const std::string& address, const std::string& hash)
+{
+    conclude(host, host.transaction.storePasswordHashes({{address, hash}}),
+             {PostfixResult::Updated}, "the password of " + address + " could not be changed");
+}
+
+Answer setPassword(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    if (given.value != "admin" && given.value != "user")
-        refuse("the type \"" + given.value + "\" is unknown: it is admin or user");
+    if (isTyped()) {
+        beginQuery(host);
+        requireMailbox(host.read(addressAlone(address)), address.text);
+    }
+    Password password(address.text);
     beginChange(host);
-    if (host.settings.onTables)
-        refuse("the database keeps no user type; it exists with map files alone");
-    requireMailbox(host, address.text);
-    conclude(host, host.library.Postfix_UpdateMailbox(address.text, given.value, "UpdateUserType"),
+    const Hosting hosting = host.read(addressAlone(address));
+    if (requireMailbox(hosting, address.text).isEnabled())
+        conclude(
+            host, host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"),
+            {PostfixResult::Updated}, "the password of " + address.text + " could not be changed");
+    else
+        storeHash(host, address.text, DisabledMark + std::string(Encrypt(password.buffer())));
+    host.changes.changed(Kind::Mailbox, address.text);
+    return {};
+}
+
+Answer setEnabled(Host& host, const Given& given, bool enabled)
+{
+    const Address address = checkedAddress(given.name);
+    beginChange(host);
+    const Hosting hosting = host.read(addressAlone(address));
+    const Mailbox& mailbox = requireMailbox(hosting, address.text);
+    if (mailbox.isEnabled() == enabled)
+        return {};
+    storeHash(host, address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash);
+    host.changes.changed(Kind::Mailbox, address.text);
+    return {};
+}
+
+Answer enable(Host& host, const Given& given)
+{
+    return setEnabled(host, given, true);
+}
+
+Answer disable(Host& host, const Given& given)
+{
+    return setEnabled(host, given, false);
+}
+
+Answer setType(Host& host, const Given& given)
+{
+    const Address address = checkedAddress(given.name);
+    const std::string type = lowerCase(given.value);
+    if (type != "admin" && type != "user")
+        stop(Status::Refused,
+             "the type " + inQuotes(given.value) + " is unknown: it is admin or user");
+    if (host.settings.usesSql)
+        stop(Status::NotFit, "the database keeps no user type; it exists with map files alone");
+    beginChange(host);
+    const Hosting hosting = host.read(addressAlone(address));
+    const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
+    const bool isNews = requireMailbox(hosting, address.text).type != wanted;
+    conclude(host, host.library.Postfix_UpdateMailbox(address.text, type, "UpdateUserType"),
              {PostfixResult::Updated}, "the type of " + address.text + " could not be changed");
+    if (isNews)
+        host.changes.changed(Kind::Mailbox, address.text);
+    return {};
 }
 
-// What a deletion that failed half-way leaves, and a new mailbox of that address would inherit.
-bool hasSpoolFiles(const Address& address)
-{
-    const std::string mail = VSPOOLDIR "/" + address.domain + "/mail";
-    return access((mail + "/home/" + address.text).c_str(), F_OK) == 0 ||
-           access((mail + "/inbox/" + address.text).c_str(), F_OK) == 0;
-}
-
-void remove(Host& host, const Given& given)
+Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the mailbox " + address.text + " with all its mail");
     beginChange(host);
 
-    if (mailboxState(host, address.text) == Mailbox::None && !hasSpoolFiles(address))
-        notThere("there is no mailbox " + address.text);
-    if (catchAllOf(host, address.domain) == address.text)
-        refuse(address.text + " is the catch-all of its domain; set another with \"qvmailctl "
-                              "catchall set\" or take it away with \"catchall remove\" first");
+    Wanted wanted = addressAlone(address);
+    wanted.forwarders = true;
+    const Hosting hosting = host.read(wanted);
+    const bool isThere = hosting.mailbox(address.text) != nullptr;
+    if (!isThere && !hasFormerMail(address)) {
+        missing(host, "there is no mailbox " + address.text);
+        return {};
+    }
+    if (hosting.catchAllOf(address.domain) == address.text)
+        stop(Status::Refused, address.text +
+                                  " is the catch-all of its domain; set another with \"qvmailctl "
+                                  "catchall set\" or take it away with \"catchall remove\" first");
 
     conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
              {PostfixResult::MailboxDeleted},
              "the mailbox " + address.text + " could not be deleted");
-    if (!host.settings.onTables)
-        for (const std::string& forwarder : forwardersTo(address.text))
+    host.changes.removed(Kind::Mailbox, address.text);
+    if (hosting.quotas.count(address.text) > 0)
+        host.changes.removed(Kind::Quota, address.text);
+    for (const auto& [forwarder, targets] : hosting.aliases)
+        if (forwarder == address.text)
+            host.changes.removed(kindOf(hosting, forwarder), forwarder);
+        else
             tell("note: " + forwarder + " still forwards to " + address.text);
+    return {};
 }
 
-VectorString mailboxesOfHosted(Host& host, const Given& given)
+const char* typeOf(const Mailbox& mailbox)
 {
-    const std::string domain = checkedDomain(given.name);
+    return mailbox.type == Mailbox::Admin ? "admin" : "user";
+}
+
+Json entryOf(const std::string& address, const Mailbox& mailbox)
+{
+    return {{"address", address},
+            {"quota", jsonOf(mailbox.quota)},
+            {"type", mailbox.type == Mailbox::Unknown ? Json(nullptr) : Json(typeOf(mailbox))},
+            {"enabled", mailbox.isEnabled()}};
+}
+
+// Of one domain, or of all.
+Hosting readMailboxes(Host& host, const Given& given)
+{
+    const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
     beginQuery(host);
-    requireHosted(host, domain);
-    return mailboxesOf(host, domain);
+    Hosting hosting = host.read(domainAlone(domain));
+    if (!domain.empty())
+        requireHosted(hosting, domain);
+    return hosting;
 }
 
-void list(Host& host, const Given& given)
+Answer list(Host& host, const Given& given)
 {
-    for (const std::string& mailbox : mailboxesOfHosted(host, given))
-        answer(mailbox);
+    Answer answer{Json::array(), {}};
+    const Hosting hosting = readMailboxes(host, given);
+    for (const auto& [address, mailbox] : hosting.mailboxes) {
+        answer.result.push_back(entryOf(address, mailbox));
+        answer.lines.push_back(address);
+    }
+    return answer;
 }
 
-// By way of the list: the library's count says 63 for 63 mailboxes and for a failure.
-void count(Host& host, const Given& given)
+Answer count(Host& host, const Given& given)
 {
-    answer(std::to_string(mailboxesOfHosted(host, given).size()));
+    const std::size_t number = readMailboxes(host, given).mailboxes.size();
+    return {{{"count", number}}, {std::to_string(number)}};
 }
 
-void show(Host& host, const Given& given)
+// In bytes, as Dovecot counts it; nothing when it does not answer.
+std::optional<long long> usedBy(const std::string& address)
+{
+    constexpr int Seconds = 5;
+    constexpr long long Kibibyte = 1024;
+    const std::optional<std::string> quotas =
+        outputOf({"doveadm", "-f", "tab", "quota", "get", "-u", address}, Seconds);
+    for (const std::string& line : linesOf(quotas.value_or(""))) {
+        const std::size_t type = line.find("\tSTORAGE\t");
+        if (type != std::string::npos)
+            return std::atoll(line.c_str() + type + 9) * Kibibyte;
+    }
+    return std::nullopt;
+}
+
+Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    requireMailbox(host, address.text);
-    const std::string quota = quotaOf(host, address.text);
-    answer("address: " + address.text);
-    answer("quota: " + (quota == Unlimited ? "unlimited" : quota));
-    for (const std::string& destination : destinationsOf(host, address.text))
-        answer("forwards to: " + destination);
-    if (catchAllOf(host, address.domain) == address.text)
-        answer("catch-all of: " + address.domain);
+    const Hosting hosting = host.read(addressAlone(address));
+    const Mailbox& mailbox = requireMailbox(hosting, address.text);
+    const std::optional<long long> used = usedBy(address.text);
+    const bool isCatchAll = hosting.catchAllOf(address.domain) == address.text;
+
+    Json result = entryOf(address.text, mailbox);
+    result["domain"] = address.domain;
+    result["used"] = jsonOf(used);
+    result["forwards_to"] = hosting.targetsOf(address.text);
+    result["catch_all_of"] = isCatchAll ? Json(address.domain) : Json(nullptr);
+
+    std::vector<std::string> lines = {"address: " + address.text};
+    if (mailbox.type != Mailbox::Unknown)
+        lines.push_back("type: " + std::string(typeOf(mailbox)));
+    lines.push_back(mailbox.isEnabled() ? "state: enabled" : "state: disabled");
+    lines.push_back("quota: " + textOf(mailbox.quota));
+    if (used)
+        lines.push_back("used: " + std::to_string(*used));
+    for (const std::string& target : hosting.targetsOf(address.text))
+        lines.push_back("forwards to: " + target);
+    if (isCatchAll)
+        lines.push_back("catch-all of: " + address.domain);
+    return {result, lines};
 }
 
 } // namespace
@@ -142,14 +244,62 @@ Object mailboxCommands()
 {
     return {"mailbox",
             "Mailboxes",
-            {{"add", "Add a mailbox", {"ADDRESS"}, add, true},
-             {"passwd", "Change its password", {"ADDRESS"}, setPassword},
+            {{"add",
+              "Add a mailbox",
+              {"ADDRESS"},
+              Creation | QuotaOption | TakeOver,
+              "  qvmailctl mailbox add bob@example.com\n"
+              "  echo 'secret' | qvmailctl mailbox add bob@example.com --quota 500M",
+              add},
+             {"passwd",
+              "Change its password",
+              {"ADDRESS"},
+              ChangeOptions,
+              "  qvmailctl mailbox passwd bob@example.com\n"
+              "  echo 'secret' | qvmailctl mailbox passwd bob@example.com",
+              setPassword},
+             {"disable",
+              "Let nobody log in; mail still arrives",
+              {"ADDRESS"},
+              ChangeOptions,
+              "  qvmailctl mailbox disable bob@example.com",
+              disable},
+             {"enable",
+              "Let its user log in again, with the former password",
+              {"ADDRESS"},
+              ChangeOptions,
+              "  qvmailctl mailbox enable bob@example.com",
+              enable},
              {"type",
               "Make its user an administrator (admin) or not (user)",
               {"ADDRESS", "TYPE"},
-              type},
-             {"delete", "Delete a mailbox and its mail", {"ADDRESS"}, remove},
-             {"list", "List a domain's mailboxes", {"DOMAIN"}, list},
-             {"count", "Count a domain's mailboxes", {"DOMAIN"}, count},
-             {"show", "Show its quota and where its mail goes", {"ADDRESS"}, show}}};
+              ChangeOptions,
+              "  qvmailctl mailbox type bob@example.com admin",
+              setType},
+             {"delete",
+              "Delete a mailbox and its mail",
+              {"ADDRESS"},
+              Deletion,
+              "  qvmailctl mailbox delete bob@example.com --dry-run\n"
+              "  qvmailctl mailbox delete bob@example.com --yes",
+              remove},
+             {"list",
+              "List a domain's mailboxes, or all",
+              {"[DOMAIN]"},
+              Nothing,
+              "  qvmailctl mailbox list\n"
+              "  qvmailctl mailbox list example.com --json",
+              list},
+             {"count",
+              "Count a domain's mailboxes, or all",
+              {"[DOMAIN]"},
+              Nothing,
+              "  qvmailctl mailbox count example.com",
+              count},
+             {"show",
+              "Show its state, its quota and where its mail goes",
+              {"ADDRESS"},
+              Nothing,
+              "  qvmailctl mailbox show bob@example.com",
+              show}}};
 }

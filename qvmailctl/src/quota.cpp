@@ -1,48 +1,64 @@
 // quota set | delete | show
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
-#include "Maps.h"
-#include "Output.h"
 #include "Results.h"
 
 namespace
 {
 
 // No limit is no quota: a "-1" in the delivery agent's fields makes Dovecot refuse the user.
-void change(Host& host, const std::string& address, const std::string& quota)
+void write(Host& host, const std::string& address, const Quota& quota)
 {
-    const char* const task = quota == Unlimited ? "DeleteQuota" : "UpdateQuota";
-    conclude(host, host.library.Postfix_VQuota(address, quota, task),
+    conclude(host,
+             host.library.Postfix_VQuota(address, libraryText(quota),
+                                         quota ? "UpdateQuota" : "DeleteQuota"),
              {PostfixResult::Done, PostfixResult::QuotaUpdated},
              "the quota of " + address + " could not be changed");
 }
 
-void set(Host& host, const Given& given)
+Answer set(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    const std::string quota = checkedQuota(given.value);
+    const Quota quota = checkedQuota(given.value);
     beginChange(host);
-    requireMailbox(host, address.text);
-    change(host, address.text, quota);
+    const Hosting hosting = host.read(addressAlone(address));
+    const bool hadEntry = hosting.quotas.count(address.text) > 0;
+    host.changes.tellScripts("quota", jsonOf(quota));
+    const bool isNews = requireMailbox(hosting, address.text).quota != quota;
+    write(host, address.text, quota); // also an old one: Dovecot's fields may lack it
+    if (!quota && hadEntry)
+        host.changes.removed(Kind::Quota, address.text);
+    else if (isNews && hadEntry)
+        host.changes.changed(Kind::Quota, address.text, textOf(quota));
+    else if (isNews)
+        host.changes.added(Kind::Quota, address.text, textOf(quota));
+    return {};
 }
 
-void remove(Host& host, const Given& given)
+Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginChange(host);
+    const Hosting hosting = host.read(addressAlone(address));
     // A quota that outlived its mailbox may go too.
-    if (host.settings.onTables || !hasEntry(VQUOTAFILE, address.text))
-        requireMailbox(host, address.text);
-    change(host, address.text, Unlimited);
+    if (hosting.quotas.count(address.text) == 0) {
+        if (!host.options.ifThere)
+            requireMailbox(hosting, address.text);
+        return {};
+    }
+    write(host, address.text, std::nullopt);
+    host.changes.removed(Kind::Quota, address.text);
+    return {};
 }
 
-void show(Host& host, const Given& given)
+Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    requireMailbox(host, address.text);
-    const std::string quota = quotaOf(host, address.text);
-    answer(quota == Unlimited ? "unlimited" : quota);
+    const Hosting hosting = host.read(addressAlone(address));
+    const Quota quota = requireMailbox(hosting, address.text).quota;
+    return {{{"address", address.text}, {"quota", jsonOf(quota)}}, {textOf(quota)}};
 }
 
 } // namespace
@@ -51,7 +67,24 @@ Object quotaCommands()
 {
     return {"quota",
             "Mailbox quotas",
-            {{"set", "Set a quota: bytes, or with K, M or G", {"ADDRESS", "SIZE"}, set},
-             {"delete", "Take the limit away", {"ADDRESS"}, remove},
-             {"show", "Show the quota in bytes", {"ADDRESS"}, show}}};
+            {{"set",
+              "Set a quota: bytes, or with K, M, G or T, or \"unlimited\"",
+              {"ADDRESS", "SIZE"},
+              ChangeOptions,
+              "  qvmailctl quota set bob@example.com 500M\n"
+              "  qvmailctl quota set bob@example.com 1.5G\n"
+              "  qvmailctl quota set bob@example.com unlimited",
+              set},
+             {"delete",
+              "Take the limit away",
+              {"ADDRESS"},
+              ChangeOptions | IfThere,
+              "  qvmailctl quota delete bob@example.com",
+              remove},
+             {"show",
+              "Show the quota in bytes",
+              {"ADDRESS"},
+              Nothing,
+              "  qvmailctl quota show bob@example.com",
+              show}}};
 }

@@ -1,0 +1,277 @@
+#include "system/LargeFilesAndDates.h"
+
+#include "Hosting.h"
+
+#include "MapFiles.h"
+#include "Output.h"
+#include "Results.h"
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <functional>
+
+namespace
+{
+
+bool isWanted(const Wanted& wanted, std::string_view address)
+{
+    if (!wanted.address.empty())
+        return address == wanted.address;
+    return wanted.domain.empty() || domainOf(address) == wanted.domain;
+}
+
+bool leadsToWanted(const Wanted& wanted, const Addresses& targets)
+{
+    return wanted.forwarders &&
+           std::any_of(targets.begin(), targets.end(), [&](const std::string& target) {
+               return equalIgnoringCase(target, wanted.address);
+           });
+}
+
+// "unlimited" is written as -1 or 0; what is no number limits nobody either.
+Quota quotaIn(std::string_view text)
+{
+    while (!text.empty() && text.front() == ' ')
+        text.remove_prefix(1);
+    long long bytes = 0;
+    std::from_chars(text.data(), text.data() + text.size(), bytes);
+    return bytes > 0 ? Quota(bytes) : std::nullopt;
+}
+
+// ---- Map files ----
+
+std::string_view behindName(std::string_view line)
+{
+    return line.substr(std::min(line.size(), wholeName(line).size() + 1));
+}
+
+// Hands on the lines of the map that hold the text.
+using TakeLine = std::function<void(std::string_view line)>;
+void readMap(const char* map, const std::string& text, const TakeLine& take)
+{
+    LineReader reader(map, text);
+    std::string_view line;
+    while (reader.nextLine(line))
+        if (!line.empty())
+            take(line);
+    if (reader.error() != 0 && reader.error() != ENOENT)
+        stop(Status::NotWritten, std::string(map) + " cannot be read: " + strerror(reader.error()));
+}
+
+std::string_view fieldOf(std::string_view line, int number)
+{
+    for (; number > 0; --number)
+        line = contains(line, ":") ? textAfter(line, ':') : std::string_view();
+    return textBefore(line, ':');
+}
+
+void readAccounts(Hosting& hosting, const Wanted& wanted, const std::string& text)
+{
+    constexpr int HashField = 1;
+    constexpr int FlagField = 8;
+    readMap(VPASSWDFILE, text, [&](std::string_view line) {
+        if (isWanted(wanted, accountName(line)))
+            hosting.mailboxes[std::string(accountName(line))].isInShadow = false;
+    });
+    readMap(VSHADOWFILE, text, [&](std::string_view line) {
+        if (!isWanted(wanted, accountName(line)))
+            return;
+        const auto [place, isNew] = hosting.mailboxes.try_emplace(std::string(accountName(line)));
+        Mailbox& mailbox = place->second;
+        mailbox.isInPasswd = !isNew;
+        mailbox.isInShadow = true;
+        mailbox.hash = fieldOf(line, HashField);
+        mailbox.type = fieldOf(line, FlagField) == "1" ? Mailbox::Admin : Mailbox::User;
+    });
+}
+
+std::set<std::string> readDomainList(const std::string& domain)
+{
+    std::set<std::string> domains;
+    readMap(VDOMAINFILE, domain, [&](std::string_view line) {
+        if (domain.empty() || wholeName(line) == domain)
+            domains.emplace(wholeName(line));
+    });
+    return domains;
+}
+
+Hosting readMaps(const Wanted& wanted)
+{
+    Hosting hosting;
+    const std::string ofDomain = wanted.domain.empty() ? "" : "@" + wanted.domain;
+    const std::string text = wanted.address.empty() ? ofDomain : wanted.address;
+
+    hosting.domains = readDomainList(wanted.domain);
+    readAccounts(hosting, wanted, text);
+    readMap(VQUOTAFILE, text, [&](std::string_view line) {
+        const std::string name(wholeName(line));
+        if (!isWanted(wanted, name))
+            return;
+        hosting.quotas.insert(name);
+        const auto mailbox = hosting.mailboxes.find(name);
+        if (mailbox != hosting.mailboxes.end())
+            mailbox->second.quota = quotaIn(behindName(line));
+    });
+    readMap(VALIASFILE, text, [&](std::string_view line) {
+        Addresses targets = wordsOf(behindName(line));
+        if (isWanted(wanted, wholeName(line)) || leadsToWanted(wanted, targets))
+            hosting.aliases.try_emplace(std::string(wholeName(line)), std::move(targets));
+    });
+    // The inbox, below the spool, is named after the address.
+    readMap(VMAPSFILE, ofDomain, [&](std::string_view line) {
+        const std::string_view name = wholeName(line);
+        if (name.front() != '@' || (!ofDomain.empty() && name != ofDomain))
+            return;
+        const std::string_view inbox = behindName(line);
+        std::string target(inbox.substr(inbox.rfind('/') + 1));
+        if (!contains(target, "@"))
+            target.append(name);
+        hosting.catchAlls.try_emplace(std::string(name.substr(1)), std::move(target));
+    });
+    return hosting;
+}
+
+// ---- Database ----
+
+// "where ...", for a column that holds addresses.
+std::string conditionOn(const SqlConnection& database, const std::string& column,
+                        const Wanted& wanted)
+{
+    if (!wanted.address.empty())
+        return column + " = " + database.literal(wanted.address);
+    if (wanted.domain.empty())
+        return "true";
+    return "substring_index(" + column + ", '@', -1) = " + database.literal(wanted.domain);
+}
+
+std::set<std::string> readDomainTable(SqlConnection& database, const std::string& domain)
+{
+    std::set<std::string> domains;
+    const std::string condition = domain.empty() ? "" : " where name = " + database.literal(domain);
+    for (const Row& row : database.rows("select name from virtual_domains" + condition))
+        domains.insert(lowerCase(row[0]));
+    return domains;
+}
+
+Hosting readTables(SqlConnection& database, const Wanted& wanted)
+{
+    Hosting hosting;
+    hosting.domains = readDomainTable(database, wanted.domain);
+
+    for (const Row& row : database.rows("select email, password, quota from virtual_users where " +
+                                        conditionOn(database, "email", wanted))) {
+        Mailbox& mailbox = hosting.mailboxes[lowerCase(row[0])];
+        mailbox.hash = row[1];
+        mailbox.quota = quotaIn(row[2]);
+        if (mailbox.quota)
+            hosting.quotas.insert(lowerCase(row[0]));
+    }
+
+    std::string condition = conditionOn(database, "source", wanted);
+    if (!wanted.address.empty())
+        condition += " or source = " + database.literal("@" + wanted.domain);
+    if (wanted.forwarders)
+        condition += " or destination = " + database.literal(wanted.address);
+    for (const Row& row :
+         database.rows("select source, destination from virtual_aliases where " + condition)) {
+        const std::string source = lowerCase(row[0]);
+        if (source.substr(0, 1) == "@")
+            hosting.catchAlls.try_emplace(source.substr(1), lowerCase(row[1]));
+        else if (equalIgnoringCase(source, row[1]))
+            hosting.selfRows.insert(source);
+        else
+            hosting.aliases[source].push_back(row[1]);
+    }
+    return hosting;
+}
+
+// Asks the database. Ends the command, saying why, when it does not answer.
+template <class Question> auto asked(const Settings& settings, const Question& question)
+{
+    try {
+        SqlConnection database(settings.database);
+        return question(database);
+    } catch (const Refusal& refusal) {
+        stop(Status::Unreachable, refusal.reason);
+    }
+}
+
+} // namespace
+
+const Mailbox* Hosting::mailbox(const std::string& address) const
+{
+    const auto found = mailboxes.find(address);
+    return found == mailboxes.end() ? nullptr : &found->second;
+}
+
+Addresses Hosting::targetsOf(const std::string& address) const
+{
+    const auto found = aliases.find(address);
+    return found == aliases.end() ? Addresses() : found->second;
+}
+
+bool Hosting::hasEntry(const std::string& address) const
+{
+    return aliases.count(address) > 0 || selfRows.count(address) > 0;
+}
+
+bool Hosting::isList(const std::string& address) const
+{
+    return mailbox(address) == nullptr && targetsOf(address).size() > 1;
+}
+
+std::string Hosting::catchAllOf(const std::string& domain) const
+{
+    const auto found = catchAlls.find(domain);
+    return found == catchAlls.end() ? std::string() : found->second;
+}
+
+Wanted everything()
+{
+    return {};
+}
+
+Wanted domainAlone(const std::string& domain)
+{
+    return {domain};
+}
+
+Wanted addressAlone(const Address& address)
+{
+    return {address.domain, address.text};
+}
+
+Hosting readHosting(const Settings& settings, const Wanted& wanted)
+{
+    if (!settings.usesSql)
+        return readMaps(wanted);
+    return asked(settings, [&](SqlConnection& database) { return readTables(database, wanted); });
+}
+
+std::set<std::string> readDomains(const Settings& settings)
+{
+    if (!settings.usesSql)
+        return readDomainList("");
+    return asked(settings, [](SqlConnection& database) { return readDomainTable(database, ""); });
+}
+
+void reachDatabase(const Settings& settings)
+{
+    asked(settings, [](const SqlConnection&) {});
+}
+
+Addresses wordsOf(std::string_view text)
+{
+    Addresses words;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find_first_of(", \t", begin), text.size());
+        if (end > begin)
+            words.emplace_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return words;
+}

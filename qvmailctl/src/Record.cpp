@@ -1,0 +1,34 @@
+#include "Record.h"
+
+#include "Output.h"
+
+#include <cstdlib>
+
+#include <pwd.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace
+{
+
+// The person behind root, as far as sudo or the login tells.
+std::string whoAsks()
+{
+    if (const char* const name = getenv("SUDO_USER"))
+        return shown(name);
+    if (const char* const name = getlogin())
+        return shown(name);
+    const struct passwd* const account = getpwuid(getuid());
+    return account == nullptr ? std::to_string(getuid()) : account->pw_name;
+}
+
+} // namespace
+
+void record(const std::string& command, const std::string& outcome)
+{
+    const bool isAboutPassword = command.rfind("mailbox passwd", 0) == 0;
+    openlog("qvmailctl", LOG_PID, isAboutPassword ? LOG_AUTHPRIV : LOG_MAIL);
+    syslog(outcome == "done" ? LOG_INFO : LOG_NOTICE, "user=%s command=\"%s\" outcome=%s",
+           whoAsks().c_str(), shown(command).c_str(), outcome.c_str());
+    closelog();
+}

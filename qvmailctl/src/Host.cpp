@@ -85,10 +85,12 @@ void open(Host& host)
     do
         outcome = host.transaction.open(host.options.wait > 0 ? 1 : 0);
     while (outcome == PostfixTransaction::Busy && interrupted == 0 && ++waited < host.options.wait);
-    if (outcome == PostfixTransaction::Busy && interrupted == 0)
+    if (interrupted != 0)
+        stop(Status::Interrupted, "interrupted; nothing was changed");
+    if (outcome == PostfixTransaction::Busy)
         stop(Status::Busy,
              host.transaction.reason() + "; nothing was changed, try again when it has ended");
-    if (outcome != PostfixTransaction::Done && interrupted == 0)
+    if (outcome != PostfixTransaction::Done)
         stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
 }
 

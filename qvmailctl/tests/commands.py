@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """commands.py QVMAILCTL - drives the command as an administrator does, inside scripts/private-world"""
-import contextlib, fcntl, os, pty, subprocess, sys, time, unittest
+import contextlib, fcntl, json, os, pty, re, socket, subprocess, sys, time, unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -12,6 +12,11 @@ ETC, SPOOL, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/Quor
 LIST, STAGE = Path("/etc/VirtualHosts"), ETC / "transaction"
 MYSQL = (TOP / "config/Quorvel-mysql.conf").read_text()
 
+# The exit statuses, after sysexits(3).
+USAGE, REFUSED, NOT_THERE, UNREACHABLE, EXISTS = 64, 65, 67, 69, 73
+NOT_WRITTEN, BUSY, NOT_ROOT, NOT_FIT, INTERRUPTED = 74, 75, 77, 78, 130
+DELETION = re.compile(r"(domain|mailbox|alias|list) delete |catchall remove ")
+
 
 def output(*command):
     return subprocess.run(command, text=True, stdout=subprocess.PIPE, check=True).stdout
@@ -19,6 +24,15 @@ def output(*command):
 
 def maps():
     return {f: f.read_bytes() for f in (LIST, *ETC.glob("v*")) if f.exists() and f.suffix in ("", ".txt")}
+
+
+def stored_hash(address):
+    return dict(line.split(":")[:2] for line in (ETC / "vshadow").read_text().split())[address]
+
+
+def accepts(address, password):
+    stored = stored_hash(address)
+    return output("openssl", "passwd", "-1", "-salt", stored.split("$")[2], password).strip() == stored
 
 
 @contextlib.contextmanager
@@ -29,9 +43,22 @@ def transactions_locked():
     os.close(directory)
 
 
-def accepts(address, password):
-    stored = dict(line.split(":")[:2] for line in (ETC / "vshadow").read_text().split())[address]
-    return output("openssl", "passwd", "-1", "-salt", stored.split("$")[2], password).strip() == stored
+def type_in(command, *replies):
+    """Answers the questions of a command at a terminal. Gives its status and what it showed."""
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execv(QVMAILCTL, [QVMAILCTL, *command.split()])
+    seen = b""
+    with contextlib.suppress(OSError):  # the terminal is closed
+        for question, reply in replies:
+            while not seen.endswith(question):
+                seen += os.read(terminal, 1)
+            os.write(terminal, reply)
+        while True:
+            seen += os.read(terminal, 100)
+    status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+    os.close(terminal)
+    return status, seen
 
 
 class EmptyWorld(unittest.TestCase):
@@ -50,21 +77,27 @@ class EmptyWorld(unittest.TestCase):
         """Runs commands that all end with this status and say these texts; gives what they print."""
         printed = ""
         for command in commands:
-            done = subprocess.run([*prefix, QVMAILCTL, *command.split()], input=stdin, text=True, capture_output=True)
+            words = command.split() + ["--yes"] * bool(DELETION.match(command))
+            done = subprocess.run([*prefix, QVMAILCTL, *words], input=stdin, text=True, capture_output=True)
             self.assertEqual(status, done.returncode, f"{command}: {done.stdout}{done.stderr}")
             for text in says:
                 self.assertIn(text, done.stderr, command)
             printed += done.stdout
         return printed
 
-    def refused(self, commands, *says, status=2, **how):
-        """One command, or a list of them: each is refused with these texts, and every map is as it was."""
+    def refused(self, status, commands, *says, **how):
+        """One command, or a list of them: each ends with this status and these texts, and every map is as it was."""
         commands, before = [commands] if isinstance(commands, str) else commands, maps()
         self.assertEqual("", self.ctl(*commands, status=status, says=says, **how))
         self.assertEqual(before, maps(), commands)
 
     def answers(self, command, *lines):
         self.assertEqual(sorted(lines), sorted(self.ctl(command).splitlines()), command)
+
+    def result(self, command, **how):
+        document = json.loads(self.ctl(command + " --json", **how))
+        self.assertEqual({"ok", "result"}, set(document), command)
+        return document["result"]
 
 
 class ADomainsLife:
@@ -75,72 +108,179 @@ class ADomainsLife:
         self.ctl("domain add d.test list", "mailbox add bob@d.test --quota 2K")
 
     def test_mailboxes(self):
-        self.refused(["mailbox add bob@d.test", "domain add d.test bob"], "already")
-        self.refused(["mailbox add ann@e.test", "alias add a@e.test b@e.test", "catchall set e.test b"],
-                     "domain add e.test", status=4)
-        self.refused(["mailbox passwd no@d.test", "mailbox delete no@d.test"], "there is no mailbox no@d.test", status=4)
+        self.refused(EXISTS, ["mailbox add bob@d.test", "domain add d.test bob"], "already")
+        (SPOOL / "e.test").mkdir()  # hosts nothing
+        self.refused(NOT_THERE, ["mailbox add ann@e.test", "alias add a@e.test b@e.test", "catchall set e.test b"],
+                     "domain add e.test")
+        self.refused(NOT_THERE, ["mailbox passwd no@d.test", "mailbox delete no@d.test"], "there is no mailbox no@d.test")
+        self.ctl("domain add f.test x")
         self.answers("mailbox list d.test", "list@d.test", "bob@d.test")
+        self.answers("mailbox list", "list@d.test", "bob@d.test", "x@f.test")
         self.answers("mailbox count d.test", "2")
+        self.answers("domain list", "d.test", "f.test")
+
+    def test_former_mail_is_not_handed_to_a_new_user(self):
+        (SPOOL / "d.test/mail/inbox/old@d.test").write_text("From an earlier user\n")
+        self.refused(EXISTS, "mailbox add old@d.test", "--take-over")
+        self.ctl("mailbox add old@d.test --take-over")
+        self.ctl("mailbox delete old@d.test", "mailbox add old@d.test")
 
     def test_quotas(self):
-        self.refused("quota set no@d.test 5", "there is no mailbox no@d.test", status=4)
+        self.refused(NOT_THERE, "quota set no@d.test 5", "there is no mailbox no@d.test")
         self.answers("domain quota d.test", "unlimited")
-        self.ctl("quota set list@d.test 1M", "domain add other.test x")  # whose lack of a limit is no matter of d.test
+        self.answers("quota set list@d.test 1M", "added quota list@d.test 1048576")
+        self.ctl("domain add other.test x")  # whose lack of a limit is no matter of d.test
         self.answers("domain quota d.test", "1026 KiB")
         self.answers("quota show list@d.test", "1048576")
-        self.ctl("quota set list@d.test unlimited")
+        self.ctl("quota set list@d.test UNLIMITED")
         self.answers("quota show list@d.test", "unlimited")
 
     def test_forwarders(self):
         self.ctl("alias add bob@d.test Far.Away@e.test")
-        self.refused("alias add bob@d.test x@e.test", "alias set")
-        self.ctl("alias set bob@d.test x@e.test")
-        self.answers("mailbox show bob@d.test", "address: bob@d.test", "quota: 2048", "forwards to: x@e.test")
+        self.refused(EXISTS, "alias add bob@d.test x@e.test", "alias set")
+        self.ctl("alias set bob@d.test x@e.test", "alias add away@d.test x@e.test")
+        self.assertEqual(["x@e.test"], self.result("mailbox show bob@d.test")["forwards_to"])
+        self.answers("alias list x@e.test", "bob@d.test", "away@d.test")
         self.ctl("alias delete bob@d.test", "alias add info@d.test bob@d.test", "alias delete info@d.test")
-        self.refused("list delete info@d.test", "no list", status=4)  # nothing of the forwarder is left
+        self.refused(NOT_THERE, "list delete info@d.test", "no list")  # nothing of the forwarder is left
+
+    def test_what_the_mail_server_will_not_do_well(self):
+        self.ctl("alias add a@d.test nobody@d.test", says=["warning: there is no nobody@d.test"])
+        self.ctl("alias add b@d.test bob@d.test", "alias add bob@d.test c@d.test")
+        self.ctl("alias add c@d.test b@d.test", says=["a loop"])
+        many = " ".join(f"m{i}@e.test" for i in range(1001))
+        self.ctl(f"list add many@d.test {many}", says=["1001 members"])
+        Path("/etc/postfix/main.cf").write_text("mydestination = own.test\n")
+        self.ctl("domain add own.test x", says=["a name of this server itself"])
 
     def test_lists(self):
         self.ctl("alias add bob@d.test x@e.test")
-        self.refused(["list delete bob@d.test", "list add bob@d.test a@d.test"], "is a mailbox")
-        self.ctl("list add team@d.test bob@d.test Ann@e.test")
-        self.refused(["mailbox add team@d.test", "alias delete team@d.test"], "list delete")
+        self.refused(EXISTS, ["list delete bob@d.test", "list add bob@d.test a@d.test"], "is a mailbox")
+        self.ctl("list add team@d.test bob@d.test Ann@E.test", says=["is written"])
+        self.refused(EXISTS, ["mailbox add team@d.test", "alias delete team@d.test"], "list delete")
+        self.ctl("list join team@d.test BOB@d.test joe@e.test", "list leave team@d.test bob@d.test")
+        self.answers("list show team@d.test", "Ann@e.test", "joe@e.test")
+        self.refused(NOT_THERE, ["list leave team@d.test bob@d.test", "list join no@d.test bob@d.test"], "no ")
+        self.refused(REFUSED, "list leave team@d.test ann@e.test joe@e.test", "list delete")
         self.ctl("list set team@d.test a@e.test b@e.test c@e.test")
         self.answers("list show team@d.test", "a@e.test", "b@e.test", "c@e.test")
         self.answers("list list d.test", "team@d.test")
 
     def test_catch_all(self):
-        self.refused("catchall set d.test no", "there is no mailbox no@d.test", status=4)
-        self.refused("catchall show d.test", "has no catch-all", status=4)
+        self.refused(NOT_THERE, "catchall set d.test no", "there is no mailbox no@d.test")
+        self.refused(NOT_THERE, "catchall show d.test", "has no catch-all")
         self.ctl("catchall set d.test list", "catchall set d.test bob")
         self.answers("catchall show d.test", "bob@d.test")
-        self.refused("mailbox delete bob@d.test", "catchall remove")
+        self.refused(REFUSED, "mailbox delete bob@d.test", "catchall remove")
+
+    def test_a_disabled_mailbox(self):
+        hash_before = self.hash_of("bob@d.test")
+        self.answers("mailbox disable bob@d.test", "changed mailbox bob@d.test")
+        self.answers("mailbox disable bob@d.test")
+        self.assertEqual("!" + hash_before, self.hash_of("bob@d.test"))
+        self.assertFalse(self.result("mailbox show bob@d.test")["enabled"])
+        self.ctl("mailbox enable bob@d.test")
+        self.assertEqual(hash_before, self.hash_of("bob@d.test"))
+        self.ctl("mailbox disable bob@d.test", "mailbox passwd bob@d.test")  # a new password does not enable it
+        self.assertRegex(self.hash_of("bob@d.test"), r"^!\$1\$")
+        self.assertNotIn(hash_before, self.hash_of("bob@d.test"))
+
+    def test_search(self):
+        self.ctl("domain add other.test x", "alias add info@other.test Bob@D.test", "catchall set d.test bob")
+        self.answers("search BOB@", "mailbox bob@d.test", "alias info@other.test Bob@d.test", "catch-all d.test bob@d.test")
+        self.answers("search nowhere")
+        self.assertEqual([{"kind": "domain", "domain": "other.test"}, {"kind": "mailbox", "address": "x@other.test"},
+                          {"kind": "alias", "address": "info@other.test", "targets": ["Bob@d.test"]}],
+                         self.result("search other"))
 
     def test_deletion_leaves_nothing(self):
         self.ctl("domain add other.test x", "list add team@d.test bob@d.test a@e.test", "list add away@other.test bob@d.test",
-                 "catchall set d.test bob", "catchall remove d.test", "mailbox delete bob@d.test", "catchall set d.test list")
+                 "catchall set d.test bob", "catchall remove d.test")
+        self.ctl("mailbox delete bob@d.test", says=["away@other.test still forwards", "team@d.test still forwards"])
+        self.ctl("catchall set d.test list")
         self.answers("mailbox list d.test", "list@d.test")
         self.ctl("domain delete d.test", "domain delete other.test")
-        self.refused(["mailbox count d.test", "domain delete other.test"], "not hosted", status=4)
+        self.refused(NOT_THERE, ["mailbox count d.test", "domain delete other.test"], "not hosted")
         self.assertEqual([], list(SPOOL.iterdir()))
         self.assertEqual("", self.entries())
 
+    def test_what_scripts_read(self):
+        self.assertEqual({"added": {"mailboxes": ["ann@d.test"], "quotas": ["ann@d.test"]}, "removed": {}, "changed": {},
+                          "quota": 1610612736}, self.result("mailbox add ann@d.test --quota 1.5G"))
+        self.ctl("catchall set d.test ann", "list add team@d.test ann@d.test bob@d.test", "alias add a@d.test ann@d.test")
+        self.assertEqual({"address": "ann@d.test", "quota": 1610612736, "type": self.type, "enabled": True, "domain": "d.test",
+                          "used": None, "forwards_to": [], "catch_all_of": "d.test"}, self.result("mailbox show ann@d.test"))
+        self.assertEqual([{"address": name, "quota": quota, "type": kind, "enabled": True} for name, quota, kind in (
+            ("ann@d.test", 1610612736, self.type), ("bob@d.test", 2048, self.type),
+            ("list@d.test", None, self.type and "admin"))], self.result("mailbox list d.test"))
+        self.assertEqual({"domain": "d.test", "mailboxes": 3, "aliases": 1, "lists": 1, "catch_all": "ann@d.test",
+                          "quota": None}, self.result("domain show d.test"))
+        self.assertEqual({"address": "team@d.test", "members": ["ann@d.test", "bob@d.test"]},
+                         self.result("list show team@d.test"))
+        failure = json.loads(self.ctl("mailbox show no@d.test --json", status=NOT_THERE))
+        self.assertEqual({"ok": False, "error": {"name": "not-there", "status": NOT_THERE,
+                                                 "message": "there is no mailbox no@d.test"}}, failure)
+        for command in "mailbox list --colour", "nonsense", "domain add", "mailbox delete bob@d.test":
+            done = subprocess.run([QVMAILCTL, *command.split(), "--json"], text=True, capture_output=True, input="")
+            self.assertEqual((USAGE, "usage"), (done.returncode, json.loads(done.stdout)["error"]["name"]))
+
+    def test_commands_that_can_be_repeated(self):
+        nothing = {"added": {}, "removed": {}, "changed": {}}
+        self.ctl("alias add a@d.test bob@d.test", "list add team@d.test a@e.test b@e.test")
+        for command in ("domain add d.test list", "mailbox add bob@d.test", "alias add a@d.test bob@d.test",
+                        "list add team@d.test a@e.test b@e.test"):
+            self.ctl(command, status=EXISTS)
+            self.assertEqual(nothing, {key: self.result(command + " --if-missing")[key] for key in nothing}, command)
+        for command in ("domain delete no.test", "mailbox delete no@d.test", "alias delete no@d.test",
+                        "list delete no@d.test", "catchall remove d.test"):
+            self.refused(NOT_THERE, command)
+            self.assertEqual(nothing, self.result(command + " --if-there"), command)
+
+    def test_dry_runs_change_nothing(self):
+        self.ctl("alias add a@d.test bob@d.test")
+        before = self.entries(), maps(), sorted(SPOOL.rglob("*"))
+        for command, answer in (("domain add e.test x", "added domain e.test"), ("mailbox add ann@d.test", "added mailbox ann@d.test"),
+                                ("mailbox delete bob@d.test", "removed mailbox bob@d.test"), ("quota set bob@d.test 5T", "changed quota bob@d.test 5497558138880"),
+                                ("alias set a@d.test x@e.test", "changed alias a@d.test x@e.test"), ("domain delete d.test", "removed domain d.test")):
+            self.assertIn(f"dry run: {answer}\n", self.ctl(command + " --dry-run"))
+            self.assertTrue(self.result(command + " --dry-run")["dry_run"])
+            self.assertEqual(before, (self.entries(), maps(), sorted(SPOOL.rglob("*"))), command)
+        self.refused(EXISTS, "mailbox add bob@d.test --dry-run")
+
 
 class OnFiles(ADomainsLife, EmptyWorld):
+    type = "user"
+
     def entries(self):
         return output("/usr/sbin/postmap", "-s", ETC / "vmaps.txt")
+
+    def hash_of(self, address):
+        return stored_hash(address)
 
 
 class OnTables(ADomainsLife, EmptyWorld):
     settings = MYSQL
+    type = None
 
     def entries(self):
         return output("mariadb", "qvmail", "-Ne", "select name from virtual_domains union "
                       "select email from virtual_users union select source from virtual_aliases")
 
-    def test_what_needs_maps_or_the_right_password(self):
-        self.refused("alias list x@e.test", "map files alone")
-        CONF.write_text(MYSQL.replace("secret", "wrong"))
-        self.refused("mailbox list d.test", "MailSql", status=1)
+    def hash_of(self, address):
+        return output("mariadb", "qvmail", "-Ne", f"select password from virtual_users where email = '{address}'").strip()
+
+    def test_why_the_database_cannot_be_reached(self):
+        silent = socket.create_server(("127.0.0.1", 3399))
+        self.addCleanup(silent.close)
+        for old, new, says in (('"secret"', '"wrong"', "password"), ('"qvmail"\nMailSqlPassword', '"who"\nMailSqlPassword', "who"),
+                               ('Database "qvmail"', 'Database "gone"', "gone"), ("3306", "3398", "3398"),
+                               ("3306", "3399", "does not answer"), ("127.0.0.1", "no-such-host.invalid", "no-such-host.invalid")):
+            CONF.write_text(MYSQL.replace(old, new))
+            for command in ["mailbox list d.test", "mailbox add x@d.test"][:1 if new == "3399" else 2]:
+                done = subprocess.run([QVMAILCTL, *command.split()], text=True, capture_output=True, input="x\n")
+                self.assertEqual((UNREACHABLE, ""), (done.returncode, done.stdout), new + done.stderr)
+                self.assertIn(says, done.stderr)
+                self.assertNotIn("secret", done.stderr)
 
 
 class Commands(EmptyWorld):
@@ -149,9 +289,9 @@ class Commands(EmptyWorld):
         self.ctl("mailbox add jim.bob@b.test --quota 1K", "mailbox add bob@b.test --quota 2K")
         self.ctl("alias add jim.info@b.test q@z.test", "alias add info@b.test p@z.test", "alias set info@b.test r@z.test")
         self.ctl("list add x@ab.test bob@b.test", "alias delete info@b.test", "mailbox type bob@b.test admin")
-        self.ctl("quota set bob@b.test 3K", "quota delete bob@b.test", "mailbox delete bob@b.test")
+        self.ctl("mailbox disable bob@b.test", "quota set bob@b.test 3K", "quota delete bob@b.test", "mailbox delete bob@b.test")
         self.answers("mailbox list b.test", "boss@b.test", "jim.bob@b.test")
-        self.answers("quota show jim.bob@b.test", "1024")
+        self.answers("mailbox show jim.bob@b.test", "address: jim.bob@b.test", "type: user", "state: enabled", "quota: 1024")
         self.answers("alias list q@z.test", "jim.info@b.test")
         self.answers("alias list r@z.test")
         self.ctl("domain delete b.test")
@@ -165,21 +305,20 @@ class Commands(EmptyWorld):
         work_files = [ETC / f"{name}.txt" for name in names] + [Path(f"{LIST}-temp.txt")]
         for file in work_files + [ETC / f"vpasswd.{ending}" for ending in ("addtmp", "edittmp", "deltmp")]:
             file.write_text("left\n")
-            self.refused("alias add a@d.test b@d.test", f"{file} ", "then remove it")
+            self.refused(NOT_FIT, "alias add a@d.test b@d.test", f"{file} ", "check --repair")
             file.unlink()
         for file in (LIST, ETC / "vpasswd", ETC / "vshadow", ETC / "vmaps.txt"):
             file.write_text(file.read_text().rstrip())
         self.ctl("domain add e.test boss")
         self.assertEqual("d.test\ne.test\n", LIST.read_text())
         (ETC / "valias.txt").rename(ETC / "gone")
-        self.refused(["alias add a@d.test b@d.test", "domain delete d.test"],
-                     "valias.txt is missing", "create-empty-maps", status=1)
+        self.refused(NOT_FIT, ["alias add a@d.test b@d.test", "domain delete d.test"], "valias.txt is missing", "init")
         (ETC / "gone").rename(ETC / "valias.txt")
         (ETC / "vshadow").write_text("")
-        self.refused("mailbox passwd boss@d.test", "only one of", "mailbox delete boss@d.test")
+        self.refused(NOT_FIT, "mailbox passwd boss@d.test", "only one of", "mailbox delete boss@d.test")
         output("rm", "-r", SPOOL)
-        self.refused("mailbox add bob@d.test", "is the spool mounted?")
-        self.refused("domain add f.test boss", "there is no directory above it", "nothing was changed", status=1)
+        self.refused(NOT_FIT, "mailbox add bob@d.test", "is the spool mounted?")
+        self.refused(NOT_WRITTEN, "domain add f.test boss", "there is no directory above it", "nothing was changed")
 
     def test_a_signal_leaves_the_old_state(self):
         self.ctl("domain add d.test boss")
@@ -194,34 +333,59 @@ class Commands(EmptyWorld):
             time.sleep(0.5)
             waiting.terminate()
             self.assertIn(b"nothing was changed", waiting.communicate(timeout=10)[1])
-            self.assertNotEqual(0, waiting.returncode)
+            self.assertEqual(INTERRUPTED, waiting.returncode)
         self.assertEqual(before, maps())
 
     def test_passwords(self):
         self.ctl("domain add d.test boss", stdin="first word\nnot this\n")
         self.assertTrue(accepts("boss@d.test", "first word"))
         for bad, why in ("\n", "empty"), ("a\tb\n", "control"), ("x" * 256 + "\n", "too long"):
-            self.refused("mailbox passwd boss@d.test", why, stdin=bad)
-        for again, status in ("other", 2), ("typed", 0):
-            child, terminal = pty.fork()
-            if child == 0:
-                os.execv(QVMAILCTL, [QVMAILCTL, "mailbox", "passwd", "boss@d.test"])
-            seen = b""
-            for question, reply in (b"boss@d.test: ", "typed"), (b"once more: ", again):
-                while not seen.endswith(question):
-                    seen += os.read(terminal, 100)
-                os.write(terminal, reply.encode() + b"\n")
-            self.assertEqual(status, os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+            self.refused(REFUSED, "mailbox passwd boss@d.test", why, stdin=bad)
+        for again, status in (b"other\n", REFUSED), (b"\x03", INTERRUPTED), (b"typed\n", 0):
+            ended, seen = type_in("mailbox passwd boss@d.test", (b"boss@d.test: ", b"typed\n"), (b"once more: ", again))
+            self.assertEqual(status, ended)
             self.assertNotIn(b"typed", seen)
             self.assertEqual(status == 0, accepts("boss@d.test", "typed"))
 
-    def test_refused_names_and_values(self):
-        self.ctl("domain add d.test boss", "quota set boss@d.test 5G")  # the first quota of all
-        for name in "Bob@d.test .b@d.test b..c@d.test a;b@d.test a'@d.test b@d b@-d.test $(id)@d.test a,b@d.test |sh@d.test".split():
-            self.refused([f"mailbox add {name}", f"alias delete {name}", f"catchall set d.test {name}"], name)
-        for size in "0", "-1", "5T", "1048577G", "99999999999999999999", "1.5G":
-            self.refused(f"quota set boss@d.test {size}", f'"{size}"')
-        self.refused("alias add a@d.test a@d.test", "to itself")
+    def test_questions(self):
+        self.ctl("domain add d.test boss")
+        for command in "mailbox add boss@d.test", "mailbox passwd no@d.test", "domain add d.test boss":
+            self.assertNotIn(b"Password", type_in(command)[1])  # what is refused is refused at once
+        ended = subprocess.run([QVMAILCTL, "mailbox", "delete", "boss@d.test"], input="y\n", text=True, capture_output=True)
+        self.assertEqual(USAGE, ended.returncode)
+        self.assertIn("--yes", ended.stderr)
+        question = b"with all its mail? [y/N] "
+        self.assertEqual(INTERRUPTED, type_in("mailbox delete boss@d.test", (question, b"n\n"))[0])
+        self.assertEqual(0, type_in("mailbox delete boss@d.test", (question, b"y\n"))[0])
+
+    def test_names_and_values(self):
+        self.ctl("domain add D.test boss", "quota set Boss@D.TEST 5g", says=["is written"])  # the first quota of all
+        for name in ".b@d.test b..c@d.test a;b@d.test a'@d.test b@d b@-d.test $(id)@d.test a,b@d.test |sh@d.test".split():
+            self.refused(REFUSED, [f"mailbox add {name}", f"alias add {name} x@d.test", f"catchall set d.test {name}"], name)
+        for size, answer in {"2000": 2000, "500M": 500 << 20, "1.5G": 3 << 29, "5gb": 5 << 30, "1T": 1 << 40, "0.001k": 1}.items():
+            self.answers(f"quota set boss@d.test {size}", f"changed quota boss@d.test {answer}")
+        for size in "0", "0.0G", "-1", "1025T", "99999999999999999999", "1.2.3G", "5X", "G", ".5G", "1e3":
+            self.refused(REFUSED, f"quota set boss@d.test {size}", f'"{size}"')
+        empty = subprocess.run([QVMAILCTL, "quota", "set", "boss@d.test", ""], text=True, capture_output=True)
+        self.assertEqual(REFUSED, empty.returncode, empty.stderr)
+        self.refused(REFUSED, "alias add a@d.test a@d.test", "to itself")
+        evil = subprocess.run([QVMAILCTL, "mailbox", "show", "\x1b]0;x\x07" + "y" * 300], text=True, capture_output=True)
+        self.assertIn("\\x1b]0;x\\x07", evil.stderr)
+        self.assertNotIn("\x1b", evil.stderr)
+        self.assertLess(len(evil.stderr), 300)
+
+    def test_help(self):
+        for word, nearest in (("mialbox", "mailbox"), ("mailbox remove", "mailbox delete"), ("list lst", "list list")):
+            self.refused(USAGE, word, f'the nearest is "{nearest}"')
+        deletion, query = self.ctl("mailbox delete --help"), self.ctl("mailbox show --help")
+        self.assertIn("qvmailctl mailbox delete bob@example.com", deletion)
+        self.assertIn("--if-there", deletion)
+        for option in "--quota", "--dry-run", "--yes", "--wait":
+            self.assertNotIn(option, query)
+        for command in re.findall(r"^  (?:echo 'secret' \| )?qvmailctl (.*?)(?:  .*)?$", self.ctl("--help"), re.M):
+            if not command.startswith("init"):
+                self.ctl(command)  # the first steps can be taken as they stand
+        self.answers("mailbox list", "bob@example.com", "postmaster@example.com")
 
     def test_one_command_at_a_time(self):
         self.ctl("domain add d.test boss")
@@ -229,21 +393,42 @@ class Commands(EmptyWorld):
             list(racers.map(lambda i: self.ctl(f"mailbox add u{i}@d.test --quota 1K"), range(8)))
         self.assertEqual([9, 8], [(ETC / name).read_text().count("\n") for name in ("vmaps.txt", "vquota.txt")])
         with transactions_locked():
-            self.refused("mailbox add bob@d.test --wait 0", f"process {os.getpid()}", status=3)
+            self.refused(BUSY, "mailbox add bob@d.test --wait 0", f"process {os.getpid()}")
             self.answers("mailbox count d.test", "9")  # a query does not wait
 
     def test_settings_rights_and_tools(self):
-        for text, says in (("MailBackend mysql\n", "MailBackend"), ('MailBackend="mysql"\n', "MailBackend"),
-                           ('MailBackend "ldap"\n', "ldap"), ("#" * 119 + "\n" + MYSQL, "118"), ("#" * 1000 + "\n" + MYSQL, "999"),
-                           (MYSQL.replace("MailSqlUser", "User"), "MailSqlUser"), (MYSQL.replace("3306", "x"), "MailSqlPort")):
+        for text, says in (("\nMailBackend mysql\n", "line 2"), ('MailBackend="mysql"\n', "line 1"), ('DovecotLDA "Yes"\n', '"Yes"'),
+                           ('MailBackend "ldap"\n', "ldap"), ("#" * 119 + "\n" + MYSQL, "line 1 "), ("#" * 1000 + "\n" + MYSQL, "line 1 "),
+                           ('MailBackend "files"\nMailBackend "mysql"\n', "twice"), (MYSQL.replace("MailSqlUser", "User"), "MailSqlUser"),
+                           (MYSQL.replace("3306", "x"), "MailSqlPort")):
             CONF.write_text(text)
-            self.refused("domain add d.test boss", says, "/etc/Quorvel.conf")
+            self.refused(NOT_FIT, ["domain add d.test boss", "domain list"], says, "/etc/Quorvel.conf")
         CONF.write_text("")
         nobody = ("setpriv", "--reuid=65534", "--inh-caps=+dac_read_search", "--ambient-caps=+dac_read_search")
-        self.refused("domain add d.test boss", "root", prefix=nobody)
+        self.refused(NOT_ROOT, "domain add d.test boss", "root", prefix=nobody)
         output("mount", "--bind", "/dev/null", "/usr/sbin/postmap")
         self.addCleanup(output, "umount", "/usr/sbin/postmap")
-        self.refused("domain add d.test boss", "postmap")
+        self.refused(NOT_FIT, "domain add d.test boss", "postmap")
+
+    def test_the_record_of_changes(self):
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        log.bind("/dev/log")
+        log.settimeout(10)
+        self.addCleanup(os.unlink, "/dev/log")
+        self.addCleanup(log.close)
+        os.environ["SUDO_USER"] = "ann"
+        self.addCleanup(os.environ.pop, "SUDO_USER")
+        mail, authpriv = 2, 10
+        for command, status, facility, outcome in (
+                ("domain add d.test boss --quota 5M", 0, mail, "done"), ("mailbox passwd boss@d.test", 0, authpriv, "done"),
+                ("mailbox delete no@d.test", NOT_THERE, mail, "not-there")):
+            self.ctl(command, status=status)
+            line = log.recv(1000).decode()
+            self.assertEqual(facility, int(re.match(r"<(\d+)>", line)[1]) // 8)
+            self.assertTrue(line.endswith(f'user=ann command="{command.replace(" --quota 5M", "")}" outcome={outcome}'), line)
+        self.ctl("mailbox list", "mailbox add x@d.test --dry-run")
+        log.setblocking(False)
+        self.assertRaises(BlockingIOError, log.recv, 1000)
 
 
 output(TOP / "scripts/start-mariadb")

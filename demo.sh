@@ -165,11 +165,11 @@ must "qvmailctl catchall set example.test alice"
 looked_up "$([ "$backend" = files ] && echo mailboxes || echo aliases)" @example.test
 send anybody@example.test "To whom it may concern"
 arrived alice "To whom it may concern"
-must "qvmailctl catchall remove example.test"
+must "qvmailctl catchall remove example.test --yes"
 refused anybody@example.test
 
 step "A mailbox is deleted"
-must "qvmailctl alias delete sales@example.test"
+must "qvmailctl alias delete sales@example.test --yes"
 must "qvmailctl list set team@example.test alice@example.test"
 must "qvmailctl mailbox delete bob@example.test --yes"
 refused bob@example.test

@@ -3,7 +3,7 @@
 
 Each test has a domain of its own. Servers see a change after a moment: what is expected is asked for until it holds."""
 
-import contextlib, functools, imaplib, os, pwd, re, smtplib, subprocess, sys, time, unittest
+import contextlib, functools, imaplib, json, os, pwd, re, smtplib, subprocess, sys, time, unittest
 
 from private_world import TOP
 
@@ -15,6 +15,7 @@ WRONG_PASSWORD = str(b"[AUTHENTICATIONFAILED] Authentication failed.")
 def run(*command, stdin=""):
     done = subprocess.run(command, input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert done.returncode == 0, f"{' '.join(command)}: status {done.returncode}\n{done.stdout}"
+    return done.stdout
 
 
 def password_of(address):
@@ -119,6 +120,20 @@ class MailServers(unittest.TestCase):
         self.inbox_holds(["for alice"], "alice@read.test", "changed")
         self.inbox_holds(["for bob"], "bob@read.test")
 
+    def test_a_disabled_mailbox_takes_mail_and_lets_nobody_in(self):
+        self.create("alice@off.test", "bob@off.test")
+        self.inbox_holds([], "bob@off.test")
+        qvmailctl("mailbox disable bob@off.test")
+        self.login_is_refused("bob@off.test")
+        self.login_is_refused("bob@off.test", "!" + password_of("bob@off.test"))
+        send("bob@off.test", "while disabled")
+        qvmailctl("mailbox enable bob@off.test")
+        self.inbox_holds(["while disabled"], "bob@off.test")
+        qvmailctl("quota set bob@off.test 1M")
+        self.quota_is(1024, "bob@off.test")
+        shown = json.loads(run(QVMAILCTL, "mailbox", "show", "bob@off.test", "--json"))["result"]
+        self.assertGreater(shown["used"], 0)  # as Dovecot tells
+
     def test_quota_is_reported_and_enforced_and_keeps_the_inbox_in_its_place(self):
         self.create("alice@quota.test", "bob@quota.test")
         send("bob@quota.test", "before the first quota")
@@ -156,7 +171,7 @@ class MailServers(unittest.TestCase):
         self.inbox_holds(["for bob", "for sales", "for team"], "bob@all.test")
         self.inbox_holds(["for carl", "for anybody"], "carl@all.test")
 
-        qvmailctl("alias delete sales@all.test")
+        qvmailctl("alias delete sales@all.test --yes")
         if BACKEND == "mysql":  # the library's deletion of a forwarder leaves a self row; a mailbox may lose its own
             run("mariadb", "qvmail", "-e", "delete from virtual_aliases where source = 'bob@all.test';"
                 "insert into virtual_aliases values ('sales@all.test', 'sales@all.test')")
@@ -164,7 +179,7 @@ class MailServers(unittest.TestCase):
         send("bob@all.test", "again for bob")
         self.inbox_holds(["for bob", "for sales", "for team", "again for bob"], "bob@all.test")
         self.inbox_holds(["for carl", "for anybody", "again for sales"], "carl@all.test")
-        qvmailctl("catchall remove all.test")
+        qvmailctl("catchall remove all.test --yes")
         self.answers(550, "anybody@all.test")
         self.answers(550, "sales@all.test")
         self.answers(250, "bob@all.test")
@@ -196,14 +211,15 @@ class MailServers(unittest.TestCase):
         qvmailctl("alias add sales@gone.test alice@gone.test")
         send("bob@gone.test", "for bob")
         self.inbox_holds(["for bob"], "bob@gone.test")
-        qvmailctl("mailbox delete bob@gone.test")
+        qvmailctl("mailbox delete bob@gone.test --yes")
         self.answers(550, "bob@gone.test")
         self.login_is_refused("bob@gone.test")
 
+        qvmailctl("mailbox delete bob@gone.test --yes --if-there")  # a login of the last second makes a home again
         qvmailctl("mailbox add bob@gone.test", "second-bob")
         self.inbox_holds([], "bob@gone.test", "second-bob")
         qvmailctl("catchall set gone.test alice")
-        qvmailctl("domain delete gone.test")
+        qvmailctl("domain delete gone.test --yes")
         if BACKEND == "files":  # or mail for the domain's next server would be redirected here
             self.assertEqual(1, subprocess.call(["postmap", "-q", "@gone.test", "/etc/vmail/vmaps.txt"]))
         self.eventually(True, lambda: answer_to_recipient("alice@gone.test") in (550, 554))

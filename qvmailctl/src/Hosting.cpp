@@ -261,7 +261,9 @@ std::set<std::string> readDomains(const Settings& settings)
 
 void reachDatabase(const Settings& settings)
 {
-    asked(settings, [](const SqlConnection&) {});
+    asked(settings, [](SqlConnection& database) {
+        return database.rows("select name from virtual_domains limit 1");
+    });
 }
 
 Addresses wordsOf(std::string_view text)

@@ -96,7 +96,7 @@ void QuietLibrary::showComplaints(bool all) const
     }
 }
 
-void give(const Answer& answer, bool asJson)
+bool give(const Answer& answer, bool asJson)
 {
     std::string text;
     if (asJson)
@@ -104,8 +104,7 @@ void give(const Answer& answer, bool asJson)
     else
         for (const std::string& line : answer.lines)
             text += printable(line) + "\n";
-    if (!writeAll(answers, text))
-        stop(Status::NotWritten, "the answer could not be written to standard output");
+    return writeAll(answers, text);
 }
 
 void giveFailure(const Stop& stop, bool asJson)

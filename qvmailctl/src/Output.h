@@ -36,8 +36,9 @@ private:
     int m_complaints = -1;
 };
 
-// With asJson, one document on standard output, whatever happens: {"ok":true,"result":...}.
-void give(const Answer& answer, bool asJson);
+// With asJson, one document on standard output, whatever happens: {"ok":true,"result":...}. False
+// when it cannot be written.
+bool give(const Answer& answer, bool asJson);
 
 // The sentence on standard error; with asJson also {"ok":false,"error":...} on standard output.
 void giveFailure(const Stop& stop, bool asJson);

@@ -40,7 +40,7 @@ Answer run(const Choice& choice)
     Host host(choice.options);
     const bool isChange = (choice.action->takes & ChangeOptions) != 0 && !choice.options.dryRun;
     try {
-        Answer answer = carryOut(choice, host);
+        const Answer answer = carryOut(choice, host);
         if (isChange)
             record(choice.words, "done");
         return answer;
@@ -61,8 +61,13 @@ int main(int argc, char** argv)
             domainCommands(), mailboxCommands(),  quotaCommands(), aliasCommands(),
             listCommands(),   catchAllCommands(), searchCommand()};
         readCommandLine(argc, argv, objects, choice);
-        give(run(choice), choice.options.json);
-        return 0;
+        const Answer answer = run(choice);
+        if (give(answer, choice.options.json))
+            return 0;
+        // A change is made all the same.
+        const bool isChange = choice.action != nullptr && (choice.action->takes & ChangeOptions) != 0;
+        tell("the answer could not be written to standard output");
+        return isChange ? 0 : static_cast<int>(Status::NotWritten);
     } catch (const Stop& stopped) {
         giveFailure(stopped, choice.options.json);
         return static_cast<int>(stopped.status);

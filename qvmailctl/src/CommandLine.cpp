@@ -38,6 +38,20 @@ void addCommonOptions(CLI::App& app, Options& options)
                  "Show the library's progress lines on standard error (password hashes too)");
 }
 
+void addChangeOptions(CLI::App& app, Options& options)
+{
+    app.add_flag("--dry-run", options.dryRun, "Check and answer, but change nothing");
+    app.add_option("--wait", options.wait,
+                   "How long to wait for another change to end (default: 5)")
+        ->option_text("SECONDS")
+        ->check(CLI::NonNegativeNumber);
+}
+
+void addYes(CLI::App& app, Options& options)
+{
+    app.add_flag("--yes", options.yes, "Do not ask before deleting");
+}
+
 void addOptions(CLI::App& command, unsigned takes, Choice& choice)
 {
     Options& options = choice.options;
@@ -54,21 +68,15 @@ void addOptions(CLI::App& command, unsigned takes, Choice& choice)
     if ((takes & IfThere) != 0)
         command.add_flag("--if-there", options.ifThere, "Do nothing if it is not there");
     if ((takes & Yes) != 0)
-        command.add_flag("--yes", options.yes, "Do not ask before deleting");
+        addYes(command, options);
     if ((takes & Repair) != 0)
         command.add_flag("--repair", choice.given.repair,
                          "Mend what can be mended without losing anything");
     if ((takes & Servers) != 0)
         command.add_flag("--servers", choice.given.servers,
                          "Set up Postfix and Dovecot too; their former settings are kept beside");
-    if ((takes & ChangeOptions) != 0) {
-        command.add_flag("--dry-run", options.dryRun, "Check and answer, but change nothing");
-        command
-            .add_option("--wait", options.wait,
-                        "How long to wait for another change to end (default: 5)")
-            ->option_text("SECONDS")
-            ->check(CLI::NonNegativeNumber);
-    }
+    if ((takes & ChangeOptions) != 0)
+        addChangeOptions(command, options);
     addCommonOptions(command, options);
 }
 
@@ -204,6 +212,8 @@ void readCommandLine(int argc, char** argv, const std::vector<Object>& objects, 
     CLI::App app("Administers the virtual mail hosting of a Postfix server.", "qvmailctl");
     app.set_version_flag("--version", "qvmailctl " QVMAILCTL_VERSION);
     addCommonOptions(app, choice.options);
+    addChangeOptions(app, choice.options); // scripts also put them before the object
+    addYes(app, choice.options);
     app.footer(FirstSteps);
     app.require_subcommand(1);
     for (const Object& object : objects)

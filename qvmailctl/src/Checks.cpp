@@ -118,10 +118,11 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
              "(1000) and then puts its mail off");
 
     // A forwarder's way is read step by step, a list's from one reading of everything.
+    constexpr unsigned Parts = Domains | Accounts | Aliases | CatchAlls;
     const bool isForwarder = targets.size() == 1;
     Hosting hosting;
     if (!isForwarder)
-        hosting = host.read(everything());
+        hosting = host.read(everything(), Parts);
     std::set<std::string> seen;
     for (Addresses open = targets; !open.empty();) {
         const std::string target = lowerCase(open.back());
@@ -136,7 +137,7 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
             continue;
         const std::string domain(domainOf(target));
         if (isForwarder)
-            hosting = host.read({domain, target});
+            hosting = host.read({domain, target}, Parts);
         const bool isDirect = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
             return equalIgnoringCase(text, target);
         });

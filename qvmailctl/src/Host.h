@@ -31,7 +31,10 @@ struct Host {
     PostfixTransaction transaction; // of every change
     Changes changes;
 
-    Hosting read(const Wanted& wanted) const { return readHosting(settings, wanted); }
+    Hosting read(const Wanted& wanted, unsigned parts = AllParts) const
+    {
+        return readHosting(settings, wanted, parts);
+    }
 };
 
 // Completes a change that was interrupted. Every query calls this before it reads. It never waits

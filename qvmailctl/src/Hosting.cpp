@@ -99,14 +99,8 @@ std::set<std::string> readDomainList(const std::string& domain)
     return domains;
 }
 
-Hosting readMaps(const Wanted& wanted)
+void readQuotas(Hosting& hosting, const Wanted& wanted, const std::string& text)
 {
-    Hosting hosting;
-    const std::string ofDomain = wanted.domain.empty() ? "" : "@" + wanted.domain;
-    const std::string text = wanted.address.empty() ? ofDomain : wanted.address;
-
-    hosting.domains = readDomainList(wanted.domain);
-    readAccounts(hosting, wanted, text);
     readMap(VQUOTAFILE, text, [&](std::string_view line) {
         const std::string name(wholeName(line));
         if (!isWanted(wanted, name))
@@ -116,15 +110,23 @@ Hosting readMaps(const Wanted& wanted)
         if (mailbox != hosting.mailboxes.end())
             mailbox->second.quota = quotaIn(behindName(line));
     });
+}
+
+void readAliases(Hosting& hosting, const Wanted& wanted, const std::string& text)
+{
     readMap(VALIASFILE, text, [&](std::string_view line) {
         Addresses targets = wordsOf(behindName(line));
         if (isWanted(wanted, wholeName(line)) || leadsToWanted(wanted, targets))
             hosting.aliases.try_emplace(std::string(wholeName(line)), std::move(targets));
     });
-    // The inbox, below the spool, is named after the address.
-    readMap(VMAPSFILE, ofDomain, [&](std::string_view line) {
+}
+
+// The inbox, below the spool, is named after the address.
+void readCatchAlls(Hosting& hosting, const std::string& key)
+{
+    readMap(VMAPSFILE, key, [&](std::string_view line) {
         const std::string_view name = wholeName(line);
-        if (name.front() != '@' || (!ofDomain.empty() && name != ofDomain))
+        if (name.substr(0, 1) != "@" || (!key.empty() && name != key))
             return;
         const std::string_view inbox = behindName(line);
         std::string target(inbox.substr(inbox.rfind('/') + 1));
@@ -132,6 +134,24 @@ Hosting readMaps(const Wanted& wanted)
             target.append(name);
         hosting.catchAlls.try_emplace(std::string(name.substr(1)), std::move(target));
     });
+}
+
+Hosting readMaps(const Wanted& wanted, unsigned parts)
+{
+    Hosting hosting;
+    const std::string ofDomain = wanted.domain.empty() ? "" : "@" + wanted.domain;
+    const std::string text = wanted.address.empty() ? ofDomain : wanted.address;
+
+    if ((parts & Domains) != 0)
+        hosting.domains = readDomainList(wanted.domain);
+    if ((parts & Accounts) != 0)
+        readAccounts(hosting, wanted, text);
+    if ((parts & Quotas) != 0)
+        readQuotas(hosting, wanted, text);
+    if ((parts & Aliases) != 0)
+        readAliases(hosting, wanted, text);
+    if ((parts & CatchAlls) != 0)
+        readCatchAlls(hosting, ofDomain);
     return hosting;
 }
 
@@ -157,11 +177,8 @@ std::set<std::string> readDomainTable(SqlConnection& database, const std::string
     return domains;
 }
 
-Hosting readTables(SqlConnection& database, const Wanted& wanted)
+void readUsers(Hosting& hosting, SqlConnection& database, const Wanted& wanted)
 {
-    Hosting hosting;
-    hosting.domains = readDomainTable(database, wanted.domain);
-
     for (const Row& row : database.rows("select email, password, quota from virtual_users where " +
                                         conditionOn(database, "email", wanted))) {
         Mailbox& mailbox = hosting.mailboxes[lowerCase(row[0])];
@@ -170,7 +187,10 @@ Hosting readTables(SqlConnection& database, const Wanted& wanted)
         if (mailbox.quota)
             hosting.quotas.insert(lowerCase(row[0]));
     }
+}
 
+void readAliasTable(Hosting& hosting, SqlConnection& database, const Wanted& wanted)
+{
     std::string condition = conditionOn(database, "source", wanted);
     if (!wanted.address.empty())
         condition += " or source = " + database.literal("@" + wanted.domain);
@@ -186,6 +206,17 @@ Hosting readTables(SqlConnection& database, const Wanted& wanted)
         else
             hosting.aliases[source].push_back(row[1]);
     }
+}
+
+Hosting readTables(SqlConnection& database, const Wanted& wanted, unsigned parts)
+{
+    Hosting hosting;
+    if ((parts & Domains) != 0)
+        hosting.domains = readDomainTable(database, wanted.domain);
+    if ((parts & (Accounts | Quotas)) != 0)
+        readUsers(hosting, database, wanted);
+    if ((parts & (Aliases | CatchAlls)) != 0)
+        readAliasTable(hosting, database, wanted);
     return hosting;
 }
 
@@ -245,18 +276,12 @@ Wanted addressAlone(const Address& address)
     return {address.domain, address.text};
 }
 
-Hosting readHosting(const Settings& settings, const Wanted& wanted)
+Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts)
 {
     if (!settings.usesSql)
-        return readMaps(wanted);
-    return asked(settings, [&](SqlConnection& database) { return readTables(database, wanted); });
-}
-
-std::set<std::string> readDomains(const Settings& settings)
-{
-    if (!settings.usesSql)
-        return readDomainList("");
-    return asked(settings, [](SqlConnection& database) { return readDomainTable(database, ""); });
+        return readMaps(wanted, parts);
+    return asked(settings,
+                 [&](SqlConnection& database) { return readTables(database, wanted, parts); });
 }
 
 void reachDatabase(const Settings& settings)

@@ -53,7 +53,17 @@ struct Hosting {
     std::string catchAllOf(const std::string& domain) const; // empty: none
 };
 
-// What is wanted of it: everything, a domain, or an address and its domain's name and catch-all.
+// Which maps or columns are to be read: each costs a pass over a file.
+enum Parts : unsigned {
+    Domains = 1,
+    Accounts = 2,
+    Quotas = 4,
+    Aliases = 8,
+    CatchAlls = 16,
+    AllParts = 31
+};
+
+// Of whom: of everybody, of a domain, or of an address and its domain's name and catch-all.
 struct Wanted {
     std::string domain = {};
     std::string address = {};
@@ -64,10 +74,7 @@ Wanted domainAlone(const std::string& domain);
 Wanted addressAlone(const Address& address);
 
 // Ends the command when something cannot be read. A map that is missing is an empty one.
-Hosting readHosting(const Settings& settings, const Wanted& wanted);
-
-// The names of all hosted domains alone.
-std::set<std::string> readDomains(const Settings& settings);
+Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
 
 // Ends the command, saying why, when the database cannot be used.
 void reachDatabase(const Settings& settings);

@@ -26,7 +26,7 @@ Answer write(Host& host, const Given& given, bool mayReplace)
         stop(Status::Refused, address.text + " cannot forward to itself");
     beginChange(host);
 
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
     requireHosted(hosting, address.domain);
     refuseList(hosting, address.text);
     const Addresses former = hosting.targetsOf(address.text);
@@ -66,7 +66,7 @@ Answer remove(Host& host, const Given& given)
     confirm(host, "the forwarder " + address.text);
     beginChange(host);
 
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
     refuseList(hosting, address.text);
     const bool hasMailbox = hosting.mailbox(address.text) != nullptr;
     const bool forwards = !hosting.targetsOf(address.text).empty();
@@ -92,7 +92,7 @@ Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    const Addresses targets = host.read(addressAlone(address)).targetsOf(address.text);
+    const Addresses targets = host.read(addressAlone(address), Aliases).targetsOf(address.text);
     if (targets.empty())
         stop(Status::NotThere, address.text + " does not forward");
     return {{{"address", address.text}, {"targets", targets}}, targets};
@@ -103,7 +103,7 @@ Answer list(Host& host, const Given& given)
     const std::string target = checkedTarget(given.name);
     beginQuery(host);
     Wanted wanted = {lowerCase(std::string(domainOf(target))), target, true};
-    const Hosting hosting = host.read(wanted);
+    const Hosting hosting = host.read(wanted, Aliases);
     Answer answer{Json::array(), {}};
     for (const auto& [address, targets] : hosting.aliases) {
         const bool leadsThere = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {

@@ -10,7 +10,7 @@ Answer set(Host& host, const Given& given)
 {
     const Address target = checkedAddress(given.value, checkedDomain(given.name));
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(target));
+    const Hosting hosting = host.read(addressAlone(target), Domains | Accounts | CatchAlls);
     requireHosted(hosting, target.domain);
     requireMailbox(hosting, target.text);
     const std::string former = hosting.catchAllOf(target.domain);
@@ -31,7 +31,7 @@ Answer remove(Host& host, const Given& given)
     const std::string domain = checkedDomain(given.name);
     confirm(host, "the catch-all of " + domain);
     beginChange(host);
-    const Hosting hosting = host.read(domainAlone(domain));
+    const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
     if (hosting.catchAllOf(domain).empty()) {
         if (!host.options.ifThere)
             requireHosted(hosting, domain);
@@ -49,7 +49,7 @@ Answer show(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain));
+    const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
     requireHosted(hosting, domain);
     const std::string target = hosting.catchAllOf(domain);
     if (target.empty())

@@ -13,7 +13,8 @@ namespace
 // Whether the domain may be made with that first mailbox; see mayAddMailbox.
 bool mayAdd(Host& host, const Address& first)
 {
-    const Hosting hosting = host.read(domainAlone(first.domain));
+    const Hosting hosting =
+        host.read(domainAlone(first.domain), Domains | Accounts | Quotas | Aliases);
     // One that is listed without a mailbox is what an interrupted creation leaves: it goes on.
     if (!hosting.mailboxes.empty()) {
         if (host.options.ifMissing && hosting.hosts(first.domain))
@@ -85,7 +86,7 @@ Answer list(Host& host, const Given& /*given*/)
 {
     beginQuery(host);
     Answer answer{Json::array(), {}};
-    for (const std::string& domain : readDomains(host.settings)) {
+    for (const std::string& domain : host.read(everything(), Domains).domains) {
         answer.result.push_back({{"domain", domain}});
         answer.lines.push_back(domain);
     }
@@ -131,7 +132,7 @@ Answer quota(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain));
+    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Quotas);
     requireHosted(hosting, domain);
     constexpr long long Kibibyte = 1024;
     const Quota total = totalOf(hosting);

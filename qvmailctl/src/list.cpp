@@ -39,7 +39,7 @@ Addresses checkedMembers(const Given& given, const std::string& address)
 
 Hosting readList(Host& host, const Address& address)
 {
-    Hosting hosting = host.read(addressAlone(address));
+    Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
     refuseMailbox(hosting, address.text);
     return hosting;
 }
@@ -171,7 +171,7 @@ Answer list(Host& host, const Given& given)
 {
     const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
     beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain));
+    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Aliases);
     if (!domain.empty())
         requireHosted(hosting, domain);
     Answer answer{Json::array(), {}};

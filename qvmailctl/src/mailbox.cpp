@@ -19,7 +19,7 @@ namespace
 
 bool mayAdd(Host& host, const Address& address)
 {
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Quotas | Aliases);
     requireHosted(hosting, address.domain);
     const std::string homes = VSPOOLDIR "/" + address.domain + "/mail/home";
     if (access(homes.c_str(), F_OK) != 0)
@@ -62,11 +62,11 @@ Answer setPassword(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     if (isTyped()) {
         beginQuery(host);
-        requireMailbox(host.read(addressAlone(address)), address.text);
+        requireMailbox(host.read(addressAlone(address), Accounts), address.text);
     }
     Password password(address.text);
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts);
     if (requireMailbox(hosting, address.text).isEnabled())
         conclude(
             host, host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"),
@@ -81,7 +81,7 @@ Answer setEnabled(Host& host, const Given& given, bool enabled)
 {
     const Address address = checkedAddress(given.name);
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts);
     const Mailbox& mailbox = requireMailbox(hosting, address.text);
     if (mailbox.isEnabled() == enabled)
         return {};
@@ -110,7 +110,7 @@ Answer setType(Host& host, const Given& given)
     if (host.settings.usesSql)
         stop(Status::NotFit, "the database keeps no user type; it exists with map files alone");
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts);
     const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
     const bool isNews = requireMailbox(hosting, address.text).type != wanted;
     conclude(host, host.library.Postfix_UpdateMailbox(address.text, type, "UpdateUserType"),
@@ -128,7 +128,7 @@ Answer remove(Host& host, const Given& given)
 
     Wanted wanted = addressAlone(address);
     wanted.forwarders = true;
-    const Hosting hosting = host.read(wanted);
+    const Hosting hosting = host.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
     const bool isThere = hosting.mailbox(address.text) != nullptr;
     if (!isThere && !hasFormerMail(address)) {
         missing(host, "there is no mailbox " + address.text);
@@ -171,7 +171,7 @@ Hosting readMailboxes(Host& host, const Given& given)
 {
     const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
     beginQuery(host);
-    Hosting hosting = host.read(domainAlone(domain));
+    Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Quotas);
     if (!domain.empty())
         requireHosted(hosting, domain);
     return hosting;
@@ -213,7 +213,8 @@ Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting =
+        host.read(addressAlone(address), Accounts | Quotas | Aliases | CatchAlls);
     const Mailbox& mailbox = requireMailbox(hosting, address.text);
     const std::optional<long long> used = usedBy(address.text);
     const bool isCatchAll = hosting.catchAllOf(address.domain) == address.text;

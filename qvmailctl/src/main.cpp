@@ -65,7 +65,8 @@ int main(int argc, char** argv)
         if (give(answer, choice.options.json))
             return 0;
         // A change is made all the same.
-        const bool isChange = choice.action != nullptr && (choice.action->takes & ChangeOptions) != 0;
+        const bool isChange =
+            choice.action != nullptr && (choice.action->takes & ChangeOptions) != 0;
         tell("the answer could not be written to standard output");
         return isChange ? 0 : static_cast<int>(Status::NotWritten);
     } catch (const Stop& stopped) {

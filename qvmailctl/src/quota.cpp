@@ -22,7 +22,7 @@ Answer set(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     const Quota quota = checkedQuota(given.value);
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
     const bool hadEntry = hosting.quotas.count(address.text) > 0;
     host.changes.tellScripts("quota", jsonOf(quota));
     const bool isNews = requireMailbox(hosting, address.text).quota != quota;
@@ -40,7 +40,7 @@ Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
     // A quota that outlived its mailbox may go too.
     if (hosting.quotas.count(address.text) == 0) {
         if (!host.options.ifThere)
@@ -56,7 +56,7 @@ Answer show(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     beginQuery(host);
-    const Hosting hosting = host.read(addressAlone(address));
+    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
     const Quota quota = requireMailbox(hosting, address.text).quota;
     return {{{"address", address.text}, {"quota", jsonOf(quota)}}, {textOf(quota)}};
 }

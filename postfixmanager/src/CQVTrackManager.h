@@ -1,5 +1,7 @@
 // The tracing interface, as far as this library uses it.
 //
+// PostfixManager calls it unasked: a host that traces nothing gives this class, never null.
+//
 // This is a stand-in for the control panel's closed tracing library. A host that has the real one
 // puts that header and library in this place. A host without it uses this class as it is (nothing
 // is traced) or derives from it to record or log what each operation was asked to do.

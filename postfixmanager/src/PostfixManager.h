@@ -1,7 +1,8 @@
 // PostfixManager - administers the virtual mail hosting of a Postfix server
 //
 // This header brings all that a host needs: the class, the account record, the list type, the
-// tracing interface, the result codes, the paths of the maps, Encrypt and trimRightSpaces.
+// tracing interface, the result codes, the paths of the maps, the version, Encrypt and
+// trimRightSpaces. docs/panels.md has a worked example.
 //
 // What holds for every operation:
 //
@@ -13,6 +14,8 @@
 //            through the shell: run them as root, with a PATH on which these are found.
 // Names      Domains, user names, addresses and quotas reach shell commands, map lines and
 //            statements as they are given. The caller checks them first.
+// Words      Action and Task take the words in quotes that an operation lists, letter for letter.
+//            With another one, an operation changes nothing and its answer says little.
 // Matching   Most maps are searched for a text that occurs anywhere in a key, so that a call for
 //            bob@example.com also means jim.bob@example.com. Each operation says so; hosts rely
 //            on it.
@@ -23,12 +26,17 @@
 // Order      One operation at a time, in one process: work files have fixed names and only the two
 //            account writers lock their file. The object is not thread-safe.
 // Tracing    Unless it says otherwise, an operation first reports its name, the values of its
-//            arguments and their names to the tracing object.
+//            arguments and their names to the tracing object, which must not be null.
 // Output     Progress goes to standard output, a line each: "query=" and the statement before each
 //            statement, and what the operation names. With tables, a connection that fails prints
 //            the message of MySQLClient first.
+// Left open  With tables, Postfix_UpdateMailbox, Postfix_VQuota, Postfix_VAlias and Postfix_VList
+//            keep their connection open when Action is none that they act on there: each such call
+//            costs the server a connection until the process ends. Hosts of today see it so, and it
+//            stays. Not while a transaction is open: they share its connection.
 // ErrNo      Operations that call others keep each callee's result in ErrNo; some map editors keep
 //            their own there. Nothing clears it.
+// Spelling   "Retreive" and "Qouta" are the interface's and stay: hosts are built against them.
 #ifndef QV_POSTFIXMANAGER_H
 #define QV_POSTFIXMANAGER_H
 
@@ -37,6 +45,7 @@
 #include "Export.h"
 #include "MapFiles.h"
 #include "PostfixResults.h"
+#include "PostfixVersion.h"
 #include "StructVPopUser.h"
 #include "VectorString.h"
 #include "trimRightSpaces.h"
@@ -46,7 +55,7 @@
 class QV_EXPORT PostfixManager
 {
 public:
-    CQVTrackManager* TrackManager; // the caller's, never deleted here
+    CQVTrackManager* TrackManager; // the caller's, never null, never deleted here
     int ErrNo;                     // result of the last sub-operation; not set by the constructor
     std::string m_dovecotLDA;      // always empty: /etc/Quorvel.conf decides when it matters
     std::string m_mailAccountBackend;
@@ -57,7 +66,7 @@ public:
     std::string m_mailSqlServerPort; // decimal text; empty: the client library's default port
 
     // Keeps the settings as they are given, reports "PostfixManager" to TrackMgr, opens nothing.
-    // TrackMgr must outlive the object. dovecotLDA has no effect. Mind the order of the arguments:
+    // TrackMgr must not be null, and must outlive the object. dovecotLDA has no effect. Mind the order of the arguments:
     // it is not that of the members.
     PostfixManager(CQVTrackManager* TrackMgr, std::string dovecotLDA,
                    std::string mailAccountBackend, std::string mailSqlServerIP,
@@ -90,8 +99,9 @@ public:
     //    made (those made before it stay)
     int Postfix_CreateDomDir(std::string DomainName);
 
-    // Adds a domain to the list of hosted domains ("AddDomain") or removes it ("RmvDomain"). Does
-    // not reload the server.
+    // Adds a domain to the list of hosted domains or removes it. Does not reload the server.
+    //
+    // Task  "AddDomain" or "RmvDomain".
     //
     // With files, a domain counts as listed when some line contains it: "b.com" is not added beside
     // "ab.com", and removing "b.com" removes "ab.com" and "b.com.au" too, and empty lines.
@@ -186,17 +196,19 @@ public:
     // Files: FPath and the work file /etc/vmail/temp.txt; no copy is made.
     int Postfix_DeleteMailboxUser(std::string UserName, const char* FPath);
 
-    // Changes a mailbox's password ("UpdatePasswd") or its type ("UpdateUserType").
+    // Changes a mailbox's password or its type.
     //
     // Mailbox  the address: the whole name, in any letter case, for a password; a text that the
     //          name contains for a type, so that bob@example.com means jim.bob@example.com too.
     // Value    the new password in clear text, at most 255 bytes (the tracing object gets it too),
     //          or "admin" for an administrator, anything else for an ordinary user.
+    // Action   "UpdatePasswd" or "UpdateUserType".
     //
     // With files, the password is the second field of the vshadow line; the type is the gid in the
     // vpasswd line (of the group "mail" for an administrator, else "qvadmin") and the flag in the
     // vshadow line (1 or 0). Empty lines count with the line before them: mostly one more stands at
-    // the file's end. With tables, a type changes nothing.
+    // the file's end. With tables, a type changes nothing, and its call keeps its connection open
+    // (see "Left open"): do without it there.
     //
     // 321  done; a mailbox that is not there is no error
     // 1    an account file cannot be opened (a changed vpasswd stays changed), the password is too
@@ -243,7 +255,9 @@ public:
     // 0 and 306 as above; 306 also when the password cannot be hashed (crypt refuses it)
     int Postfix_ShadowFile(SvpopUser* vpopUserData);
 
-    // Adds ("AddUser") or removes ("RmvUser") lines of the mailbox map. Files only.
+    // Adds or removes lines of the mailbox map. Files only.
+    //
+    // Task  "AddUser" or "RmvUser".
     //
     // "AddUser" adds nothing when some line contains UserName@DomainName. "RmvUser" drops every
     // line that contains UserName, the bare text, and every empty line. Any other Task changes
@@ -258,9 +272,11 @@ public:
 
     // ---- Quotas -----------------------------------------------------------------------------
 
-    // Adds ("AddQuota"), sets ("UpdateQuota") or removes ("DeleteQuota") a mailbox's quota.
+    // Adds, sets or removes a mailbox's quota.
     //
-    // Mailbox  address.   Quota  bytes as decimal text, "-1" for no limit; ignored on removal.
+    // Mailbox  address.
+    // Quota    bytes as decimal text, "-1" for no limit; ignored on removal.
+    // Action   "AddQuota" (with files alone), "UpdateQuota" or "DeleteQuota".
     //
     // With files, a line matches when Mailbox occurs anywhere before its first blank, the quota
     // included. "UpdateQuota" replaces every matching line, or adds one through "AddQuota" when
@@ -310,9 +326,11 @@ public:
     // An address with an entry but without a mailbox is a list. With files, an entry stands for an
     // address when its key contains it: jimbob@example.com also stands for bob@example.com.
 
-    // Adds ("AddAlias"), sets ("UpdateAlias") or removes ("DeleteAlias") a forward.
+    // Adds, sets or removes a forward.
     //
-    // Mailbox  the address whose mail is forwarded.   Alias  the destination; ignored on removal.
+    // Mailbox  the address whose mail is forwarded.
+    // Alias    the destination; ignored on removal.
+    // Action   "AddAlias", "UpdateAlias" or "DeleteAlias".
     //
     // With tables, a mailbox without a forward has the row (address, address): a forward takes its
     // place, and removal brings it back, also for an address that has no mailbox.
@@ -330,11 +348,12 @@ public:
     // valias-temp.txt; "postmap" and "postfix reload" follow a change. Table: virtual_aliases.
     int Postfix_VAlias(std::string Mailbox, std::string Alias, std::string Action);
 
-    // Adds ("AddList"), sets ("UpdateList") or removes ("DeleteList") a mailing list.
+    // Adds, sets or removes a mailing list.
     //
     // Addresses  the members: one element, comma-separated. With files every element is written, a
     //            blank before each; with tables only the first is read, split at commas, and a
     //            member of one character ends it. May be null or empty for "DeleteList".
+    // Action     "AddList", "UpdateList" or "DeleteList".
     //
     // 310  "AddList" done
     // 309  "AddList": the list is there already

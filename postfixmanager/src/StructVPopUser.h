@@ -5,7 +5,8 @@
 #include <pwd.h>
 #include <shadow.h>
 
-// The caller owns the record and everything that it points to.
+// The caller owns the record and everything that it points to. With accounts in tables, sp_pwdp alone
+// is read. docs/panels.md has a record that is filled.
 //
 // Password  the vpasswd line to append, filled whole: pw_name and pw_gecos hold the mailbox
 //           address, pw_passwd "x", pw_uid and pw_gid the ids of the account "qvadmin", pw_dir the

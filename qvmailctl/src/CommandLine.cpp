@@ -4,6 +4,7 @@
 #include "Results.h"
 
 #include <CLI/CLI.hpp>
+#include <PostfixVersion.h>
 
 #include <algorithm>
 #include <cstring>
@@ -210,7 +211,7 @@ void readCommandLine(int argc, char** argv, const std::vector<Object>& objects, 
         choice.words += (choice.words.empty() ? "" : " ") + word;
 
     CLI::App app("Administers the virtual mail hosting of a Postfix server.", "qvmailctl");
-    app.set_version_flag("--version", "qvmailctl " QVMAILCTL_VERSION);
+    app.set_version_flag("--version", "qvmailctl " POSTFIXMANAGER_VERSION);
     addCommonOptions(app, choice.options);
     addChangeOptions(app, choice.options); // scripts also put them before the object
     addYes(app, choice.options);

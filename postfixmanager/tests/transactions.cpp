@@ -395,10 +395,16 @@ TEST_F(Transactions, OnTables)
     EXPECT_HOLDS(sqlTransaction.reason(), "engine = InnoDB");
     sql("alter table virtual_aliases engine = InnoDB");
     EXPECT_EQ(openConnections(), 0U);
-    TestManager unreachable(SqlWrongPassword);
-    PostfixTransaction refused(unreachable);
-    EXPECT_EQ(refused.open(0), PostfixTransaction::Refused);
-    EXPECT_HOLDS(refused.reason(), "Access denied");
+    for (const auto& [backend, reason] :
+         {std::pair(SqlWrongPassword, "the password is wrong (Access denied"),
+          std::pair(SqlWrongDatabase, "there is no such database"),
+          std::pair(SqlNoServer,
+                    "port 3399 cannot be used as \"qvmail\": no database listens there")}) {
+        TestManager unreachable(backend);
+        PostfixTransaction refused(unreachable);
+        EXPECT_EQ(refused.open(0), PostfixTransaction::Refused);
+        EXPECT_HOLDS(refused.reason(), reason);
+    }
 }
 
 TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)

@@ -49,17 +49,24 @@ std::string_view behindName(std::string_view line)
     return line.substr(std::min(line.size(), wholeName(line).size() + 1));
 }
 
-// Hands on the lines of the map that hold the text.
-using TakeLine = std::function<void(std::string_view line)>;
+// Hands on the lines of the map that hold the text, until take has what it wants.
+enum Next { GoOn, Enough };
+using TakeLine = std::function<Next(std::string_view line)>;
 void readMap(const char* map, const std::string& text, const TakeLine& take)
 {
     LineReader reader(map, text);
     std::string_view line;
     while (reader.nextLine(line))
-        if (!line.empty())
-            take(line);
+        if (!line.empty() && take(line) == Enough)
+            return;
     if (reader.error() != 0 && reader.error() != ENOENT)
         stop(Status::NotWritten, std::string(map) + " cannot be read: " + strerror(reader.error()));
+}
+
+// An address has one line in a map; of several, the first counts.
+Next afterLineOf(const Wanted& wanted)
+{
+    return wanted.address.empty() ? GoOn : Enough;
 }
 
 std::string_view fieldOf(std::string_view line, int number)
@@ -74,18 +81,21 @@ void readAccounts(Hosting& hosting, const Wanted& wanted, const std::string& tex
     constexpr int HashField = 1;
     constexpr int FlagField = 8;
     readMap(VPASSWDFILE, text, [&](std::string_view line) {
-        if (isWanted(wanted, accountName(line)))
-            hosting.mailboxes[std::string(accountName(line))].isInShadow = false;
+        if (!isWanted(wanted, accountName(line)))
+            return GoOn;
+        hosting.mailboxes[std::string(accountName(line))].isInShadow = false;
+        return afterLineOf(wanted);
     });
     readMap(VSHADOWFILE, text, [&](std::string_view line) {
         if (!isWanted(wanted, accountName(line)))
-            return;
+            return GoOn;
         const auto [place, isNew] = hosting.mailboxes.try_emplace(std::string(accountName(line)));
         Mailbox& mailbox = place->second;
         mailbox.isInPasswd = !isNew;
         mailbox.isInShadow = true;
         mailbox.hash = fieldOf(line, HashField);
         mailbox.type = fieldOf(line, FlagField) == "1" ? Mailbox::Admin : Mailbox::User;
+        return afterLineOf(wanted);
     });
 }
 
@@ -93,8 +103,10 @@ std::set<std::string> readDomainList(const std::string& domain)
 {
     std::set<std::string> domains;
     readMap(VDOMAINFILE, domain, [&](std::string_view line) {
-        if (domain.empty() || wholeName(line) == domain)
-            domains.emplace(wholeName(line));
+        if (!domain.empty() && wholeName(line) != domain)
+            return GoOn;
+        domains.emplace(wholeName(line));
+        return domain.empty() ? GoOn : Enough;
     });
     return domains;
 }
@@ -104,11 +116,12 @@ void readQuotas(Hosting& hosting, const Wanted& wanted, const std::string& text)
     readMap(VQUOTAFILE, text, [&](std::string_view line) {
         const std::string name(wholeName(line));
         if (!isWanted(wanted, name))
-            return;
+            return GoOn;
         hosting.quotas.insert(name);
         const auto mailbox = hosting.mailboxes.find(name);
         if (mailbox != hosting.mailboxes.end())
             mailbox->second.quota = quotaIn(behindName(line));
+        return afterLineOf(wanted);
     });
 }
 
@@ -116,8 +129,10 @@ void readAliases(Hosting& hosting, const Wanted& wanted, const std::string& text
 {
     readMap(VALIASFILE, text, [&](std::string_view line) {
         Addresses targets = wordsOf(behindName(line));
-        if (isWanted(wanted, wholeName(line)) || leadsToWanted(wanted, targets))
-            hosting.aliases.try_emplace(std::string(wholeName(line)), std::move(targets));
+        if (!isWanted(wanted, wholeName(line)) && !leadsToWanted(wanted, targets))
+            return GoOn;
+        hosting.aliases.try_emplace(std::string(wholeName(line)), std::move(targets));
+        return wanted.forwarders ? GoOn : afterLineOf(wanted);
     });
 }
 
@@ -127,12 +142,13 @@ void readCatchAlls(Hosting& hosting, const std::string& key)
     readMap(VMAPSFILE, key, [&](std::string_view line) {
         const std::string_view name = wholeName(line);
         if (name.substr(0, 1) != "@" || (!key.empty() && name != key))
-            return;
+            return GoOn;
         const std::string_view inbox = behindName(line);
         std::string target(inbox.substr(inbox.rfind('/') + 1));
         if (!contains(target, "@"))
             target.append(name);
         hosting.catchAlls.try_emplace(std::string(name.substr(1)), std::move(target));
+        return key.empty() ? GoOn : Enough;
     });
 }
 
@@ -149,7 +165,8 @@ Hosting readMaps(const Wanted& wanted, unsigned parts)
     if ((parts & Quotas) != 0)
         readQuotas(hosting, wanted, text);
     if ((parts & Aliases) != 0)
-        readAliases(hosting, wanted, text);
+        // A target may be written with capital letters, which the search for a text would not find.
+        readAliases(hosting, wanted, wanted.forwarders ? "" : text);
     if ((parts & CatchAlls) != 0)
         readCatchAlls(hosting, ofDomain);
     return hosting;

@@ -193,6 +193,7 @@ class ADomainsLife:
     def test_search(self):
         self.ctl("domain add other.test x", "alias add info@other.test Bob@D.test", "catchall set d.test bob")
         self.answers("search BOB@", "mailbox bob@d.test", "alias info@other.test Bob@d.test", "catch-all d.test bob@d.test")
+        self.answers("alias list bob@d.test", "info@other.test")
         self.answers("search nowhere")
         self.assertEqual([{"kind": "domain", "domain": "other.test"}, {"kind": "mailbox", "address": "x@other.test"},
                           {"kind": "alias", "address": "info@other.test", "targets": ["Bob@d.test"]}],

@@ -2,6 +2,7 @@
 
 #include "Output.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <pwd.h>
@@ -10,6 +11,13 @@
 
 namespace
 {
+
+// So that no name can end the quoted text.
+std::string withoutQuotes(std::string text)
+{
+    std::replace(text.begin(), text.end(), '"', '\'');
+    return text;
+}
 
 // The person behind root, as far as sudo or the login tells.
 std::string whoAsks()
@@ -29,6 +37,7 @@ void record(const std::string& command, const std::string& outcome)
     const bool isAboutPassword = command.rfind("mailbox passwd", 0) == 0;
     openlog("qvmailctl", LOG_PID, isAboutPassword ? LOG_AUTHPRIV : LOG_MAIL);
     syslog(outcome == "done" ? LOG_INFO : LOG_NOTICE, "user=%s command=\"%s\" outcome=%s",
-           whoAsks().c_str(), shown(command).c_str(), outcome.c_str());
+           withoutQuotes(whoAsks()).c_str(), withoutQuotes(shown(command)).c_str(),
+           outcome.c_str());
     closelog();
 }

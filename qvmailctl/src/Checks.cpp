@@ -128,8 +128,8 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
         const std::string target = lowerCase(open.back());
         open.pop_back();
         if (target == address) {
-            tell("warning: the mail of " + address + " comes back to " + address +
-                 ": a loop, which Postfix returns or puts off");
+            tell("warning: the mail of " + address +
+                 " comes back to it: a loop, which Postfix returns or puts off");
             return;
         }
         constexpr std::size_t LongestWay = 1000;

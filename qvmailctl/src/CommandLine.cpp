@@ -168,6 +168,7 @@ void requireKnownWords(const std::vector<std::string>& words, const std::vector<
     if (words.empty())
         return;
     std::vector<std::string> known;
+    known.reserve(objects.size());
     for (const Object& object : objects)
         known.emplace_back(object.name);
     requireKnown(words[0], "", known);

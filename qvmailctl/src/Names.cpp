@@ -50,7 +50,7 @@ bool isOf(char character, std::initializer_list<std::string_view> sets)
 // Logins are folded to lower case, so an account in capitals could never be used.
 std::string folded(const std::string& text)
 {
-    const std::string lower = lowerCase(text);
+    std::string lower = lowerCase(text);
     if (lower != text)
         tell("note: " + inQuotes(text) + " is written " + inQuotes(lower));
     return lower;

@@ -13,7 +13,7 @@
 using Json = nlohmann::ordered_json;
 
 // The same twice: for scripts (--json) and for people, one item a line.
-struct Answer {
+struct Answer { // NOLINT(bugprone-exception-escape): to move a Json throws nothing
     Json result;
     std::vector<std::string> lines;
 };

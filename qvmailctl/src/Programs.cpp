@@ -22,6 +22,7 @@ namespace
 pid_t start(const std::vector<std::string>& command, int output)
 {
     std::vector<char*> words;
+    words.reserve(command.size() + 1);
     for (const std::string& word : command)
         words.push_back(const_cast<char*>(word.c_str())); // posix_spawn does not write to them
     words.push_back(nullptr);

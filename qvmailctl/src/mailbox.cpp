@@ -228,7 +228,7 @@ Answer show(Host& host, const Given& given)
     std::vector<std::string> lines = {"address: " + address.text};
     if (mailbox.type != Mailbox::Unknown)
         lines.push_back("type: " + std::string(typeOf(mailbox)));
-    lines.push_back(mailbox.isEnabled() ? "state: enabled" : "state: disabled");
+    lines.emplace_back(mailbox.isEnabled() ? "state: enabled" : "state: disabled");
     lines.push_back("quota: " + textOf(mailbox.quota));
     if (used)
         lines.push_back("used: " + std::to_string(*used));

@@ -40,7 +40,7 @@ Answer run(const Choice& choice)
     Host host(choice.options);
     const bool isChange = (choice.action->takes & ChangeOptions) != 0 && !choice.options.dryRun;
     try {
-        const Answer answer = carryOut(choice, host);
+        Answer answer = carryOut(choice, host);
         if (isChange)
             record(choice.words, "done");
         return answer;

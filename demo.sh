@@ -118,12 +118,11 @@ looked_up() {
     must "postmap -q $2 $map"
 }
 
-if [ "$backend" = files ]; then
-    step "Postfix, which takes the mail, and Dovecot, which delivers it, are started"
-else
-    step "MariaDB, Postfix, which takes the mail, and Dovecot, which delivers it, are started"
-    must "start-mariadb"
-fi
+step "The machine is prepared; what is there already would be kept"
+[ "$backend" = files ] || must "start-mariadb empty"
+must "qvmailctl init $backend --servers --config $here/config"
+
+step "Postfix, which takes the mail, and Dovecot, which delivers it, are started"
 must "start-mail-servers $backend"
 must "grep '^[A-Z]' /etc/Quorvel.conf"
 

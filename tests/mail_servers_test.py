@@ -229,6 +229,6 @@ class MailServers(unittest.TestCase):
 
 
 if BACKEND == "mysql":
-    run(f"{TOP}/scripts/start-mariadb")
-run(f"{TOP}/scripts/start-mail-servers", BACKEND)
+    run(f"{TOP}/scripts/start-mariadb", "empty")
+run(f"{TOP}/scripts/start-mail-servers", BACKEND, QVMAILCTL)
 unittest.main(verbosity=2, warnings="ignore")  # imaplib leaves sockets to the collector that Dovecot closed

@@ -146,6 +146,6 @@ class Races(unittest.TestCase):
 STARTED = time.monotonic()
 
 if __name__ == "__main__":
-    started = run(TOP / "scripts/start-mail-servers", "files")
+    started = run(TOP / "scripts/start-mail-servers", "files", QVMAILCTL[0])
     assert started.returncode == 0, started.stdout
     unittest.main(argv=sys.argv[:1], verbosity=2)

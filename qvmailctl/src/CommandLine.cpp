@@ -10,6 +10,7 @@
 #include <cstring>
 #include <map>
 #include <numeric>
+#include <set>
 #include <sstream>
 
 namespace
@@ -73,9 +74,14 @@ void addOptions(CLI::App& command, unsigned takes, Choice& choice)
     if ((takes & Repair) != 0)
         command.add_flag("--repair", choice.given.repair,
                          "Mend what can be mended without losing anything");
-    if ((takes & Servers) != 0)
+    if ((takes & Servers) != 0) {
         command.add_flag("--servers", choice.given.servers,
                          "Set up Postfix and Dovecot too; their former settings are kept beside");
+        command
+            .add_option("--config", choice.given.config,
+                        "Where the shipped settings are (default: " QVMAILCTL_CONFIG ")")
+            ->option_text("DIR");
+    }
     if ((takes & ChangeOptions) != 0)
         addChangeOptions(command, options);
     addCommonOptions(command, options);
@@ -187,9 +193,10 @@ void requireKnownWords(const std::vector<std::string>& words, const std::vector<
 // The words that are no options.
 std::vector<std::string> plainWords(int argc, char** argv)
 {
+    static const std::set<std::string> takeValues = {"--wait", "--quota", "--config"};
     std::vector<std::string> words;
     for (int i = 1; i < argc; ++i)
-        if (strcmp(argv[i], "--wait") == 0 || strcmp(argv[i], "--quota") == 0)
+        if (takeValues.count(argv[i]) > 0)
             ++i; // its value
         else if (*argv[i] != '-' || strcmp(argv[i], "-") == 0)
             words.emplace_back(argv[i]);

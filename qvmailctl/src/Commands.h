@@ -17,6 +17,7 @@ struct Given {
     std::optional<std::string> quota; // of --quota
     bool repair = false;
     bool servers = false;
+    std::string config; // of --config
 };
 
 // The options that an action takes beside those of every command.
@@ -56,5 +57,6 @@ Object aliasCommands();
 Object listCommands();
 Object catchAllCommands();
 Object searchCommand();
+Object initCommand();
 
 #endif

@@ -59,7 +59,7 @@ int main(int argc, char** argv)
     try {
         const std::vector<Object> objects = {
             domainCommands(), mailboxCommands(),  quotaCommands(), aliasCommands(),
-            listCommands(),   catchAllCommands(), searchCommand()};
+            listCommands(),   catchAllCommands(), searchCommand(), initCommand()};
         readCommandLine(argc, argv, objects, choice);
         const Answer answer = run(choice);
         if (give(answer, choice.options.json))

@@ -45,7 +45,8 @@ std::string binaryLiteral(const std::string& text)
 
 SqlConnection::SqlConnection(const SqlSettings& settings)
     : m_handle(mysql_init(nullptr), mysql_close),
-      m_name(settings.database + " on " + settings.server + " port " + settings.port)
+      m_name((settings.database.empty() ? "" : settings.database + " ") + "on " + settings.server +
+             " port " + settings.port)
 {
     if (m_handle == nullptr)
         refuse("there is no memory for a connection to the database");

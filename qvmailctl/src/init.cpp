@@ -1,0 +1,119 @@
+// init
+#include "system/LargeFilesAndDates.h"
+
+#include "Commands.h"
+#include "MapFiles.h"
+#include "Programs.h"
+#include "Results.h"
+#include "init/Database.h"
+#include "init/Files.h"
+#include "init/Servers.h"
+#include "init/System.h"
+
+#include <filesystem>
+
+#include <unistd.h>
+
+namespace
+{
+
+bool checkedBackend(const Host& host, const std::string& name, bool hasSettings)
+{
+    if (name.empty())
+        return host.settings.usesSql;
+    if (name != "files" && name != "mysql")
+        stop(Status::Usage, "the backend is \"files\" or \"mysql\", not " + inQuotes(name));
+    const bool usesSql = name == "mysql";
+    if (hasSettings && usesSql != host.settings.usesSql)
+        stop(Status::NotFit, QVCONFFILE " says that the accounts are in " +
+                                 std::string(usesSql ? "files" : "a database") +
+                                 "; to move them, \"qvmailctl export > FILE\", move " QVCONFFILE
+                                 " away, run this again, and \"qvmailctl import FILE\"");
+    return usesSql;
+}
+
+std::string checkedConfig(const std::string& given)
+{
+    std::string directory = given.empty() ? QVMAILCTL_CONFIG : given;
+    if (access((directory + "/sql-accounts.sql").c_str(), R_OK) != 0)
+        stop(Status::NotFit, "the shipped settings are not in " + inQuotes(directory) +
+                                 "; name their directory with --config");
+    return std::filesystem::canonical(directory);
+}
+
+void makeSettings(Setup& setup, const std::optional<Database>& database)
+{
+    std::string text = textOfFile(setup.shipped("Quorvel-" + setup.backend() + ".conf"));
+    if (database)
+        text = withValue(text, "MailSqlPassword ", "\"" + database->place.password + "\"");
+    makeFile(setup, QVCONFFILE, text, RootAlone);
+}
+
+// Domains in the map files are not seen any more once the settings name the database.
+void tellOfFormerAccounts(Setup& setup)
+{
+    if (isFile(VDOMAINFILE) && !textOfFile(VDOMAINFILE).empty())
+        setup.toDo.emplace_back(
+            "the domains of " VDOMAINFILE
+            " are not in the database: if you want them there, move " QVCONFFILE
+            " away, \"qvmailctl export > FILE\", bring it back, and \"qvmailctl import "
+            "FILE\"");
+}
+
+// Can be repeated: what is there stays as it is.
+Answer init(Host& host, const Given& given)
+{
+    const bool hasSettings = isFile(QVCONFFILE);
+    Setup setup;
+    setup.usesSql = checkedBackend(host, given.name, hasSettings);
+    setup.servers = given.servers;
+    setup.dryRun = host.options.dryRun;
+    setup.config = checkedConfig(given.config);
+
+    // Nothing is changed unless all of this holds.
+    requirePackages(setup, setup.usesSql && !hasSettings);
+    requireMailGroup();
+    requireNoLostMap();
+    checkServerFiles(setup);
+    std::optional<Database> database;
+    if (setup.usesSql)
+        database = lookAtDatabase(setup, hasSettings ? std::optional(host.settings.database)
+                                                     : std::nullopt);
+
+    // Settings first: the passwords in them are then those that the database is given.
+    try {
+        makeAccount(setup);
+        makeDirectory(setup, VMAPDIR);
+        makeDirectory(setup, VSPOOLDIR);
+        makeSettings(setup, database);
+        setUpServers(setup, database ? &*database : nullptr);
+        makeMaps(setup);
+        if (database)
+            makeDatabase(setup, *database);
+        if (database && !hasSettings)
+            tellOfFormerAccounts(setup);
+    } catch (const Stop& stopped) {
+        if (setup.changesNothing())
+            throw;
+        stop(Status::Unfinished,
+             stopped.sentence + " (what was made before stays; run this again to go on)");
+    }
+    return setup.answer();
+}
+
+} // namespace
+
+Object initCommand()
+{
+    return {"init",
+            "Prepare this machine, with the accounts in \"files\" or in \"mysql\"",
+            {{"",
+              "Prepare this machine, with the accounts in \"files\" or in \"mysql\"; can be "
+              "repeated",
+              {"[BACKEND]"},
+              ChangeOptions | Servers,
+              "  qvmailctl init files --dry-run\n"
+              "  qvmailctl init files --servers\n"
+              "  qvmailctl init mysql --servers",
+              init}}};
+}

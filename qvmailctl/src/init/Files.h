@@ -1,0 +1,39 @@
+// The files that init makes. Each appears whole or not at all, and none in place of a link: what is
+// no plain file where one belongs ends the command.
+#ifndef QVMAILCTL_INIT_FILES_H
+#define QVMAILCTL_INIT_FILES_H
+
+#include "init/Setup.h"
+
+#include <string>
+
+#include <sys/types.h>
+
+// Who may read it.
+struct Readers {
+    mode_t mode = 0644;
+    const char* group = nullptr; // null: root's
+};
+constexpr Readers RootAlone = {0600, nullptr};
+
+bool isFile(const std::string& path);
+
+// Makes a file or directory, where none is there.
+void makeFile(Setup& setup, const std::string& path, const std::string& text, Readers readers = {});
+void makeDirectory(Setup& setup, const std::string& path);
+
+// Puts another file in its place, and keeps the former one beside it.
+void replaceFile(Setup& setup, const std::string& path, const std::string& text, Readers readers);
+
+std::string textOfFile(const std::string& path);
+
+// The text with another value in its one line that begins with the name.
+std::string withValue(const std::string& text, const std::string& name, const std::string& value);
+
+// That value; empty when there is no such line.
+std::string valueIn(const std::string& text, const std::string& name);
+
+// The text with every "from" replaced.
+std::string withReplaced(std::string text, const std::string& from, const std::string& to);
+
+#endif

@@ -16,7 +16,7 @@
 namespace
 {
 
-const std::string Aliases = "/etc/aliases";
+const std::string AliasFile = "/etc/aliases";
 constexpr const char* MasterFile = "/etc/postfix/master.cf";
 constexpr const char* DistributedMasterFile = "/usr/share/postfix/master.cf.dist";
 constexpr const char* ExampleKey = "/etc/ssl/private/ssl-cert-snakeoil.key";
@@ -128,10 +128,10 @@ std::string textFor(const Setup& setup, const ServerFile& file, const Database* 
 
 void makeLocalAliases(Setup& setup)
 {
-    makeFile(setup, Aliases, "postmaster: root\n");
+    makeFile(setup, AliasFile, "postmaster: root\n");
     // In a dry run main.cf may not be there yet.
     const std::string tables =
-        outputOf({"postconf", "-xh", "alias_database"}, 5).value_or("hash:" + Aliases);
+        outputOf({"postconf", "-xh", "alias_database"}, 5).value_or("hash:" + AliasFile);
     for (const std::string& table : wordsOf(withReplaced(tables, "\n", "")))
         makeTable(setup, table, table.substr(table.find(':') + 1), {"newaliases"});
 }
@@ -169,7 +169,7 @@ void checkServerFiles(const Setup& setup)
 {
     for (const ServerFile& file : serverFiles(setup))
         isFile(file.path);
-    for (const std::string& path : {std::string(MasterFile), Aliases})
+    for (const std::string& path : {std::string(MasterFile), AliasFile})
         isFile(path);
 }
 

@@ -121,7 +121,8 @@ void makeMaps(Setup& setup)
 void makeTable(Setup& setup, const std::string& table, const std::string& path,
                const std::vector<std::string>& command)
 {
-    if (outputOf({"postmap", "-s", table}, Seconds))
+    const bool isNew = std::find(setup.made.begin(), setup.made.end(), path) != setup.made.end();
+    if (!isNew && outputOf({"postmap", "-s", table}, Seconds))
         return setup.kept.push_back("table of " + path);
     if (!setup.dryRun)
         mustRun(command);

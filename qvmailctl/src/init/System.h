@@ -21,8 +21,8 @@ void makeAccount(Setup& setup);
 // the first alias, say, may come long after the first mailbox.
 void makeMaps(Setup& setup);
 
-// Makes a table anew when Postfix cannot read it.
-// type  "hash:/etc/aliases", say; command  makes it.
+// Makes a table anew when its file is new, or when Postfix cannot read it.
+// table  "hash:/etc/aliases", say; command  makes it.
 void makeTable(Setup& setup, const std::string& table, const std::string& path,
                const std::vector<std::string>& command);
 

@@ -1,0 +1,69 @@
+# Completion of qvmailctl for bash: commands and options as its --help tells them, and for root the
+# domains and addresses that there are.
+
+# _qvmailctl_help TITLE [WORD ...] - the names in that part of a command's help
+_qvmailctl_help() {
+    local title=$1
+    shift
+    qvmailctl "$@" --help 2> /dev/null | sed -n "/^$title:/,/^\$/s/^  \\([^ ]*\\).*/\\1/p"
+}
+
+# _qvmailctl_names ARGUMENT OBJECT - what may stand for an argument of the help
+_qvmailctl_names() {
+    case $1 in
+        BACKEND) echo files mysql ;;
+        TYPE) echo user admin ;;
+        FILE) compgen -f -- "$current" ;;
+        DOMAIN | USER | ADDRESS | TARGET | MEMBER)
+            [ "$EUID" -eq 0 ] || return
+            case $1/$2 in
+                DOMAIN/*) qvmailctl domain list ;;
+                USER/*) qvmailctl mailbox list "${words[2]}" | sed 's/@.*//' ;;
+                ADDRESS/list) qvmailctl list list ;;
+                *) qvmailctl mailbox list ;;
+            esac
+            # Of a new address, the domain.
+            [[ $current != *@* ]] || qvmailctl domain list | sed "s/^/${current%%@*}@/"
+            ;;
+    esac 2> /dev/null
+}
+
+_qvmailctl() {
+    # Not COMP_WORDS: to bash, "@" ends a word.
+    local line=${COMP_LINE:0:COMP_POINT} before word previous='' words=() names arguments command=1
+    local current=${line##*[[:blank:]]}
+    read -ra before <<< "${line%"$current"}"
+    for word in "${before[@]:1}"; do
+        case $previous/$word in
+            --quota/* | --wait/* | --config/* | */-*) ;;
+            *) words+=("$word") ;;
+        esac
+        previous=$word
+    done
+
+    COMPREPLY=()
+    case $previous in
+        --quota | --wait) return ;;
+        --config) mapfile -t COMPREPLY < <(compgen -d -- "$current") && return ;;
+    esac
+    if [[ $current == -* ]]; then
+        names=$(_qvmailctl_help Options "${words[@]:0:2}" | sed 's/.*--/--/')
+    elif [ ${#words[@]} -eq 0 ]; then
+        names=$(_qvmailctl_help Subcommands)
+    else
+        names=$(_qvmailctl_help Subcommands "${words[0]}")
+        [ -z "$names" ] || command=2
+        if [ ${#words[@]} -ge $command ]; then
+            mapfile -t arguments < <(_qvmailctl_help Positionals "${words[@]:0:command}")
+            local number=$((${#words[@]} - command))
+            [ $number -lt ${#arguments[@]} ] || number=$((${#arguments[@]} - 1)) # the last takes the rest
+            names=
+            [ $number -lt 0 ] || names=$(_qvmailctl_names "${arguments[number]}" "${words[0]}")
+        fi
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current" | sort -u)
+    # bash replaces what is behind the "@" alone.
+    [[ $current != *@* || $COMP_WORDBREAKS != *@* ]] || COMPREPLY=("${COMPREPLY[@]#"${current%@*}@"}")
+}
+
+complete -F _qvmailctl qvmailctl

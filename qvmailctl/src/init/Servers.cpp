@@ -116,8 +116,8 @@ std::string textFor(const Setup& setup, const ServerFile& file, const Database* 
     const std::string theirs = withReplaced(ours, setup.backend(), other);
     if (file.parts.size() > 1 && isFile(file.path)) {
         const std::string former = textOfFile(file.path);
-        const std::string text = withReplaced(former, textOfFile(setup.shipped(theirs)),
-                                              textOfFile(setup.shipped(ours)));
+        std::string text = withReplaced(former, textOfFile(setup.shipped(theirs)),
+                                        textOfFile(setup.shipped(ours)));
         if (text != former)
             return text;
     }

@@ -20,7 +20,7 @@ struct Setup {
 
     bool changesNothing() const { return made.empty() && changed.empty(); }
 
-    // Of "/files", "/mysql": the end of a name in the shipped settings.
+    // As it stands in the names of the shipped files.
     std::string backend() const { return usesSql ? "mysql" : "files"; }
     std::string shipped(const std::string& name) const { return config + "/" + name; }
 

@@ -18,6 +18,8 @@ namespace
 
 constexpr int Seconds = 60; // no program takes longer, but for the table of a very large map
 constexpr const char* Account = "qvadmin";
+constexpr const char* Maps[] = {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE,
+                                VMAPSFILE,   VALIASFILE,  VQUOTAFILE};
 constexpr const char* PostfixSettings = "/etc/postfix/main.cf";
 
 // A package of Debian, and a program or another file that it brings.
@@ -73,13 +75,13 @@ void requireMailGroup()
 
 void requireNoLostMap()
 {
-    for (const std::string map :
-         {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE})
-        if (!isFile(map) && isNotEmpty(map + ".qvbackup"))
-            stop(Status::NotFit, "the map " + map + " is missing, but " + map +
-                                     ".qvbackup is there, its state before the last change: "
-                                     "copy it to " +
-                                     map + ", or remove it if the map is to begin empty");
+    for (const std::string map : Maps) {
+        const std::string backup = map + ".qvbackup";
+        if (!isFile(map) && isNotEmpty(backup))
+            stop(Status::NotFit, "the map " + map + " is missing, but " + backup +
+                                     ", its state before the last change, is there: copy it to "
+                                     "that place, or remove it if the map is to begin empty");
+    }
 }
 
 void makeAccount(Setup& setup)
@@ -102,8 +104,7 @@ void makeAccount(Setup& setup)
 
 void makeMaps(Setup& setup)
 {
-    for (const char* const map :
-         {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE})
+    for (const char* const map : Maps)
         makeFile(setup, map, "");
 
     const bool isPostfixThere =

@@ -75,13 +75,15 @@ void requireMailGroup()
 
 void requireNoLostMap()
 {
-    for (const std::string map : Maps) {
-        const std::string backup = map + ".qvbackup";
-        if (!isFile(map) && isNotEmpty(backup))
-            stop(Status::NotFit, "the map " + map + " is missing, but " + backup +
-                                     ", its state before the last change, is there: copy it to "
-                                     "that place, or remove it if the map is to begin empty");
-    }
+    const auto lost = std::find_if(std::begin(Maps), std::end(Maps), [](const char* map) {
+        return !isFile(map) && isNotEmpty(std::string(map) + ".qvbackup");
+    });
+    if (lost == std::end(Maps))
+        return;
+    const std::string map = *lost;
+    stop(Status::NotFit, "the map " + map + " is missing, but " + map +
+                             ".qvbackup, its state before the last change, is there: copy it to "
+                             "that place, or remove it if the map is to begin empty");
 }
 
 void makeAccount(Setup& setup)

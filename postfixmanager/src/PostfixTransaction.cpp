@@ -2,6 +2,7 @@
 
 #include "CallConvention.h"
 #include "maps/MapLines.h"
+#include "maps/MapRewrite.h"
 #include "stage/SqlTransaction.h"
 #include "stage/Stage.h"
 #include "system/Refusal.h"
@@ -126,6 +127,21 @@ template <class Step> std::string faultOf(const Step& step)
     }
 }
 
+void stageRepair(Stage& stage, const std::string& map, const PostfixTransaction::LineRepair& rule)
+{
+    constexpr MapVariant Repairer = {nullptr,        nullptr,       nullptr,        Emptied,
+                                     OwnerAsCreated, ModeAsCreated, PublishNothing, FailsWithout};
+    StagedMap* const staged = stage.find(map);
+    if (staged == nullptr)
+        return; // with a failure
+    rewriteMap(Repairer, map, [&](std::string_view line, MapWriter& newMap) {
+        if (const std::optional<std::string> kept = rule(line))
+            newMap.writeLine(*kept);
+    });
+    staged->isRepaired = true;
+    stage.wantReload();
+}
+
 } // namespace
 
 PostfixTransaction::PostfixTransaction(PostfixManager& manager) : m_manager(manager) {}
@@ -195,6 +211,17 @@ int PostfixTransaction::storePasswordHashes(
     if (!isOpen())
         return PostfixResult::Failed;
     m_reason = faultOf([&] { stagePasswordHashes(*m_state->stage, hashes); });
+    if (!m_reason.empty())
+        m_state->stage->fail(m_reason);
+    return failure().empty() ? PostfixResult::Updated : PostfixResult::Failed;
+}
+
+int PostfixTransaction::repairMap(const std::string& map, const LineRepair& rule)
+{
+    m_reason = NotOpen;
+    if (!isOpen())
+        return PostfixResult::Failed;
+    m_reason = faultOf([&] { stageRepair(*m_state->stage, map, rule); });
     if (!m_reason.empty())
         m_state->stage->fail(m_reason);
     return failure().empty() ? PostfixResult::Updated : PostfixResult::Failed;

@@ -39,8 +39,11 @@
 
 #include "PostfixManager.h"
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -109,6 +112,20 @@ public:
     // Prints and traces nothing. File: /etc/vmail/vshadow; the server is not reloaded, as Dovecot
     // notices by itself. Table: virtual_users.
     int storePasswordHashes(const std::vector<std::pair<std::string, std::string>>& hashes);
+
+    // Mends what no operation can: a line that is there twice, or none that a reader understands.
+    // Rewrites the map by the rule, which gets each line that is not empty, in order, and gives the
+    // line to keep, another one in its place, or nothing to drop it. The map is published, its last
+    // line ended, even if no line is changed. A second line of a name that goes is told by changes()
+    // as if the entry went.
+    //
+    // 321  staged
+    // 1    failure() says why, and the commit would refuse: it is none of the system's maps, or
+    //      cannot be read or written. Also when something failed before; and when nothing is open
+    //
+    // Prints and traces nothing.
+    using LineRepair = std::function<std::optional<std::string>(std::string_view line)>;
+    int repairMap(const std::string& map, const LineRepair& rule);
 
     // Publishes all of it, and is closed then, whatever the outcome.
     //

@@ -1,26 +1,6 @@
 #include "CallConvention.h"
 #include "stage/Effects.h"
-
-namespace
-{
-
-struct SpoolDirectory {
-    const char* path; // below the domain's own
-    mode_t madeWith;
-    mode_t mode;
-};
-
-// The domain's own directory ends without the set-group-id bit, on purpose; all below it keep
-// theirs.
-constexpr SpoolDirectory SpoolTree[] = {
-    {"", 02775, 0775},
-    {"/mail", 02775, 02775},
-    {"/mail/inbox", 02777, 02777},
-    {"/mail/home", 02775, 02775},
-    {"/mail/home/oldaccounts", 02775, 02775},
-};
-
-} // namespace
+#include "system/DomainTree.h"
 
 int PostfixManager::Postfix_CreateDomDir(std::string DomainName)
 {
@@ -28,7 +8,7 @@ int PostfixManager::Postfix_CreateDomDir(std::string DomainName)
     // tracing records show it that way.
     traceCall(*this, "Postfix_CreateDomDir", {DomainName}, {DomainName});
 
-    for (const SpoolDirectory& directory : SpoolTree) {
+    for (const TreeDirectory& directory : DomainTree) {
         const std::string path = VSPOOLDIR "/" + DomainName + directory.path;
         if (!makeSpoolDirectory(path, directory.madeWith, directory.mode))
             return PostfixResult::Failed;

@@ -3,6 +3,7 @@
 #include "DovecotManager.h"
 #include "PasswordHash.h"
 #include "stage/Effects.h"
+#include "system/DomainTree.h"
 
 namespace
 {
@@ -71,7 +72,7 @@ int PostfixManager::Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string D
     if (!recorded)
         return PostfixResult::MailboxNotCreated;
 
-    if (!makeSpoolDirectory(VSPOOLDIR "/" + DomainName + "/mail/home/" + address, 02775, 02777))
+    if (!makeSpoolDirectory(VSPOOLDIR "/" + DomainName + "/mail/home/" + address, 02775, HomeMode))
         return PostfixResult::Failed;
     return PostfixResult::MailboxCreated;
 }

@@ -461,6 +461,36 @@ TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)
     }
 }
 
+TEST_F(Transactions, MapsAreRepaired)
+{
+    PostfixTransaction repair(manager);
+    const auto keepAll = [](std::string_view line) { return std::optional(std::string(line)); };
+    int count = 0;
+    const auto keepFirst = [&](std::string_view line) {
+        return ++count > 1 ? std::nullopt : std::optional(std::string(line));
+    };
+    EXPECT_EQ(repair.repairMap(List, keepAll), 1);
+    place({{List, "a.com\n\na.com\n"}, {"valias.txt", "a@a.com x@y.com"}});
+    ASSERT_EQ(repair.open(0), PostfixTransaction::Done) << repair.reason();
+    EXPECT_EQ(repair.repairMap(List, keepFirst), 321);
+    EXPECT_EQ(repair.repairMap("/etc/vmail/valias.txt", keepAll), 321);
+    run(manager, "VAlias(b@a.com;z@y.com;AddAlias)");
+    EXPECT_EQ(repair.commit(), PostfixTransaction::Done) << repair.reason();
+    EXPECT_EQ(get(List), "a.com\n");
+    EXPECT_EQ(get("valias.txt"), "a@a.com x@y.com\nb@a.com z@y.com\n");
+
+    place({{"valias.txt", "a@a.com x@y.com"}}); // whose last line alone is mended
+    ASSERT_EQ(repair.open(0), PostfixTransaction::Done) << repair.reason();
+    EXPECT_EQ(repair.repairMap("/etc/vmail/valias.txt", keepAll), 321);
+    EXPECT_EQ(repair.commit(), PostfixTransaction::Done) << repair.reason();
+    EXPECT_EQ(get("valias.txt"), "a@a.com x@y.com\n");
+
+    ASSERT_EQ(repair.open(0), PostfixTransaction::Done) << repair.reason();
+    EXPECT_EQ(repair.repairMap("/etc/passwd", keepAll), 1);
+    EXPECT_HOLDS(repair.failure(), "none of the maps");
+    EXPECT_EQ(repair.commit(), PostfixTransaction::Refused);
+}
+
 TEST_F(Transactions, ARecordThatGetpwnamReturnedIsWrittenAsItIs)
 {
     SvpopUser record{getpwnam("qvadmin"), nullptr, ""};

@@ -30,6 +30,7 @@ struct StagedMap {
     bool isTable;          // the mail server reads it through a table that postmap builds
 
     bool isChanged = false;  // there is a copy, and it stands for the map
+    bool isRepaired = false; // the copy is published even if no entry differs
     std::string former = {}; // identity of the map when it was copied
 
     std::size_t copiedSize = 0; // of what was copied, while lines were only added; else 0

@@ -1,11 +1,11 @@
 #include "transaction/Changes.h"
 
+#include "maps/LineFaults.h"
 #include "maps/LineReader.h"
 #include "maps/MapLines.h"
 #include "stage/CheckedFiles.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <unordered_map>
 
@@ -62,48 +62,6 @@ std::vector<LineChange> joinedByName(const std::vector<LineChange>& changes)
     return joined;
 }
 
-bool isNumber(std::string_view text)
-{
-    if (!text.empty() && text.front() == '-')
-        text.remove_prefix(1);
-    return !text.empty() && std::all_of(text.begin(), text.end(),
-                                        [](unsigned char c) { return std::isdigit(c) != 0; });
-}
-
-// The field of an account line, counted from 0.
-std::string_view field(std::string_view line, int number)
-{
-    for (; number > 0; --number)
-        line = contains(line, ":") ? textAfter(line, ':') : std::string_view();
-    return textBefore(line, ':');
-}
-
-bool isWellFormed(const StagedMap& staged, std::string_view line)
-{
-    const std::string_view name = wholeName(line);
-    const std::string map = staged.map;
-    const auto isControl = [&](unsigned char c) {
-        return std::iscntrl(c) != 0 && !(c == '\t' && map == VQUOTAFILE);
-    };
-    if (name.empty() || std::any_of(line.begin(), line.end(), isControl))
-        return false;
-    if (map == VDOMAINFILE)
-        return line == name;
-
-    const auto colons = std::count(line.begin(), line.end(), ':');
-    if (map == VPASSWDFILE)
-        return accountName(line) == name && colons >= 6 && isNumber(field(line, 2)) &&
-               isNumber(field(line, 3));
-    if (map == VSHADOWFILE)
-        return accountName(line) == name && colons == 8 && !field(line, 1).empty();
-
-    const std::string_view value = line.substr(std::min(name.size() + 1, line.size()));
-    if (map == VQUOTAFILE)
-        return textBefore(line, '\t') == name && isNumber(value);
-    const bool isOneWord = !contains(value, " ");
-    return mapKey(line) == name && !value.empty() && (isOneWord || map == VALIASFILE);
-}
-
 void refuseNamesTwice(const StagedMap& staged, const std::vector<LineChange>& changes)
 {
     std::unordered_map<std::string_view, int> counts;
@@ -153,7 +111,7 @@ std::vector<LineChange> changesOf(const StagedMap& staged)
 void checkChanges(const StagedMap& staged, const std::vector<LineChange>& changes)
 {
     for (const LineChange& change : changes)
-        if (!change.after.empty() && !isWellFormed(staged, change.after))
+        if (!change.after.empty() && faultOfLine(staged.map, change.after) != nullptr)
             refuse(std::string(staged.map) + " would get a malformed entry of \"" +
                    std::string(wholeName(change.after)) + "\"");
     refuseNamesTwice(staged, changes);

@@ -29,10 +29,11 @@ std::vector<Publication> publicationsOf(Stage& stage)
     std::vector<Publication> publications;
     for (StagedMap& staged : stage.maps()) {
         const std::vector<LineChange> changes = changesOf(staged);
-        if (changes.empty())
+        if (changes.empty() && !staged.isRepaired)
             continue;
         checkChanges(staged, changes);
-        Publication publication{&staged, {}, false};
+        // One whose entries are as they were takes its place all the same: its last line is ended now.
+        Publication publication{&staged, {}, changes.empty()};
         for (const LineChange& change : changes)
             if (change.after.empty())
                 publication.gone.push_back(change.before);

@@ -58,5 +58,6 @@ Object listCommands();
 Object catchAllCommands();
 Object searchCommand();
 Object initCommand();
+Object checkCommand();
 
 #endif

@@ -127,6 +127,11 @@ void beginChange(Host& host)
         requireMaps();
         requireNoWorkFiles();
     }
+    beginRepair(host);
+}
+
+void beginRepair(Host& host)
+{
     // Until the commit an interruption ends the command, with nothing changed.
     for (const int interruption : Interruptions)
         signal(interruption, noteInterruption);

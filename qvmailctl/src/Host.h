@@ -45,6 +45,9 @@ void beginQuery(Host& host);
 // file is left over. Then opens the transaction.
 void beginChange(Host& host);
 
+// Opens the transaction without looking at what it needs: "check --repair" is about to mend that.
+void beginRepair(Host& host);
+
 // Commits the change, if one was begun; gives it up in a dry run. Ends the command when it is
 // refused.
 void finishChange(Host& host);

@@ -237,17 +237,6 @@ Hosting readTables(SqlConnection& database, const Wanted& wanted, unsigned parts
     return hosting;
 }
 
-// Asks the database. Ends the command, saying why, when it does not answer.
-template <class Question> auto asked(const Settings& settings, const Question& question)
-{
-    try {
-        SqlConnection database(settings.database);
-        return question(database);
-    } catch (const Refusal& refusal) {
-        stop(Status::Unreachable, refusal.reason);
-    }
-}
-
 } // namespace
 
 const Mailbox* Hosting::mailbox(const std::string& address) const

@@ -4,6 +4,7 @@
 #define QVMAILCTL_HOSTING_H
 
 #include "Names.h"
+#include "Results.h"
 #include "Settings.h"
 
 #include <map>
@@ -75,6 +76,17 @@ Wanted addressAlone(const Address& address);
 
 // Ends the command when something cannot be read. A map that is missing is an empty one.
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
+
+// Asks the database. Ends the command, saying why, when it does not answer.
+template <class Question> auto asked(const Settings& settings, const Question& question)
+{
+    try {
+        SqlConnection database(settings.database);
+        return question(database);
+    } catch (const Refusal& refusal) {
+        stop(Status::Unreachable, refusal.reason);
+    }
+}
 
 // Ends the command, saying why, when the database cannot be used.
 void reachDatabase(const Settings& settings);

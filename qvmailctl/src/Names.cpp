@@ -56,28 +56,6 @@ std::string folded(const std::string& text)
     return lower;
 }
 
-// The fault of a domain; null when it has none.
-const char* faultOfDomain(std::string_view domain)
-{
-    if (domain.size() > LongestDomain)
-        return "a domain has at most 253 characters";
-    if (!contains(domain, "."))
-        return "a domain has at least two parts, such as example.com";
-    for (;;) {
-        const std::string_view label = textBefore(domain, '.');
-        if (label.empty() || label.size() > LongestLabel)
-            return "each part of a domain has 1 to 63 characters";
-        if (label.front() == '-' || label.back() == '-')
-            return "no part of a domain begins or ends with a hyphen";
-        for (const char c : label)
-            if (!isOf(c, {Lower, Digits, "-"}))
-                return "a domain holds letters, digits, hyphens and dots";
-        if (label.size() == domain.size())
-            return nullptr;
-        domain.remove_prefix(label.size() + 1);
-    }
-}
-
 const char* faultOfUser(std::string_view user, std::string_view marks, std::string_view more)
 {
     if (user.empty() || user.size() > LongestUser)
@@ -146,6 +124,36 @@ std::string_view domainOf(std::string_view address)
     return at == std::string_view::npos ? std::string_view() : address.substr(at + 1);
 }
 
+const char* faultOfDomain(std::string_view domain)
+{
+    if (domain.size() > LongestDomain)
+        return "a domain has at most 253 characters";
+    if (!contains(domain, "."))
+        return "a domain has at least two parts, such as example.com";
+    for (;;) {
+        const std::string_view label = textBefore(domain, '.');
+        if (label.empty() || label.size() > LongestLabel)
+            return "each part of a domain has 1 to 63 characters";
+        if (label.front() == '-' || label.back() == '-')
+            return "no part of a domain begins or ends with a hyphen";
+        for (const char c : label)
+            if (!isOf(c, {Lower, Digits, "-"}))
+                return "a domain holds letters, digits, hyphens and dots";
+        if (label.size() == domain.size())
+            return nullptr;
+        domain.remove_prefix(label.size() + 1);
+    }
+}
+
+const char* faultOfAddress(std::string_view address)
+{
+    const std::size_t at = address.find('@');
+    if (at == std::string_view::npos || address.size() > LongestAddress)
+        return "an address is USER@DOMAIN, at most 254 characters";
+    const char* const fault = faultOfUser(address.substr(0, at), LocalMarks, "");
+    return fault != nullptr ? fault : faultOfDomain(address.substr(at + 1));
+}
+
 std::string checkedDomain(const std::string& text)
 {
     refuseFault(text, faultOfDomain(lowerCase(text)));
@@ -154,9 +162,8 @@ std::string checkedDomain(const std::string& text)
 
 Address checkedAddress(const std::string& text)
 {
+    refuseFault(text, faultOfAddress(lowerCase(text)));
     const auto [user, domain] = halvesOf(lowerCase(text));
-    refuseFault(text, faultOfUser(user, LocalMarks, ""));
-    refuseFault(text, faultOfDomain(domain));
     return {user, domain, folded(text)};
 }
 

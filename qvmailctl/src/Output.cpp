@@ -58,6 +58,11 @@ std::string documentOf(const Json& document)
     return document.dump(OneLine, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
+Json errorOf(Status status, const std::string& sentence)
+{
+    return {{"name", nameOf(status)}, {"status", static_cast<int>(status)}, {"message", sentence}};
+}
+
 } // namespace
 
 QuietLibrary::QuietLibrary(bool verbose)
@@ -98,24 +103,30 @@ void QuietLibrary::showComplaints(bool all) const
 
 bool give(const Answer& answer, bool asJson)
 {
+    const bool isDone = answer.status == Status::Done;
+    Json document = {{"ok", isDone}};
+    if (!isDone)
+        document["error"] = errorOf(answer.status, answer.sentence);
+    document["result"] = answer.result;
     std::string text;
     if (asJson)
-        text = documentOf({{"ok", true}, {"result", answer.result}});
+        text = documentOf(document);
     else
         for (const std::string& line : answer.lines)
             text += printable(line) + "\n";
-    return writeAll(answers, text);
+    if (!writeAll(answers, text))
+        return false;
+    if (!isDone)
+        tell(answer.sentence);
+    return true;
 }
 
 void giveFailure(const Stop& stop, bool asJson)
 {
     tell(stop.sentence);
     if (asJson)
-        writeAll(answers, documentOf({{"ok", false},
-                                      {"error",
-                                       {{"name", nameOf(stop.status)},
-                                        {"status", static_cast<int>(stop.status)},
-                                        {"message", stop.sentence}}}}));
+        writeAll(answers,
+                 documentOf({{"ok", false}, {"error", errorOf(stop.status, stop.sentence)}}));
 }
 
 void tell(const std::string& line)

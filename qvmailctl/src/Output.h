@@ -12,10 +12,13 @@
 
 using Json = nlohmann::ordered_json;
 
-// The same twice: for scripts (--json) and for people, one item a line.
+// The same twice: for scripts (--json) and for people, one item a line. An answer may be a failure
+// with a result: the command then ends with the status, and says the sentence too.
 struct Answer { // NOLINT(bugprone-exception-escape): to move a Json throws nothing
     Json result;
     std::vector<std::string> lines;
+    Status status = Status::Done;
+    std::string sentence = {};
 };
 
 // While it lives, the library's progress lines (password hashes among them) stay off standard

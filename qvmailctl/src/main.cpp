@@ -38,15 +38,18 @@ Answer run(const Choice& choice)
     if (choice.action == nullptr)
         return {Json(choice.text), linesOf(choice.text)};
     Host host(choice.options);
-    const bool isChange = (choice.action->takes & ChangeOptions) != 0 && !choice.options.dryRun;
+    const unsigned takes = choice.action->takes;
+    const bool onlyLooks = (takes & Repair) != 0 && !choice.given.repair;
+    const bool isChange = (takes & ChangeOptions) != 0 && !choice.options.dryRun && !onlyLooks;
+    const std::string words = choice.words + (choice.given.repair ? " --repair" : "");
     try {
         Answer answer = carryOut(choice, host);
         if (isChange)
-            record(choice.words, "done");
+            record(words, nameOf(answer.status));
         return answer;
     } catch (const Stop& stopped) {
         if (isChange)
-            record(choice.words, nameOf(stopped.status));
+            record(words, nameOf(stopped.status));
         throw;
     }
 }
@@ -58,12 +61,12 @@ int main(int argc, char** argv)
     Choice choice;
     try {
         const std::vector<Object> objects = {
-            domainCommands(), mailboxCommands(),  quotaCommands(), aliasCommands(),
-            listCommands(),   catchAllCommands(), searchCommand(), initCommand()};
+            domainCommands(),   mailboxCommands(), quotaCommands(), aliasCommands(), listCommands(),
+            catchAllCommands(), searchCommand(),   checkCommand(),  initCommand()};
         readCommandLine(argc, argv, objects, choice);
         const Answer answer = run(choice);
         if (give(answer, choice.options.json))
-            return 0;
+            return static_cast<int>(answer.status);
         // A change is made all the same.
         const bool isChange =
             choice.action != nullptr && (choice.action->takes & ChangeOptions) != 0;

@@ -1,0 +1,64 @@
+// What the mending of many findings does together: each directory is synced, and each map rewritten,
+// once.
+#ifndef QVMAILCTL_CHECK_MENDING_H
+#define QVMAILCTL_CHECK_MENDING_H
+
+#include "Host.h"
+#include "system/SpoolTree.h"
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+class Mending
+{
+public:
+    explicit Mending(Host& host) : m_host(host) {}
+
+    // ---- Beside the maps ----
+
+    void makeDirectory(const OwnedDirectory& directory) { m_directories.push_back(directory); }
+    void reloadPostfix() { m_reloads = true; }
+    void finishBeside();
+
+    // ---- In the transaction ----
+
+    // The line to keep in place of the entry's, or nothing to drop it.
+    using Edit = std::function<std::optional<std::string>(std::string_view line)>;
+
+    // entry  its place among the map's lines that are not empty, counted from 0.
+    void edit(const std::string& map, std::size_t entry, Edit edit);
+    void drop(const std::string& map, std::size_t entry);
+    void rewrite(const std::string& map) { m_edits[map]; } // with its last line ended
+
+    // Calls of the library, made when the lines are edited, that change a map or a table.
+    void call(const std::string& place, std::function<void(Host& host)> call);
+    void stage();
+
+private:
+    Host& m_host;
+    std::vector<OwnedDirectory> m_directories;
+    bool m_reloads = false;
+    std::map<std::string, std::unordered_map<std::size_t, Edit>> m_edits; // by map
+    std::set<std::string> m_called;                                       // maps and tables
+    std::vector<std::function<void(Host& host)>> m_calls;
+};
+
+// Gives a file or directory that is no link its owner and mode. Throws a Refusal when it cannot.
+void giveRights(const std::string& path, const Ownership& owner, mode_t mode);
+
+// Renames what lies in the way to a name of its own beside it, never over anything; returns that
+// name. Throws a Refusal when it cannot.
+std::string asideNameOf(const std::string& path);
+void moveAside(const std::string& path, const std::string& aside);
+
+// Builds the table that Postfix reads in place of the map. Throws a Refusal when postmap fails.
+void buildTable(const std::string& map);
+
+#endif

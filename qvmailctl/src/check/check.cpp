@@ -1,0 +1,233 @@
+// check [--repair]
+#include "system/LargeFilesAndDates.h"
+
+#include "Commands.h"
+#include "Paths.h"
+#include "Results.h"
+#include "check/Areas.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace
+{
+
+// Keeps changes out while it lives, so that none is seen half made. Where the lock was never made,
+// there are none.
+class Pause
+{
+public:
+    explicit Pause(int patience) : m_directory(open(VSTAGEDIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        using Clock = std::chrono::steady_clock;
+        constexpr std::chrono::milliseconds Step(20);
+        const Clock::time_point end = Clock::now() + std::chrono::seconds(patience);
+        while (m_directory >= 0 && flock(m_directory, LOCK_SH | LOCK_NB) != 0) {
+            if (Clock::now() >= end)
+                stop(Status::Busy, "a change is at work; try again when it has ended");
+            std::this_thread::sleep_for(Step);
+        }
+    }
+    ~Pause()
+    {
+        if (m_directory >= 0)
+            close(m_directory);
+    }
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+private:
+    int m_directory;
+};
+
+// ---- Looking ----
+
+Findings look(const Host& host)
+{
+    Findings findings;
+    const MailServers servers = readServers();
+    checkAccounts(servers, findings);
+    checkLock(findings);
+    checkDirectories(findings);
+    checkSecrets(host.settings, servers, findings);
+
+    const bool isReadable =
+        host.settings.usesSql ? checkSchema(host.settings, findings) : checkMaps(servers, findings);
+    Hosting hosting;
+    if (isReadable) {
+        hosting = host.read(everything());
+        checkNames(host.settings, hosting, findings);
+        if (host.settings.usesSql)
+            checkRows(host.settings, hosting, findings);
+        else
+            checkEntries(host.settings, hosting, findings);
+        checkSpool(hosting, findings);
+    }
+    if (!host.settings.usesSql)
+        checkLookupTables(servers, findings);
+    checkServers(host.settings, servers, hosting, findings);
+    return findings;
+}
+
+Findings lookAtLock(const Host& host)
+{
+    const Pause pause(host.options.wait); // what a change at work has there is not left over
+    Findings findings;
+    checkLock(findings);
+    return findings;
+}
+
+Findings lookInPeace(const Host& host)
+{
+    const Pause pause(host.options.wait);
+    return look(host);
+}
+
+// ---- Mending ----
+
+bool isMendable(const Finding& finding)
+{
+    return finding.how != Mend::ByHand;
+}
+
+std::string lineOf(const Finding& finding, const char* way)
+{
+    return finding.place + ": " + finding.fault + "; " + way + finding.wayOut;
+}
+
+bool isAny(const Findings& findings, Mend how)
+{
+    return std::any_of(findings.begin(), findings.end(),
+                       [&](const Finding& finding) { return finding.how == how; });
+}
+
+// Those that are mended in this way; what cannot be mended is told and stays.
+Findings mendAll(const Findings& findings, Mend how, Mending& mending)
+{
+    Findings mended;
+    for (const Finding& finding : findings)
+        if (finding.how == how)
+            try {
+                finding.mend(mending);
+                mended.push_back(finding);
+            } catch (const Refusal& refusal) {
+                tell("not mended: " + refusal.reason);
+            }
+    return mended;
+}
+
+void append(Findings& all, const Findings& more)
+{
+    all.insert(all.end(), more.begin(), more.end());
+}
+
+// One transaction. What lies beside the maps is mended first, under its lock: it would refuse a map
+// that is missing. Returns what was mended.
+Findings mendOnce(Host& host)
+{
+    constexpr int Rounds = 3; // a map that is back has entries, a tree that is made lacks homes
+    Mending first(host);
+    Findings mended = mendAll(lookAtLock(host), Mend::First, first);
+    beginRepair(host);
+    try {
+        Findings findings = look(host);
+        for (int round = 0; round < Rounds && isAny(findings, Mend::Beside); ++round) {
+            Mending beside(host);
+            append(mended, mendAll(findings, Mend::Beside, beside));
+            beside.finishBeside();
+            findings = look(host);
+        }
+        Mending inTransaction(host);
+        const Findings entries = mendAll(findings, Mend::InTransaction, inTransaction);
+        inTransaction.stage();
+        finishChange(host);
+        append(mended, entries);
+    } catch (const Stop&) { // of the transaction, nothing was changed; of the rest, this
+        for (const Finding& finding : mended)
+            tell(lineOf(finding, "repaired: "));
+        throw;
+    }
+    return mended;
+}
+
+// ---- Answers ----
+
+Json jsonOf(const Finding& finding)
+{
+    return {{"kind", finding.kind},
+            {"place", finding.place},
+            {"name", finding.name.empty() ? Json(nullptr) : Json(finding.name)},
+            {"message", finding.fault + "; " + finding.wayOut},
+            {"repair", isMendable(finding)}};
+}
+
+Json listOf(const Findings& findings)
+{
+    Json list = Json::array();
+    for (const Finding& finding : findings)
+        list.push_back(jsonOf(finding));
+    return list;
+}
+
+Answer answerOf(const Findings& findings, const Findings& mended, bool isDry)
+{
+    Answer answer;
+    if (isDry)
+        answer.result["dry_run"] = true;
+    answer.result["findings"] = listOf(findings);
+    answer.result["repaired"] = listOf(mended);
+    for (const Finding& finding : mended)
+        answer.lines.push_back(lineOf(finding, isDry ? "dry run: " : "repaired: "));
+    for (const Finding& finding : findings)
+        if (!isMendable(finding))
+            answer.lines.push_back(lineOf(finding, ""));
+        else if (!isDry)
+            answer.lines.push_back(lineOf(finding, "with --repair "));
+    if (findings.empty())
+        return answer;
+
+    const auto count = std::count_if(findings.begin(), findings.end(), isMendable);
+    answer.status = Status::NotFit;
+    answer.sentence = std::to_string(findings.size()) + " findings";
+    if (count > 0)
+        answer.sentence += ", of which \"qvmailctl check --repair\" mends " + std::to_string(count);
+    return answer;
+}
+
+Answer check(Host& host, const Given& given)
+{
+    const bool isDry = host.options.dryRun;
+    Findings findings = lookInPeace(host);
+    Findings mended;
+    if (isDry)
+        std::copy_if(findings.begin(), findings.end(), std::back_inserter(mended), isMendable);
+    constexpr int Rounds = 3; // what is mended may bring to light what was hidden by it
+    for (int round = 0; given.repair && !isDry && round < Rounds; ++round) {
+        if (std::none_of(findings.begin(), findings.end(), isMendable))
+            break;
+        append(mended, mendOnce(host));
+        findings = lookInPeace(host);
+    }
+    return answerOf(findings, mended, isDry);
+}
+
+} // namespace
+
+Object checkCommand()
+{
+    return {"check",
+            "Look whether all is well, and mend what can be mended",
+            {{"",
+              "Look whether all is well: files, tables, mail directories, settings of the servers",
+              {},
+              Repair | ChangeOptions,
+              "  qvmailctl check\n"
+              "  qvmailctl check --dry-run\n"
+              "  qvmailctl check --repair",
+              check}}};
+}

@@ -1,0 +1,397 @@
+// The entries of the map files: line by line, and each map against the others
+#include "system/LargeFilesAndDates.h"
+
+#include "Areas.h"
+
+#include "Accounts.h"
+#include "Checks.h"
+#include "Output.h"
+#include "Paths.h"
+#include "Results.h"
+#include "maps/LineFaults.h"
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
+#include "maps/MapVariants.h"
+#include "maps/QuotaFields.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <functional>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace
+{
+
+// The first line of a name.
+struct Entry {
+    std::size_t number; // as an editor counts
+    std::size_t place;  // among the lines that are not empty, from 0
+    std::size_t hash;   // of the line
+};
+
+// What an account's line in vpasswd says of its quota.
+struct QuotaFields {
+    std::optional<std::string> quota;
+    bool mayChange;
+};
+
+struct Scan {
+    std::unordered_map<std::string, Entry> entries;
+    std::unordered_map<std::string, QuotaFields> quotas; // of vpasswd
+};
+using Scans = std::map<std::string, Scan>; // by map
+
+// ---- Line by line ----
+
+std::string lineNumber(const Entry& entry)
+{
+    return "line " + std::to_string(entry.number);
+}
+
+std::string_view withoutTail(std::string_view line)
+{
+    const std::size_t end = line.find_last_not_of(" \t\r");
+    return line.substr(0, end == std::string_view::npos ? 0 : end + 1);
+}
+
+// Nothing of a line that is of no use is looked at further.
+bool checkForm(const std::string& map, const Entry& entry, std::string_view line,
+               Findings& findings)
+{
+    const char* const fault = faultOfLine(map, line);
+    if (fault == nullptr)
+        return true;
+    const std::string_view kept = withoutTail(line);
+    if (kept.empty() || faultOfLine(map, kept) == nullptr) {
+        const auto cut = [](std::string_view text) {
+            const std::string_view rest = withoutTail(text);
+            return rest.empty() ? std::nullopt : std::optional(std::string(rest));
+        };
+        findings.push_back({"line-blanks", map, std::string(wholeName(kept)),
+                            lineNumber(entry) + " ends in blanks or a carriage return, which its "
+                                                "readers take for a part of it",
+                            "they are cut off", Mend::InTransaction,
+                            [=](Mending& mending) { mending.edit(map, entry.place, cut); }});
+        return false;
+    }
+    const std::string copies = copiesOf(map);
+    findings.push_back({"line-malformed", map, "",
+                        lineNumber(entry) + ", " + inQuotes(kept) + ", is of no use: " + fault,
+                        "correct it, or remove it" +
+                            (copies.empty() ? "" : "; former states of the map are " + copies)});
+    return false;
+}
+
+// A catch-all's name is "@" and its domain.
+const char* faultOfName(const std::string& map, const std::string& name)
+{
+    if (map == VDOMAINFILE)
+        return faultOfDomain(name);
+    const bool mayBeDomain = map == VMAPSFILE || map == VALIASFILE;
+    return mayBeDomain && name.front() == '@' ? faultOfDomain(name.substr(1))
+                                              : faultOfAddress(name);
+}
+
+void checkName(const std::string& map, const Entry& entry, const std::string& name,
+               Findings& findings)
+{
+    const char* const fault = faultOfName(map, lowerCase(name));
+    if (fault != nullptr)
+        findings.push_back({"name-unfit", map, name,
+                            lineNumber(entry) + " has the name " + inQuotes(name) + ": " + fault,
+                            "correct it, or remove the line"});
+    else if (name != lowerCase(name))
+        findings.push_back({"name-in-capitals", map, name,
+                            shown(name) + " has capital letters, and Dovecot folds what users "
+                                          "give to lower case: nobody can log in as that",
+                            "write it in lower case, in each map"});
+}
+
+void checkSecond(const std::string& map, const Entry& first, const Entry& second,
+                 const std::string& name, Findings& findings)
+{
+    if (first.hash == second.hash)
+        findings.push_back({"line-twice", map, name,
+                            lineNumber(second) + " is the same as " + lineNumber(first),
+                            "it is removed", Mend::InTransaction,
+                            [map, second](Mending& mending) { mending.drop(map, second.place); }});
+    else
+        findings.push_back({"name-twice", map, name,
+                            lineNumber(second) + " is a second entry of " + shown(name) +
+                                ", other than " + lineNumber(first) + ", which counts",
+                            "remove the wrong one"});
+}
+
+bool hasLastLineEnd(const std::string& map)
+{
+    std::ifstream file(map, std::ios::binary);
+    return file.seekg(-1, std::ios::end).get() == '\n' || !file; // an empty one lacks none
+}
+
+Scan scanMap(const std::string& map, Findings& findings)
+{
+    Scan scan;
+    LineReader reader(map);
+    std::string_view line;
+    for (Entry entry = {1, 0, 0}; reader.nextLine(line); ++entry.number) {
+        if (line.empty())
+            continue;
+        entry.hash = std::hash<std::string_view>()(line);
+        if (checkForm(map, entry, line, findings)) {
+            const std::string name(wholeName(line));
+            const auto [first, isNew] = scan.entries.try_emplace(name, entry);
+            if (isNew)
+                checkName(map, entry, name, findings);
+            else
+                checkSecond(map, first->second, entry, name, findings);
+            if (map == VPASSWDFILE)
+                scan.quotas[name] = {quotaInFields(line), mayHaveQuotaFields(line)};
+        }
+        ++entry.place;
+    }
+    if (!hasLastLineEnd(map))
+        findings.push_back({"line-end-missing", map, "",
+                            "the last line has no line end: the control panel's next entry would "
+                            "run into it",
+                            "it is ended", Mend::InTransaction,
+                            [map](Mending& mending) { mending.rewrite(map); }});
+    return scan;
+}
+
+// A map that is empty while others hold accounts was lost. What could be made anew of those is not:
+// the next commit would replace the copy that still has it all.
+bool isLost(const std::string& map, const Scans& scans, Findings& findings)
+{
+    if (map == VALIASFILE || map == VQUOTAFILE || !scans.at(map).entries.empty())
+        return false;
+    std::size_t most = 0;
+    for (const char* const other : {VPASSWDFILE, VSHADOWFILE, VMAPSFILE})
+        most = std::max(most, scans.at(other).entries.size());
+    const std::string copies = copiesOf(map);
+    if (most == 0 || copies.empty())
+        return false;
+    findings.push_back({"map-emptied", map, "",
+                        "is empty, while another map has " + std::to_string(most) + " entries",
+                        "bring it back from " + copies});
+    return true;
+}
+
+// ---- Each account in all of its maps ----
+
+struct Accounts {
+    const Settings& settings;
+    const Hosting& hosting;
+    const Scans& scans;
+    const std::unordered_set<std::string>& formerPasswords; // the names in vshadow's copy
+    Findings& findings;
+
+    bool has(const char* map, const std::string& name) const
+    {
+        return scans.at(map).entries.count(name) > 0;
+    }
+    std::optional<std::size_t> placeOf(const char* map, const std::string& name) const
+    {
+        const auto entry = scans.at(map).entries.find(name);
+        if (entry == scans.at(map).entries.end())
+            return std::nullopt;
+        return entry->second.place;
+    }
+};
+
+Address addressOf(const std::string& text)
+{
+    return {text.substr(0, text.find('@')), std::string(domainOf(text)), text};
+}
+
+// As an interrupted creation leaves it.
+void isHalfMade(const Accounts& accounts, const std::string& name)
+{
+    const auto inPasswd = accounts.placeOf(VPASSWDFILE, name);
+    const auto inQuotas = accounts.placeOf(VQUOTAFILE, name);
+    accounts.findings.push_back({"mailbox-half-made", VPASSWDFILE, name,
+                                 name + " is half made: it has no password, no mail and no line "
+                                        "in " VMAPSFILE,
+                                 "its line is removed, so that it can be made again",
+                                 Mend::InTransaction, [inPasswd, inQuotas](Mending& mending) {
+                                     if (inPasswd)
+                                         mending.drop(VPASSWDFILE, *inPasswd);
+                                     if (inQuotas)
+                                         mending.drop(VQUOTAFILE, *inQuotas);
+                                 }});
+}
+
+void lacksPassword(const Accounts& accounts, const Address& address)
+{
+    const std::string fault = address.text + " has no line, so nobody can log in as it";
+    if (accounts.formerPasswords.count(address.text) > 0)
+        accounts.findings.push_back({"password-missing", VSHADOWFILE, address.text, fault,
+                                     "bring its line back from " VSHADOWFILE ".qvbackup"});
+    else
+        accounts.findings.push_back(
+            {"password-missing", VSHADOWFILE, address.text, fault,
+             "it has a password that nobody knows; give it one with \"qvmailctl mailbox passwd " +
+                 address.text + "\"",
+             Mend::InTransaction, [address](Mending& mending) {
+                 mending.call(VSHADOWFILE,
+                              [address](Host& host) { writePasswordLine(host, address); });
+             }});
+}
+
+void lacksUserLine(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+{
+    const Quota quota = accounts.settings.dovecotLDA ? mailbox.quota : std::nullopt;
+    accounts.findings.push_back(
+        {"user-line-missing", VPASSWDFILE, address.text,
+         address.text + " has no line, so Dovecot does not know where its mail is",
+         "its line is made from that in " VSHADOWFILE, Mend::InTransaction,
+         [address, quota, type = mailbox.type](Mending& mending) {
+             mending.call(VPASSWDFILE,
+                          [=](Host& host) { writeUserLine(host, address, quota, type); });
+         }});
+}
+
+void lacksRoute(const Accounts& accounts, const Address& address)
+{
+    accounts.findings.push_back(
+        {"route-missing", VMAPSFILE, address.text,
+         address.text + " has no line, so its mail is refused", "its line is made",
+         Mend::InTransaction, [address](Mending& mending) {
+             mending.call(VMAPSFILE, [address](Host& host) {
+                 conclude(host, host.library.Postfix_VMaps(address.user, address.domain, "AddUser"),
+                          {PostfixResult::Done},
+                          "the line of " + address.text + " in " VMAPSFILE " could not be made");
+             });
+         }});
+}
+
+Quota limitIn(const std::string& text)
+{
+    long long bytes = 0;
+    std::from_chars(text.data(), text.data() + text.size(), bytes);
+    return bytes > 0 ? Quota(bytes) : std::nullopt;
+}
+
+// The panel reads vquota.txt, and Dovecot the fields in vpasswd.
+void checkQuota(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+{
+    const auto& allFields = accounts.scans.at(VPASSWDFILE).quotas;
+    const auto fields = allFields.find(address.text);
+    const auto place = accounts.placeOf(VPASSWDFILE, address.text);
+    if (fields == allFields.end() || !place)
+        return;
+    const std::string enforced = fields->second.quota.value_or("");
+    const bool isNegative = !enforced.empty() && enforced.front() == '-';
+    if (limitIn(enforced) == mailbox.quota && !isNegative)
+        return;
+
+    Finding finding = {"quota-differs", VPASSWDFILE, address.text,
+                       address.text + " has the quota " + textOf(mailbox.quota) +
+                           " in " VQUOTAFILE ", and Dovecot's is " +
+                           (enforced.empty() ? "unlimited" : shown(enforced)),
+                       ""};
+    if (isNegative)
+        finding.fault += ", which it refuses: no login, no mail";
+    const bool isKept = accounts.hosting.quotas.count(address.text) > 0;
+    finding.how = Mend::InTransaction;
+    if (!isKept && limitIn(enforced)) {
+        finding.wayOut = VQUOTAFILE " has Dovecot's";
+        finding.mend = [address, enforced](Mending& mending) {
+            mending.call(VQUOTAFILE, [address, enforced](Host& host) {
+                conclude(host, host.library.Postfix_VQuota(address.text, enforced, "AddQuota"),
+                         {PostfixResult::Done}, "its quota could not be added");
+            });
+        };
+    } else if (fields->second.mayChange) {
+        finding.wayOut = "Dovecot's is that of " VQUOTAFILE;
+        finding.mend = [place, quota = mailbox.quota](Mending& mending) {
+            mending.edit(VPASSWDFILE, *place, [quota](std::string_view line) {
+                return quota ? withQuotaFields(line, std::to_string(*quota))
+                             : withoutQuotaFields(line);
+            });
+        };
+    } else {
+        finding.how = Mend::ByHand;
+        finding.wayOut = "a field of its line is empty; fill it in";
+    }
+    accounts.findings.push_back(finding);
+}
+
+void checkAccount(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+{
+    const bool hasRoute = accounts.has(VMAPSFILE, address.text);
+    if (!mailbox.isInShadow && !hasRoute && !hasFormerMail(address))
+        return isHalfMade(accounts, address.text);
+    if (!mailbox.isInShadow)
+        lacksPassword(accounts, address);
+    if (!mailbox.isInPasswd)
+        lacksUserLine(accounts, address, mailbox);
+    if (!hasRoute)
+        lacksRoute(accounts, address);
+    if (accounts.settings.dovecotLDA)
+        checkQuota(accounts, address, mailbox);
+}
+
+// The accounts of that copy of vshadow, if there is one without a password now.
+std::unordered_set<std::string> namesInCopy(const std::string& copy, const Hosting& hosting)
+{
+    std::unordered_set<std::string> names;
+    const bool isAsked =
+        std::any_of(hosting.mailboxes.begin(), hosting.mailboxes.end(),
+                    [](const auto& mailbox) { return !mailbox.second.isInShadow; });
+    LineReader reader(isAsked ? copy : "/dev/null");
+    std::string_view line;
+    while (reader.nextLine(line))
+        names.emplace(accountName(line));
+    return names;
+}
+
+// Entries of what is no mailbox.
+void checkOrphans(const Accounts& accounts, const char* map, const char* kind,
+                  const std::string& harm)
+{
+    std::map<std::string, std::size_t> orphans; // in order
+    for (const auto& [name, entry] : accounts.scans.at(map).entries)
+        if (name.front() != '@' && accounts.hosting.mailbox(name) == nullptr)
+            orphans[name] = entry.place;
+    for (const auto& [name, place] : orphans) {
+        Finding finding = {kind, map, name, shown(name) + " " + harm, ""};
+        if (faultOfAddress(name) == nullptr && hasFormerMail(addressOf(name))) {
+            finding.wayOut = "its mail is still in the spool: bring its lines in " VPASSWDFILE
+                             " and " VSHADOWFILE " back, or delete it with \"qvmailctl mailbox "
+                             "delete " +
+                             name + "\"";
+        } else {
+            finding.wayOut = "it is removed";
+            finding.how = Mend::InTransaction;
+            finding.mend = [map, place = place](Mending& mending) { mending.drop(map, place); };
+        }
+        accounts.findings.push_back(finding);
+    }
+}
+
+} // namespace
+
+void checkEntries(const Settings& settings, const Hosting& hosting, Findings& findings)
+{
+    Scans scans;
+    for (const char* const map : Maps)
+        scans[map] = scanMap(map, findings);
+    bool isAnyLost = false;
+    for (const char* const map : Maps)
+        isAnyLost = isLost(map, scans, findings) || isAnyLost;
+    if (isAnyLost)
+        return;
+
+    const std::unordered_set<std::string> formerPasswords =
+        namesInCopy(VSHADOWFILE + std::string(Backup), hosting);
+    const Accounts accounts = {settings, hosting, scans, formerPasswords, findings};
+    for (const auto& [address, mailbox] : hosting.mailboxes)
+        if (faultOfAddress(address) == nullptr && hosting.hosts(std::string(domainOf(address))))
+            checkAccount(accounts, addressOf(address), mailbox);
+    checkOrphans(accounts, VMAPSFILE, "route-without-mailbox",
+                 "is no mailbox: its mail is taken, then returned");
+    checkOrphans(accounts, VQUOTAFILE, "quota-without-mailbox",
+                 "has a quota and is no mailbox: a new one cannot be made");
+}

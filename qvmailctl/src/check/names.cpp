@@ -1,0 +1,75 @@
+// Domains and addresses that lead nowhere, on either backend
+#include "Areas.h"
+
+#include "MapFiles.h"
+
+namespace
+{
+
+// Where a kind of entry is kept.
+struct Places {
+    const char* domains;
+    const char* mailboxes;
+    const char* aliases;
+    const char* catchAlls;
+};
+constexpr Places InFiles = {VDOMAINFILE, VPASSWDFILE, VALIASFILE, VMAPSFILE};
+constexpr Places InTables = {"virtual_domains", "virtual_users", "virtual_aliases",
+                             "virtual_aliases"};
+
+bool takesMail(const Hosting& hosting, const std::string& address)
+{
+    return hosting.mailbox(address) != nullptr || !hosting.targetsOf(address).empty();
+}
+
+void checkDomains(const Hosting& hosting, const Places& places, Findings& findings)
+{
+    std::map<std::string, std::size_t> mailboxes;
+    for (const auto& [address, mailbox] : hosting.mailboxes)
+        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is told of
+            ++mailboxes[std::string(domainOf(address))];
+    for (const std::string& domain : hosting.domains)
+        if (mailboxes.count(domain) == 0)
+            findings.push_back({"domain-half-made", places.domains, domain,
+                                domain + " is hosted and has no mailbox",
+                                "finish it with \"qvmailctl domain add " + domain +
+                                    " USER\", or take it away with \"qvmailctl domain delete " +
+                                    domain + "\""});
+    for (const auto& [domain, count] : mailboxes)
+        if (!hosting.hosts(domain))
+            findings.push_back({"domain-not-hosted", places.domains, domain,
+                                domain + " is not in it and has " + std::to_string(count) +
+                                    " mailboxes, whose mail is refused",
+                                "add it to host it again, or finish its deletion with "
+                                "\"qvmailctl domain delete " +
+                                    domain + "\""});
+}
+
+} // namespace
+
+void checkNames(const Settings& settings, const Hosting& hosting, Findings& findings)
+{
+    const Places& places = settings.usesSql ? InTables : InFiles;
+    checkDomains(hosting, places, findings);
+    for (const auto& [address, targets] : hosting.aliases)
+        if (faultOfDomain(domainOf(address)) == nullptr &&
+            !hosting.hosts(std::string(domainOf(address))))
+            findings.push_back({"alias-not-hosted", places.aliases, address,
+                                address + " forwards, and its domain is not hosted",
+                                std::string("delete it with \"qvmailctl ") +
+                                    (hosting.isList(address) ? "list" : "alias") + " delete " +
+                                    address + "\""});
+    for (const auto& [domain, target] : hosting.catchAlls) {
+        const std::string removal = "\"qvmailctl catchall remove " + domain + "\"";
+        if (!hosting.hosts(domain))
+            findings.push_back({"catch-all-not-hosted", places.catchAlls, domain,
+                                domain + " has a catch-all and is not hosted",
+                                "take it away with " + removal});
+        else if (hosting.hosts(std::string(domainOf(target))) && !takesMail(hosting, target))
+            findings.push_back({"catch-all-astray", places.catchAlls, domain,
+                                "the catch-all of " + domain + " is " + target +
+                                    ", which is no mailbox: mail is taken, then returned",
+                                "set another with \"qvmailctl catchall set " + domain +
+                                    " USER\", or take it away with " + removal});
+    }
+}

@@ -1,0 +1,149 @@
+// The lookup tables that Postfix reads in place of maps
+#include "system/LargeFilesAndDates.h"
+
+#include "Areas.h"
+
+#include "Names.h"
+#include "Paths.h"
+#include "Programs.h"
+#include "maps/LineFaults.h"
+#include "maps/LineReader.h"
+#include "maps/MapLines.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace
+{
+
+constexpr int Seconds = 60;
+constexpr mode_t TableMode = 0644;
+constexpr mode_t WritableByOthers = 022;
+constexpr mode_t ReadableByOthers = 04;
+
+const std::map<std::string, const char*> EndingOfType = {{"hash", ".db"},   {"btree", ".db"},
+                                                         {"lmdb", ".lmdb"}, {"cdb", ".cdb"},
+                                                         {"dbm", ".pag"},   {"sdbm", ".pag"}};
+
+// Names to values, as postmap takes lines: names in lower case, of two the first.
+using Content = std::unordered_map<std::string, std::string>;
+
+// False when the map has a line that postmap takes otherwise than the library: there is nothing to
+// compare.
+bool readContent(const std::string& map, Content& content)
+{
+    LineReader reader(map);
+    std::string_view line;
+    while (reader.nextLine(line)) {
+        if (line.empty())
+            continue;
+        if (faultOfLine(map, line) != nullptr || line.front() == '#')
+            return false;
+        const std::string_view name = wholeName(line);
+        std::string_view value = line.substr(name.size() + 1);
+        const std::size_t begin = value.find_first_not_of(" \t");
+        if (begin == std::string_view::npos)
+            return false;
+        value = value.substr(begin, value.find_last_not_of(" \t") + 1 - begin);
+        content.try_emplace(lowerCase(std::string(name)), value);
+    }
+    return reader.error() == 0;
+}
+
+// Empty when the table says what the map says.
+std::string faultOfContent(const std::string& map)
+{
+    Content content;
+    if (!readContent(map, content))
+        return {};
+    const std::optional<std::string> table = outputOf({"postmap", "-s", map}, Seconds);
+    if (!table)
+        return "cannot be read by postmap";
+    std::size_t count = 0;
+    for (std::string_view rest = *table; !rest.empty(); ++count) {
+        const std::string_view line = textBefore(rest, '\n');
+        const auto entry = content.find(std::string(textBefore(line, '\t')));
+        if (entry == content.end() || entry->second != textAfter(line, '\t'))
+            return "says otherwise than its map of " + std::string(textBefore(line, '\t'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    }
+    return count == content.size() ? "" : "lacks entries of its map";
+}
+
+std::string faultOfTable(const std::string& map, const PathFacts& mapFacts,
+                         const std::string& table)
+{
+    const std::optional<PathFacts> facts = factsOf(table);
+    if (!facts)
+        return "is missing, so Postfix puts off mail";
+    if (facts->changed < mapFacts.changed)
+        return "is older than its map: a change of the map was not published";
+    return faultOfContent(map);
+}
+
+// A map from the future, of a machine whose clock was wrong, must not make it seem older for long.
+void dateNotBefore(long long changed, const std::string& table)
+{
+    const std::optional<PathFacts> facts = factsOf(table);
+    const timespec times[] = {{0, UTIME_OMIT}, {static_cast<time_t>(changed), 0}};
+    if (facts && facts->changed < changed)
+        utimensat(AT_FDCWD, table.c_str(), times, AT_SYMLINK_NOFOLLOW);
+}
+
+void checkTable(const std::string& map, const std::string& table, Findings& findings)
+{
+    const std::optional<PathFacts> mapFacts = factsOf(map);
+    if (!mapFacts || mapFacts->type != PathType::File)
+        return;
+    const std::string fault = faultOfTable(map, *mapFacts, table);
+    if (!fault.empty())
+        findings.push_back({"table-stale", table, "", fault, "postmap builds it anew", Mend::Beside,
+                            [map, table, changed = mapFacts->changed](Mending&) {
+                                buildTable(map);
+                                dateNotBefore(changed, table);
+                            }});
+    const std::optional<PathFacts> facts = factsOf(table);
+    if (facts && ((facts->mode & ReadableByOthers) == 0 || (facts->mode & WritableByOthers) != 0))
+        findings.push_back({"table-rights", table, "",
+                            "has the mode " + octal(facts->mode) +
+                                ", so that Postfix cannot read it or others may write to it",
+                            "it belongs to root, with mode 0644", Mend::Beside,
+                            [table, group = facts->group](Mending&) {
+                                giveRights(table, {0, group}, TableMode);
+                            }});
+}
+
+// main.cf may name another type than postmap makes.
+void checkType(const MailServers& servers, const std::string& setting, Findings& findings)
+{
+    const std::string value = servers.postfixSetting(setting);
+    for (const std::string map : MapsWithTables)
+        for (std::size_t end = 0; (end = value.find(":" + map, end)) != std::string::npos; ++end) {
+            std::size_t begin = end;
+            while (begin > 0 && isalnum(static_cast<unsigned char>(value[begin - 1])) != 0)
+                --begin;
+            const std::string type = value.substr(begin, end - begin);
+            if (type != servers.tableType && EndingOfType.count(type) > 0)
+                findings.push_back({"table-type", MainCf, setting,
+                                    setting + " names " + type + ":" + map +
+                                        ", and \"postmap FILE\" makes " + servers.tableType +
+                                        ": Postfix never sees a change",
+                                    "write $default_database_type:" + map + " there"});
+        }
+}
+
+} // namespace
+
+void checkLookupTables(const MailServers& servers, Findings& findings)
+{
+    const auto ending = EndingOfType.find(servers.tableType);
+    if (ending == EndingOfType.end())
+        return;
+    for (const std::string map : MapsWithTables)
+        checkTable(map, map + ending->second, findings);
+    for (const char* const setting : {"virtual_mailbox_maps", "virtual_alias_maps"})
+        checkType(servers, setting, findings);
+}

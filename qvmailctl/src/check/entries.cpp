@@ -180,7 +180,7 @@ bool isLost(const std::string& map, const Scans& scans, Findings& findings)
 
 // ---- Each account in all of its maps ----
 
-struct Accounts {
+struct AccountEntries {
     const Settings& settings;
     const Hosting& hosting;
     const Scans& scans;
@@ -206,7 +206,7 @@ Address addressOf(const std::string& text)
 }
 
 // As an interrupted creation leaves it.
-void isHalfMade(const Accounts& accounts, const std::string& name)
+void isHalfMade(const AccountEntries& accounts, const std::string& name)
 {
     const auto inPasswd = accounts.placeOf(VPASSWDFILE, name);
     const auto inQuotas = accounts.placeOf(VQUOTAFILE, name);
@@ -222,7 +222,7 @@ void isHalfMade(const Accounts& accounts, const std::string& name)
                                  }});
 }
 
-void lacksPassword(const Accounts& accounts, const Address& address)
+void lacksPassword(const AccountEntries& accounts, const Address& address)
 {
     const std::string fault = address.text + " has no line, so nobody can log in as it";
     if (accounts.formerPasswords.count(address.text) > 0)
@@ -239,7 +239,7 @@ void lacksPassword(const Accounts& accounts, const Address& address)
              }});
 }
 
-void lacksUserLine(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+void lacksUserLine(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
     const Quota quota = accounts.settings.dovecotLDA ? mailbox.quota : std::nullopt;
     accounts.findings.push_back(
@@ -252,7 +252,7 @@ void lacksUserLine(const Accounts& accounts, const Address& address, const Mailb
          }});
 }
 
-void lacksRoute(const Accounts& accounts, const Address& address)
+void lacksRoute(const AccountEntries& accounts, const Address& address)
 {
     accounts.findings.push_back(
         {"route-missing", VMAPSFILE, address.text,
@@ -274,7 +274,7 @@ Quota limitIn(const std::string& text)
 }
 
 // The panel reads vquota.txt, and Dovecot the fields in vpasswd.
-void checkQuota(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+void checkQuota(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
     const auto& allFields = accounts.scans.at(VPASSWDFILE).quotas;
     const auto fields = allFields.find(address.text);
@@ -318,7 +318,7 @@ void checkQuota(const Accounts& accounts, const Address& address, const Mailbox&
     accounts.findings.push_back(finding);
 }
 
-void checkAccount(const Accounts& accounts, const Address& address, const Mailbox& mailbox)
+void checkAccount(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
     const bool hasRoute = accounts.has(VMAPSFILE, address.text);
     if (!mailbox.isInShadow && !hasRoute && !hasFormerMail(address))
@@ -348,7 +348,7 @@ std::unordered_set<std::string> namesInCopy(const std::string& copy, const Hosti
 }
 
 // Entries of what is no mailbox.
-void checkOrphans(const Accounts& accounts, const char* map, const char* kind,
+void checkOrphans(const AccountEntries& accounts, const char* map, const char* kind,
                   const std::string& harm)
 {
     std::map<std::string, std::size_t> orphans; // in order
@@ -386,7 +386,7 @@ void checkEntries(const Settings& settings, const Hosting& hosting, Findings& fi
 
     const std::unordered_set<std::string> formerPasswords =
         namesInCopy(VSHADOWFILE + std::string(Backup), hosting);
-    const Accounts accounts = {settings, hosting, scans, formerPasswords, findings};
+    const AccountEntries accounts = {settings, hosting, scans, formerPasswords, findings};
     for (const auto& [address, mailbox] : hosting.mailboxes)
         if (faultOfAddress(address) == nullptr && hosting.hosts(std::string(domainOf(address))))
             checkAccount(accounts, addressOf(address), mailbox);

@@ -393,7 +393,7 @@ class Commands(EmptyWorld):
         for option in "--quota", "--dry-run", "--yes", "--wait":
             self.assertNotIn(option, query)
         for command in re.findall(r"^  (?:echo 'secret' \| )?qvmailctl (.*?)(?:  .*)?$", self.ctl("--help"), re.M):
-            if not command.startswith("init"):
+            if not command.startswith(("init", "check")):  # servers are not set up here
                 self.ctl(command)  # the first steps can be taken as they stand
         self.answers("mailbox list", "bob@example.com", "postmaster@example.com")
 

@@ -44,8 +44,8 @@ const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address
     if (!mailbox->isWhole())
         stop(Status::NotFit, "the mailbox " + address +
                                  " is in only one of " VPASSWDFILE " and " VSHADOWFILE
-                                 "; \"qvmailctl check --repair\" or \"qvmailctl mailbox "
-                                 "delete " +
+                                 "; \"qvmailctl check --repair\" completes it or takes it "
+                                 "back, \"qvmailctl mailbox delete " +
                                  address + "\" removes the rest");
     return *mailbox;
 }

@@ -34,6 +34,7 @@ ON_FILES = (
     ("mv vmaps.txt vmaps-temp.txt", "map-missing work-file", "test $(wc -l < vmaps.txt) = 3"),
     ("mv vshadow temp.txt", "map-missing work-file", "test $(stat -c %G:%a vshadow) = mailstaff:644"),
     ("(cat vshadow; printf 'cut@d.te') > vshadow_temp.txt; rm vshadow", "map-missing work-file", None),
+    ("echo left > vpasswd.edittmp", "work-file", None),  # a panel may be at work now
     ("cp vpasswd vpasswd.addtmp; mv vpasswd vpasswd_temp.txt", "map-missing work-file", None),
     # Interrupted transactions
     ("printf 'journal of a mail administration, format 1\\nreload\\nend\\n' > transaction/journal", "change-interrupted",
@@ -52,6 +53,7 @@ ON_FILES = (
     ("cat vpasswd vpasswd > x; cat x > vpasswd", "line-twice", "test $(wc -l < vpasswd) = 2"),
     ("printf %s \"$(cat vmaps.txt)\" > vmaps.txt; touch vmaps.txt.db", "line-end-missing", "test $(wc -l < vmaps.txt) = 3"),
     ("sed -i 's/^boss.*:/boss@d.test:/' vshadow", "line-malformed", None),
+    ("echo ' continued' >> vmaps.txt; postmap vmaps.txt", "line-malformed", None),
     ("echo 'boss@d.test:$1$x$y:1::99999::::0' >> vshadow", "name-twice", None),
     ("echo 'a;b@d.test x@d.test' >> valias.txt; postmap valias.txt", "name-unfit", None),
     ("echo 'Info@d.test x@d.test' >> valias.txt; postmap valias.txt", "name-in-capitals", None),
@@ -190,7 +192,7 @@ class World(unittest.TestCase):
         for damage, kinds, proof in table:
             with self.subTest(damage):
                 self.setUp()
-                run(damage + f"; touch -cd @1 {MAIN}")
+                run(damage + f"; touch -cd @1 {MAIN} *temp*")
                 found = self.ctl("check", 78)["result"]["findings"]
                 self.assertEqual(kinds, self.kinds(found), found)
                 before = run(f"find {KEPT} -type f | sort | xargs ls -l --time-style=full-iso", check=False, cwd="/").stdout

@@ -107,7 +107,9 @@ std::string asideNameOf(const std::string& path)
 
 void moveAside(const std::string& path, const std::string& aside)
 {
-    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) != 0)
+    if (isThere(aside))
+        refuse(aside + " is there already");
+    if (rename(path.c_str(), aside.c_str()) != 0)
         refuse(path + " cannot be renamed to " + aside + ": " + strerror(errno));
 }
 

@@ -94,10 +94,14 @@ std::string copiesOf(const std::string& map)
     for (const MapVariant* const writer : MapVariants)
         if (writer->map != nullptr && writer->map == map && writer->backupSuffix != nullptr)
             endings.insert(writer->backupSuffix);
-    for (const std::string& ending : endings)
-        if (isThere(map + ending))
-            copies += (copies.empty() ? "" : ", ") + map + ending + " (" +
-                      description(map + ending) + ")";
+    for (const std::string& ending : endings) {
+        const std::string copy = map + ending;
+        if (isThere(copy))
+            copies.append(copies.empty() ? "" : ", ")
+                .append(copy)
+                .append(" (")
+                .append(description(copy) + ")");
+    }
     return copies;
 }
 

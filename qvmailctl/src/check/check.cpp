@@ -176,7 +176,7 @@ Json listOf(const Findings& findings)
 
 Answer answerOf(const Findings& findings, const Findings& mended, bool isDry)
 {
-    Answer answer;
+    Answer answer{Json::object(), {}};
     if (isDry)
         answer.result["dry_run"] = true;
     answer.result["findings"] = listOf(findings);

@@ -22,6 +22,13 @@ bool takesMail(const Hosting& hosting, const std::string& address)
     return hosting.mailbox(address) != nullptr || !hosting.targetsOf(address).empty();
 }
 
+Finding halfMade(const std::string& domain, const Places& places)
+{
+    return {"domain-half-made", places.domains, domain, domain + " is hosted and has no mailbox",
+            "finish it with \"qvmailctl domain add " + domain +
+                " USER\", or take it away with \"qvmailctl domain delete " + domain + "\""};
+}
+
 void checkDomains(const Hosting& hosting, const Places& places, Findings& findings)
 {
     std::map<std::string, std::size_t> mailboxes;
@@ -30,11 +37,7 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
             ++mailboxes[std::string(domainOf(address))];
     for (const std::string& domain : hosting.domains)
         if (mailboxes.count(domain) == 0)
-            findings.push_back({"domain-half-made", places.domains, domain,
-                                domain + " is hosted and has no mailbox",
-                                "finish it with \"qvmailctl domain add " + domain +
-                                    " USER\", or take it away with \"qvmailctl domain delete " +
-                                    domain + "\""});
+            findings.push_back(halfMade(domain, places));
     for (const auto& [domain, count] : mailboxes)
         if (!hosting.hosts(domain))
             findings.push_back({"domain-not-hosted", places.domains, domain,
@@ -43,6 +46,22 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
                                 "add it to host it again, or finish its deletion with "
                                 "\"qvmailctl domain delete " +
                                     domain + "\""});
+}
+
+void checkCatchAll(const std::string& domain, const std::string& target, const Hosting& hosting,
+                   const Places& places, Findings& findings)
+{
+    const std::string removal = "\"qvmailctl catchall remove " + domain + "\"";
+    if (!hosting.hosts(domain))
+        findings.push_back({"catch-all-not-hosted", places.catchAlls, domain,
+                            domain + " has a catch-all and is not hosted",
+                            "take it away with " + removal});
+    else if (hosting.hosts(std::string(domainOf(target))) && !takesMail(hosting, target))
+        findings.push_back({"catch-all-astray", places.catchAlls, domain,
+                            "the catch-all of " + domain + " is " + target +
+                                ", which is no mailbox: mail is taken, then returned",
+                            "set another with \"qvmailctl catchall set " + domain +
+                                " USER\", or take it away with " + removal});
 }
 
 } // namespace
@@ -59,17 +78,6 @@ void checkNames(const Settings& settings, const Hosting& hosting, Findings& find
                                 std::string("delete it with \"qvmailctl ") +
                                     (hosting.isList(address) ? "list" : "alias") + " delete " +
                                     address + "\""});
-    for (const auto& [domain, target] : hosting.catchAlls) {
-        const std::string removal = "\"qvmailctl catchall remove " + domain + "\"";
-        if (!hosting.hosts(domain))
-            findings.push_back({"catch-all-not-hosted", places.catchAlls, domain,
-                                domain + " has a catch-all and is not hosted",
-                                "take it away with " + removal});
-        else if (hosting.hosts(std::string(domainOf(target))) && !takesMail(hosting, target))
-            findings.push_back({"catch-all-astray", places.catchAlls, domain,
-                                "the catch-all of " + domain + " is " + target +
-                                    ", which is no mailbox: mail is taken, then returned",
-                                "set another with \"qvmailctl catchall set " + domain +
-                                    " USER\", or take it away with " + removal});
-    }
+    for (const auto& [domain, target] : hosting.catchAlls)
+        checkCatchAll(domain, target, hosting, places, findings);
 }

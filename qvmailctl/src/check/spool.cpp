@@ -29,6 +29,11 @@ struct Spool {
 
 using Addresses = std::vector<std::string>;
 
+std::string below(const std::string& directory, const std::string& name)
+{
+    return directory + "/" + name;
+}
+
 bool beginsWith(const std::string& text, const std::string& beginning)
 {
     return text.compare(0, beginning.size(), beginning) == 0;
@@ -37,7 +42,7 @@ bool beginsWith(const std::string& text, const std::string& beginning)
 void checkRemoved(const std::string& directory, const std::string& name, Findings& findings)
 {
     if (beginsWith(name, Removed))
-        findings.push_back({"mail-not-removed", directory + "/" + name, "",
+        findings.push_back({"mail-not-removed", below(directory, name), "",
                             "is deleted mail that could not be removed",
                             "remove it with \"rm -r\", unless the next change does by itself"});
 }
@@ -130,12 +135,12 @@ void checkHomes(const Spool& spool, const std::string& directory, const Addresse
 {
     std::unordered_set<std::string> found;
     const auto homeOf = [&](const std::string& name) {
-        return OwnedDirectory{directory + "/" + name, HomeMode,
+        return OwnedDirectory{below(directory, name), HomeMode,
                               spool.owner.value_or(Ownership{0, 0})};
     };
     for (const std::string& name : namesIn(directory)) {
         checkRemoved(directory, name, spool.findings);
-        if (checkOwned(spool, directory + "/" + name, name, orphans))
+        if (checkOwned(spool, below(directory, name), name, orphans))
             checkHome(spool, homeOf(name), name);
         found.insert(name);
     }
@@ -148,7 +153,7 @@ void checkHomes(const Spool& spool, const std::string& directory, const Addresse
 void checkInboxes(const Spool& spool, const std::string& directory, std::set<std::string>& orphans)
 {
     for (const std::string& name : namesIn(directory)) {
-        const std::string path = directory + "/" + name;
+        const std::string path = below(directory, name);
         checkRemoved(directory, name, spool.findings);
         if (name.find(".lock") != std::string::npos) // of a delivery
             continue;
@@ -171,21 +176,30 @@ void checkInboxes(const Spool& spool, const std::string& directory, std::set<std
 
 void checkTree(const Spool& spool, const std::string& domain, const Addresses& mailboxes)
 {
+    const std::string tree = below(VSPOOLDIR, domain);
     std::set<std::string> orphans;
     std::set<std::string> unfit;
     for (const TreeDirectory& directory : DomainTree) {
-        const std::string below = directory.path;
-        const std::string path = VSPOOLDIR "/" + domain + below;
-        const std::string holder = below.substr(0, below.rfind('/'));
+        const std::string part = directory.path;
+        const std::string path = tree + part;
+        const std::string holder = part.substr(0, part.rfind('/'));
         const OwnedDirectory wanted = {path, directory.mode, spool.owner.value_or(Ownership{0, 0})};
-        const bool isReached = below.empty() || unfit.count(holder) == 0;
-        if (!isReached || !checkDirectory(spool, wanted, below.empty(), domain))
-            unfit.insert(below);
-        else if (below == "/mail/inbox")
+        const bool isReached = part.empty() || unfit.count(holder) == 0;
+        if (!isReached || !checkDirectory(spool, wanted, part.empty(), domain))
+            unfit.insert(part);
+        else if (part == "/mail/inbox")
             checkInboxes(spool, path, orphans);
-        else if (below == "/mail/home")
+        else if (part == "/mail/home")
             checkHomes(spool, path, mailboxes, orphans);
     }
+}
+
+Finding treeOf(const std::string& domain)
+{
+    const std::string path = below(VSPOOLDIR, domain);
+    return {"tree-without-domain", path, domain, "is of " + domain + ", which is not hosted",
+            "host it with \"qvmailctl domain add " + domain +
+                " USER --take-over\", or remove it with \"rm -r " + path + "\""};
 }
 
 std::map<std::string, Addresses> mailboxesByDomain(const Hosting& hosting)
@@ -220,13 +234,9 @@ void checkSpool(const Hosting& hosting, Findings& findings)
         return;
     }
     for (const std::string& name : namesIn(VSPOOLDIR)) {
-        const std::string path = VSPOOLDIR "/" + name;
         checkRemoved(VSPOOLDIR, name, findings);
         if (faultOfDomain(name) == nullptr && !hosting.hosts(name) && mailboxes.count(name) == 0)
-            findings.push_back(
-                {"tree-without-domain", path, name, "is of " + name + ", which is not hosted",
-                 "host it with \"qvmailctl domain add " + name +
-                     " USER --take-over\", or remove it with \"rm -r " + path + "\""});
+            findings.push_back(treeOf(name));
     }
     for (const std::string& domain : hosting.domains)
         if (faultOfDomain(domain) == nullptr)

@@ -116,23 +116,32 @@ void checkTable(const std::string& map, const std::string& table, Findings& find
                             }});
 }
 
-// main.cf may name another type than postmap makes.
-void checkType(const MailServers& servers, const std::string& setting, Findings& findings)
+// The type that stands before ":" and the map in a setting, at or behind a place; empty: none.
+std::string typeBefore(const std::string& setting, const std::string& map, std::size_t& from)
 {
-    const std::string value = servers.postfixSetting(setting);
-    for (const std::string map : MapsWithTables)
-        for (std::size_t end = 0; (end = value.find(":" + map, end)) != std::string::npos; ++end) {
-            std::size_t begin = end;
-            while (begin > 0 && isalnum(static_cast<unsigned char>(value[begin - 1])) != 0)
-                --begin;
-            const std::string type = value.substr(begin, end - begin);
-            if (type != servers.tableType && EndingOfType.count(type) > 0)
-                findings.push_back({"table-type", MainCf, setting,
-                                    setting + " names " + type + ":" + map +
-                                        ", and \"postmap FILE\" makes " + servers.tableType +
-                                        ": Postfix never sees a change",
-                                    "write $default_database_type:" + map + " there"});
-        }
+    const std::size_t end = from = setting.find(":" + map, from);
+    if (end == std::string::npos)
+        return {};
+    std::size_t begin = end;
+    while (begin > 0 && isalnum(static_cast<unsigned char>(setting[begin - 1])) != 0)
+        --begin;
+    ++from;
+    return setting.substr(begin, end - begin);
+}
+
+// main.cf may name another type than postmap makes.
+void checkType(const MailServers& servers, const std::string& setting, const std::string& map,
+               Findings& findings)
+{
+    std::size_t from = 0;
+    std::string type;
+    while (!(type = typeBefore(servers.postfixSetting(setting), map, from)).empty())
+        if (type != servers.tableType && EndingOfType.count(type) > 0)
+            return findings.push_back({"table-type", MainCf, setting,
+                                       setting + " names " + type + ":" + map +
+                                           ", and \"postmap FILE\" makes " + servers.tableType +
+                                           ": Postfix never sees a change",
+                                       "write $default_database_type:" + map + " there"});
 }
 
 } // namespace
@@ -142,8 +151,9 @@ void checkLookupTables(const MailServers& servers, Findings& findings)
     const auto ending = EndingOfType.find(servers.tableType);
     if (ending == EndingOfType.end())
         return;
-    for (const std::string map : MapsWithTables)
+    for (const std::string map : MapsWithTables) {
         checkTable(map, map + ending->second, findings);
-    for (const char* const setting : {"virtual_mailbox_maps", "virtual_alias_maps"})
-        checkType(servers, setting, findings);
+        for (const char* const setting : {"virtual_mailbox_maps", "virtual_alias_maps"})
+            checkType(servers, setting, map, findings);
+    }
 }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <set>
 
 #include <fcntl.h>
@@ -46,6 +47,16 @@ WorkFiles workFilesThere()
             maps.insert({VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE});
     }
     return files;
+}
+
+// Whether a program may still be writing it: a rewrite takes seconds at most, and loses the map when
+// its work file goes.
+bool isFresh(const std::string& file)
+{
+    constexpr int Minute = 60;
+    const std::optional<PathFacts> facts = factsOf(file);
+    const time_t now = time(nullptr);
+    return facts && facts->changed <= now && facts->changed > now - Minute;
 }
 
 // Whether the file can be the whole new map: the work file is closed before the map goes.
@@ -107,6 +118,9 @@ Finding lookAtWorkFile(const std::string& file, const std::set<std::string>& map
                               ") of a change that was interrupted, and the control panel's next "
                               "one would put its lines into a map: " +
                               states;
+    if (isFresh(file))
+        return {"work-file", file, "", fault,
+                "look again in a minute: its program may still be at work"};
     if (gone.empty()) {
         const std::string aside = asideNameOf(file);
         return {"work-file",

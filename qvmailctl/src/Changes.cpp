@@ -41,7 +41,7 @@ void Changes::changed(Kind kind, const std::string& name, const std::string& det
 
 Answer Changes::answer(bool isDry) const
 {
-    Answer answer;
+    Answer answer{Json::object(), {}};
     if (isDry)
         answer.result["dry_run"] = true;
     for (const char* const how : {"added", "removed", "changed"})

@@ -207,10 +207,13 @@ Answer check(Host& host, const Given& given)
     if (isDry)
         std::copy_if(findings.begin(), findings.end(), std::back_inserter(mended), isMendable);
     constexpr int Rounds = 3; // what is mended may bring to light what was hidden by it
-    for (int round = 0; given.repair && !isDry && round < Rounds; ++round) {
+    bool goesOn = given.repair && !isDry;
+    for (int round = 0; goesOn && round < Rounds; ++round) {
         if (std::none_of(findings.begin(), findings.end(), isMendable))
             break;
-        append(mended, mendOnce(host));
+        const Findings now = mendOnce(host);
+        append(mended, now);
+        goesOn = !now.empty();
         findings = lookInPeace(host);
     }
     return answerOf(findings, mended, isDry);

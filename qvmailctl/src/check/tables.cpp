@@ -135,13 +135,15 @@ void checkType(const MailServers& servers, const std::string& setting, const std
 {
     std::size_t from = 0;
     std::string type;
-    while (!(type = typeBefore(servers.postfixSetting(setting), map, from)).empty())
-        if (type != servers.tableType && EndingOfType.count(type) > 0)
-            return findings.push_back({"table-type", MainCf, setting,
-                                       setting + " names " + type + ":" + map +
-                                           ", and \"postmap FILE\" makes " + servers.tableType +
-                                           ": Postfix never sees a change",
-                                       "write $default_database_type:" + map + " there"});
+    do
+        type = typeBefore(servers.postfixSetting(setting), map, from);
+    while (!type.empty() && (type == servers.tableType || EndingOfType.count(type) == 0));
+    if (!type.empty())
+        findings.push_back({"table-type", MainCf, setting,
+                            setting + " names " + type + ":" + map +
+                                ", and \"postmap FILE\" makes " + servers.tableType +
+                                ": Postfix never sees a change",
+                            "write $default_database_type:" + map + " there"});
 }
 
 } // namespace

@@ -78,6 +78,7 @@ ON_FILES = (
     ("sed -i s/d.test/e.test/ /etc/VirtualHosts",
      "alias-not-hosted catch-all-not-hosted domain-half-made domain-not-hosted spool-missing", None),
     ("sed -i '/^@/s/bob/gone/' vmaps.txt; postmap vmaps.txt", "catch-all-astray", None),
+    ("sed -i '/^@/d' vmaps.txt; sed -i s/bob/gone/ valias.txt; postmap vmaps.txt; postmap valias.txt", "alias-astray", None),
     # The spool
     ("rm -r /var/spool/vmail/*", "spool-missing", None),
     (f"mkdir {TREE}; rm -r {INBOX}", "directory-missing", f"test $(stat -c %U:%G:%a {INBOX}) = qvadmin:mailstaff:2777"),

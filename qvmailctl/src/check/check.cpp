@@ -157,20 +157,23 @@ Findings mendOnce(Host& host)
 
 // ---- Answers ----
 
-Json jsonOf(const Finding& finding)
+constexpr const char* WithRepair = "with --repair ";
+
+// What is behind the fault is what a person does, what --repair would make of it, or what it made.
+Json jsonOf(const Finding& finding, const char* way)
 {
     return {{"kind", finding.kind},
             {"place", finding.place},
             {"name", finding.name.empty() ? Json(nullptr) : Json(finding.name)},
-            {"message", finding.fault + "; " + finding.wayOut},
+            {"message", finding.fault + "; " + way + finding.wayOut},
             {"repair", isMendable(finding)}};
 }
 
-Json listOf(const Findings& findings)
+Json listOf(const Findings& findings, const char* wayOfMendable)
 {
     Json list = Json::array();
     for (const Finding& finding : findings)
-        list.push_back(jsonOf(finding));
+        list.push_back(jsonOf(finding, isMendable(finding) ? wayOfMendable : ""));
     return list;
 }
 
@@ -179,21 +182,22 @@ Answer answerOf(const Findings& findings, const Findings& mended, bool isDry)
     Answer answer{Json::object(), {}};
     if (isDry)
         answer.result["dry_run"] = true;
-    answer.result["findings"] = listOf(findings);
-    answer.result["repaired"] = listOf(mended);
+    answer.result["findings"] = listOf(findings, WithRepair);
+    answer.result["repaired"] = listOf(mended, "");
     for (const Finding& finding : mended)
         answer.lines.push_back(lineOf(finding, isDry ? "dry run: " : "repaired: "));
     for (const Finding& finding : findings)
         if (!isMendable(finding))
             answer.lines.push_back(lineOf(finding, ""));
         else if (!isDry)
-            answer.lines.push_back(lineOf(finding, "with --repair "));
+            answer.lines.push_back(lineOf(finding, WithRepair));
     if (findings.empty())
         return answer;
 
     const auto count = std::count_if(findings.begin(), findings.end(), isMendable);
     answer.status = Status::NotFit;
-    answer.sentence = std::to_string(findings.size()) + " findings";
+    answer.sentence =
+        std::to_string(findings.size()) + (findings.size() == 1 ? " finding" : " findings");
     if (count > 0)
         answer.sentence += ", of which \"qvmailctl check --repair\" mends " + std::to_string(count);
     return answer;

@@ -2,6 +2,7 @@
 #include "Areas.h"
 
 #include "MapFiles.h"
+#include "Output.h"
 
 namespace
 {
@@ -48,6 +49,27 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
                                     domain + "\""});
 }
 
+void checkForwarder(const std::string& address, const Addresses& targets, const Hosting& hosting,
+                    const Places& places, Findings& findings)
+{
+    const std::string command = hosting.isList(address) ? "list" : "alias";
+    if (!hosting.hosts(std::string(domainOf(address))))
+        findings.push_back({"alias-not-hosted", places.aliases, address,
+                            address + " forwards, and its domain is not hosted",
+                            "delete it with \"qvmailctl " + command + " delete " + address + "\""});
+    for (const std::string& text : targets) {
+        const std::string target = lowerCase(text);
+        const std::string domain(domainOf(target));
+        if (hosting.hosts(domain) && hosting.catchAllOf(domain).empty() &&
+            !takesMail(hosting, target))
+            findings.push_back(
+                {"alias-astray", places.aliases, address,
+                 address + " forwards to " + shown(target) +
+                     ", which does not exist: what is forwarded is returned",
+                 "make the mailbox, or change it with \"qvmailctl " + command + " set\""});
+    }
+}
+
 void checkCatchAll(const std::string& domain, const std::string& target, const Hosting& hosting,
                    const Places& places, Findings& findings)
 {
@@ -71,13 +93,8 @@ void checkNames(const Settings& settings, const Hosting& hosting, Findings& find
     const Places& places = settings.usesSql ? InTables : InFiles;
     checkDomains(hosting, places, findings);
     for (const auto& [address, targets] : hosting.aliases)
-        if (faultOfDomain(domainOf(address)) == nullptr &&
-            !hosting.hosts(std::string(domainOf(address))))
-            findings.push_back({"alias-not-hosted", places.aliases, address,
-                                address + " forwards, and its domain is not hosted",
-                                std::string("delete it with \"qvmailctl ") +
-                                    (hosting.isList(address) ? "list" : "alias") + " delete " +
-                                    address + "\""});
+        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is told of
+            checkForwarder(address, targets, hosting, places, findings);
     for (const auto& [domain, target] : hosting.catchAlls)
         checkCatchAll(domain, target, hosting, places, findings);
 }

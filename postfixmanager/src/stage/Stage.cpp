@@ -176,8 +176,7 @@ bool Stage::willBeDirectory(const std::string& path) const
     };
     if (stat(path.c_str(), &entry) == 0 && S_ISDIR(entry.st_mode) && !isToBeRemoved(path))
         return true;
-    return std::any_of(m_directories.begin(), m_directories.end(),
-                       [&](const SpoolDirectory& made) { return made.path == path; });
+    return m_newPaths.count(path) > 0;
 }
 
 bool Stage::makeDirectory(const SpoolDirectory& directory)
@@ -191,6 +190,7 @@ bool Stage::makeDirectory(const SpoolDirectory& directory)
         return false;
     }
     m_directories.push_back(directory);
+    m_newPaths.insert(directory.path);
     return true;
 }
 
@@ -201,6 +201,9 @@ void Stage::remove(const std::string& path)
         const auto isGone = [&](const SpoolDirectory& made) {
             return isAtOrBelow(made.path, path);
         };
+        for (const SpoolDirectory& made : m_directories)
+            if (isGone(made))
+                m_newPaths.erase(made.path);
         m_directories.erase(std::remove_if(m_directories.begin(), m_directories.end(), isGone),
                             m_directories.end());
         if (std::find(m_removals.begin(), m_removals.end(), path) == m_removals.end())

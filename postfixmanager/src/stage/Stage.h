@@ -116,6 +116,7 @@ private:
     std::string m_failure;
     StagedMaps m_maps;
     std::vector<SpoolDirectory> m_directories;
+    std::unordered_set<std::string> m_newPaths; // of these: they may be thousands
     std::vector<std::string> m_removals;
     bool m_wantsReload = false;
 };

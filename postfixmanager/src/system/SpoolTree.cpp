@@ -91,12 +91,13 @@ void moveTo(Place& place, std::string& holder, const std::string& path)
 }
 
 // Syncs the directories and those that hold them. To sync each of many takes seconds, to sync the
-// file system waits for the mail that others write meanwhile: so the one for a few, the other for a
-// bulk of new mailboxes.
+// file system waits for the mail that others write meanwhile: so the one for a few, the other, once
+// for each file system, for a bulk of new mailboxes.
 int syncMade(const std::vector<OwnedDirectory>& directories, std::string& failed)
 {
     const bool isBulk = directories.size() > 100;
     std::set<std::string> holders;
+    std::set<dev_t> synced;
     for (const OwnedDirectory& directory : directories) {
         failed = directory.path;
         const bool isFirst =
@@ -107,7 +108,10 @@ int syncMade(const std::vector<OwnedDirectory>& directories, std::string& failed
         if (!place.parent.isOpen())
             return errno;
         if (isBulk) {
-            if (syncfs(place.parent.number()) != 0)
+            struct stat holder {
+            };
+            if (fstat(place.parent.number(), &holder) != 0 ||
+                (synced.insert(holder.st_dev).second && syncfs(place.parent.number()) != 0))
                 return errno;
             continue;
         }

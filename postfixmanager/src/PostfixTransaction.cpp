@@ -204,6 +204,25 @@ std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
     return {};
 }
 
+int PostfixTransaction::createMailboxWithHash(SvpopUser* vpopUserData, const std::string& domain,
+                                              const std::string& user, const std::string& quota)
+{
+    m_reason = NotOpen;
+    if (!isOpen())
+        return PostfixResult::MailboxNotCreated;
+    Stage& stage = *m_state->stage;
+    int code = PostfixResult::MailboxNotCreated;
+    m_reason = faultOf([&] {
+        checkHash(user + "@" + domain, vpopUserData->Shadow->sp_pwdp);
+        stage.passwordsAreHashed = true;
+        code = m_manager.Postfix_CreateMailbox(vpopUserData, domain, user, quota);
+    });
+    stage.passwordsAreHashed = false;
+    if (!m_reason.empty())
+        stage.fail(m_reason);
+    return code;
+}
+
 int PostfixTransaction::storePasswordHashes(
     const std::vector<std::pair<std::string, std::string>>& hashes)
 {

@@ -45,8 +45,8 @@ bool recordInDatabase(const PostfixManager& manager, SvpopUser* record, const st
     if (!sql.isConnected())
         return false;
 
-    const char* const hash = Encrypt(record->Shadow->sp_pwdp);
-    if (!isPasswordHash(hash))
+    char* hash = record->Shadow->sp_pwdp;
+    if (!hashPassword(hash))
         return false;
     if (!sql.execute("insert into virtual_users values ('" + address + "','" + hash + "'," +
                      (quota == "-1" ? "0" : quota) + ")"))

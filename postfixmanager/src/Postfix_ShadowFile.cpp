@@ -21,8 +21,7 @@ bool complete(spwd& shadow)
     shadow.sp_max = 99999;
     shadow.sp_warn = -1;
     shadow.sp_inact = -1;
-    shadow.sp_pwdp = Encrypt(shadow.sp_pwdp);
-    return isPasswordHash(shadow.sp_pwdp);
+    return hashPassword(shadow.sp_pwdp);
 }
 
 } // namespace

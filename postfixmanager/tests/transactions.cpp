@@ -2,6 +2,7 @@
 #include "PostfixTransaction.h"
 #include "fixture.h"
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <sstream>
@@ -418,7 +419,8 @@ TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)
         PostfixTransaction moving(host);
         const auto stored = [&] {
             if (backend == Sql)
-                return sql("select email, password from virtual_users order by id");
+                return sql("select email, replace(password, '" + std::string(Hash) +
+                           "', 'h') from virtual_users order by id");
             std::string all;
             std::istringstream lines(get("vshadow"));
             for (std::string name, field, rest; std::getline(lines, name, ':') &&
@@ -447,16 +449,29 @@ TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)
             EXPECT_EQ(stored(), accounts);
         }
 
+        Account bad("bad"), made("made", "n.com");
+        strcpy(bad.password, "a:b");
+        strcpy(made.password, hash.c_str());
+        EXPECT_EQ(moving.createMailboxWithHash(&bad, "d.com", "bad", "-1"), 306);
+        ASSERT_EQ(moving.open(0), PostfixTransaction::Done) << moving.reason();
+        EXPECT_EQ(moving.createMailboxWithHash(&bad, "d.com", "bad", "-1"), 306);
+        EXPECT_HOLDS(moving.failure(), "password of bad@d.com");
+        EXPECT_EQ(moving.commit(), PostfixTransaction::Refused);
+
         for (const bool isKept : {false, true}) {
             ASSERT_EQ(moving.open(0), PostfixTransaction::Done) << moving.reason();
             run(host, "CreateMailDomain(n.com;new;secret;-1)");
+            EXPECT_EQ(moving.createMailboxWithHash(&made, "n.com", "made", "5"), 305);
+            run(host, "CreateMailbox(n.com;clear;-1)");
             EXPECT_EQ(moving.storePasswordHashes(
                           {{"new@n.com", "!"}, {"bob@b.com", "first"}, {"BOB@b.com", hash}}),
                       321);
             EXPECT_EQ(happened.find(hash), std::string::npos);
             isKept ? (void)moving.commit() : moving.drop();
-            EXPECT_EQ(stored(),
-                      isKept ? "jim.bob@b.com|h\nbob@b.com|" + hash + "\nnew@n.com|!\n" : accounts);
+            EXPECT_EQ(stored(), isKept
+                                    ? "jim.bob@b.com|h\nbob@b.com|" + hash +
+                                          "\nnew@n.com|!\nmade@n.com|" + hash + "\nclear@n.com|h\n"
+                                    : accounts);
         }
     }
 }

@@ -105,6 +105,9 @@ public:
     // Whether Dovecot delivers, once it was asked for.
     std::optional<bool> deliveryAgent;
 
+    // Whether the passwords of account records are to be stored as they are.
+    bool passwordsAreHashed = false;
+
     // By user and group account, as far as they were looked up.
     std::map<std::pair<std::string, std::string>, std::optional<Ownership>> owners;
 

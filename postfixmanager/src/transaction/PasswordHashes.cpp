@@ -5,30 +5,13 @@
 #include "stage/SqlTransaction.h"
 #include "system/Refusal.h"
 
-#include <algorithm>
 #include <cctype>
-#include <string_view>
 #include <unordered_map>
 
 namespace
 {
 
 using Hashes = std::vector<std::pair<std::string, std::string>>;
-
-// It stands between colons in vshadow and between quotes in a statement. The message leaves it out:
-// it is a secret.
-void checkHashes(const Hashes& hashes)
-{
-    const auto isUnfit = [](unsigned char c) {
-        return std::iscntrl(c) != 0 ||
-               std::string_view(":'\"\\ ").find(static_cast<char>(c)) != std::string_view::npos;
-    };
-    for (const auto& [address, hash] : hashes)
-        if (hash.empty() || std::any_of(hash.begin(), hash.end(), isUnfit))
-            refuse("the stored password of " + address +
-                   " is empty, or holds a colon, a quote, a backslash, a blank or a control "
-                   "character");
-}
 
 [[noreturn]] void refuseMissing(const std::string& address)
 {
@@ -80,9 +63,17 @@ void storeInFile(const Hashes& hashes)
 
 } // namespace
 
+void checkHash(const std::string& address, std::string_view hash)
+{
+    if (!isStorable(hash))
+        refuse("the stored password of " + address +
+               " is empty, or holds a colon, a quote, a backslash, a blank or a control character");
+}
+
 void stagePasswordHashes(Stage& stage, const Hashes& hashes)
 {
-    checkHashes(hashes);
+    for (const auto& [address, hash] : hashes)
+        checkHash(address, hash);
     if (stage.database)
         storeInTables(*stage.database, hashes);
     else

@@ -4,8 +4,12 @@
 #include "stage/Stage.h"
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+// Throws a Refusal for a field that no account can have. It leaves the field out, which is a secret.
+void checkHash(const std::string& address, std::string_view hash);
 
 // Stages the password field of each address, as PostfixTransaction::storePasswordHashes says. Throws
 // a Refusal for a field that no account can have, and for an address that has no mailbox.

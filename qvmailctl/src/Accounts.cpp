@@ -11,6 +11,13 @@
 namespace
 {
 
+// Looked up once: an import makes thousands of mailboxes. beginChange has seen that they are there.
+struct Owners {
+    uid_t user = getpwnam("qvadmin")->pw_uid;
+    gid_t groupOfUsers = getpwnam("qvadmin")->pw_gid;
+    gid_t groupOfAdmins = getgrnam("mail")->gr_gid;
+};
+
 // A mailbox's account as the library takes it. The strings that the record points to live beside it.
 struct AccountRecord {
     std::string name;
@@ -23,15 +30,15 @@ struct AccountRecord {
     };
     SvpopUser record = {};
 
-    // The accounts and groups are there: beginChange has looked.
     AccountRecord(const Address& address, char* password, Mailbox::Type type)
         : name(address.text), home(VSPOOLDIR "/" + address.domain + "/mail/home/" + address.text)
     {
+        static const Owners owners;
         const bool isAdmin = type == Mailbox::Admin;
         account.pw_name = account.pw_gecos = name.data();
         account.pw_passwd = mark.data();
-        account.pw_uid = getpwnam("qvadmin")->pw_uid;
-        account.pw_gid = isAdmin ? getgrnam("mail")->gr_gid : getpwnam("qvadmin")->pw_gid;
+        account.pw_uid = owners.user;
+        account.pw_gid = isAdmin ? owners.groupOfAdmins : owners.groupOfUsers;
         account.pw_dir = home.data();
         account.pw_shell = shell.data();
         shadow.sp_namp = name.data();
@@ -47,13 +54,14 @@ struct AccountRecord {
 
 } // namespace
 
-void createMailbox(Host& host, const Address& address, char* password, const Quota& quota,
+void createMailbox(Host& host, const Address& address, const std::string& hash, const Quota& quota,
                    Mailbox::Type type)
 {
-    AccountRecord account(address, password, type);
+    std::string field = hash;
+    AccountRecord account(address, field.data(), type);
     conclude(host,
-             host.library.Postfix_CreateMailbox(&account.record, address.domain, address.user,
-                                                libraryText(quota)),
+             host.transaction.createMailboxWithHash(&account.record, address.domain, address.user,
+                                                    libraryText(quota)),
              {PostfixResult::MailboxCreated},
              "the mailbox " + address.text + " could not be created");
 }
@@ -79,6 +87,71 @@ void writePasswordLine(Host& host, const Address& address)
     AccountRecord account(address, password.data(), Mailbox::User);
     conclude(host, host.library.Postfix_ShadowFile(&account.record), {PostfixResult::Done},
              "the line of " + address.text + " in " VSHADOWFILE " could not be made");
+}
+
+// No limit is no quota: a "-1" in the delivery agent's fields makes Dovecot refuse the user.
+void writeQuota(Host& host, const std::string& address, const Quota& quota)
+{
+    conclude(host,
+             host.library.Postfix_VQuota(address, libraryText(quota),
+                                         quota ? "UpdateQuota" : "DeleteQuota"),
+             {PostfixResult::Done, PostfixResult::QuotaUpdated},
+             "the quota of " + address + " could not be changed");
+}
+
+void writeType(Host& host, const std::string& address, Mailbox::Type type)
+{
+    conclude(host,
+             host.library.Postfix_UpdateMailbox(address, type == Mailbox::Admin ? "admin" : "user",
+                                                "UpdateUserType"),
+             {PostfixResult::Updated}, "the type of " + address + " could not be changed");
+}
+
+void writeHashes(Host& host, const std::vector<std::pair<std::string, std::string>>& hashes)
+{
+    conclude(host, host.transaction.storePasswordHashes(hashes), {PostfixResult::Updated},
+             hashes.size() == 1 ? "the password of " + hashes[0].first + " could not be changed"
+                                : "the passwords could not be changed");
+}
+
+// The list's calls also serve a forwarder: they write what the forwarder's own do.
+void writeForwards(Host& host, const std::string& address, const Addresses& targets, bool hasEntry)
+{
+    // One text with commas: the form that both backends read.
+    std::string text;
+    for (const std::string& target : targets)
+        text += (text.empty() ? "" : ",") + target;
+    VectorString elements = {text};
+    conclude(
+        host, host.library.Postfix_VList(address, &elements, hasEntry ? "UpdateList" : "AddList"),
+        {PostfixResult::ListAdded, PostfixResult::ListUpdated},
+        (targets.size() > 1 ? "the list " : "the forwarder ") + address + " could not be written");
+}
+
+// With the database, deleting an alias gives the address a row for itself, for its mailbox's sake.
+// Without a mailbox the server would then take its mail and bounce it: deleted as a list, nothing is
+// left.
+void removeForwards(Host& host, const std::string& address, bool hasMailbox)
+{
+    VectorString none;
+    const int code = host.settings.usesSql && !hasMailbox
+                         ? host.library.Postfix_VList(address, &none, "DeleteList")
+                         : host.library.Postfix_VAlias(address, "", "DeleteAlias");
+    conclude(host, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
+             "the forwarder " + address + " could not be deleted");
+}
+
+void writeCatchAll(Host& host, const std::string& domain, const std::string& user)
+{
+    conclude(host, host.library.Postfix_UpdateCatchAllAddress(domain, user),
+             {PostfixResult::CatchAllSet}, "the catch-all of " + domain + " could not be set");
+}
+
+void removeCatchAll(Host& host, const std::string& domain)
+{
+    conclude(host, host.library.Postfix_RemoveCatchAllAddress(domain),
+             {PostfixResult::CatchAllRemoved},
+             "the catch-all of " + domain + " could not be removed");
 }
 
 std::string libraryText(const Quota& quota)

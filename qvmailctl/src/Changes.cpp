@@ -65,3 +65,10 @@ Json jsonOf(const Quota& quota)
 {
     return quota ? Json(*quota) : Json(nullptr);
 }
+
+Json jsonOf(Mailbox::Type type)
+{
+    if (type == Mailbox::Unknown)
+        return nullptr;
+    return type == Mailbox::Admin ? "admin" : "user";
+}

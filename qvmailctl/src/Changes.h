@@ -2,7 +2,7 @@
 #ifndef QVMAILCTL_CHANGES_H
 #define QVMAILCTL_CHANGES_H
 
-#include "Names.h"
+#include "Hosting.h"
 #include "Output.h"
 
 #include <string>
@@ -41,5 +41,6 @@ private:
 // "unlimited", or the number of bytes.
 std::string textOf(const Quota& quota);
 Json jsonOf(const Quota& quota);
+Json jsonOf(Mailbox::Type type); // null: not known
 
 #endif

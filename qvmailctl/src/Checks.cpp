@@ -50,6 +50,15 @@ const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address
     return *mailbox;
 }
 
+void requireHomes(const std::string& domain)
+{
+    const std::string homes = VSPOOLDIR "/" + domain + "/mail/home";
+    if (!isThere(homes))
+        stop(Status::NotFit, "the directory " + homes +
+                                 " is missing, so the mailbox would get no home; is the spool "
+                                 "mounted? If it is, \"qvmailctl check --repair\" makes it");
+}
+
 bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
 {
     if (hosting.mailbox(address.text) != nullptr) {
@@ -61,6 +70,12 @@ bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
     if (!host.settings.usesSql && host.library.Postfix_IsMailboxExists(address.text))
         stop(Status::Exists,
              "the mailbox " + address.text + " exists already, with capital letters");
+    requireFree(host, hosting, address);
+    return true;
+}
+
+void requireFree(const Host& host, const Hosting& hosting, const Address& address)
+{
     if (!hosting.targetsOf(address.text).empty())
         stop(Status::Exists, address.text +
                                  " is a forwarder or a list, which would take the new mailbox's "
@@ -72,11 +87,12 @@ bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
                                  "; remove it with \"qvmailctl quota delete " +
                                  address.text + "\"");
     if (!host.options.takeOver && hasFormerMail(address))
-        stop(Status::Exists,
-             "mail of a former " + address.text + " still lies below " VSPOOLDIR "/" +
-                 address.domain + "/mail; delete it with \"qvmailctl mailbox delete " +
-                 address.text + "\", or let the new mailbox have it with --take-over");
-    return true;
+        stop(Status::Exists, "mail of a former " + address.text +
+                                 " still lies below " VSPOOLDIR "/" + address.domain +
+                                 "/mail; delete it with \"qvmailctl mailbox delete " +
+                                 address.text +
+                                 "\", or let the new mailbox have it with --take-over (a host that "
+                                 "moves between files and the database needs that)");
 }
 
 bool hasFormerMail(const Address& address)
@@ -96,17 +112,20 @@ Kind kindOf(const Hosting& hosting, const std::string& address)
     return hosting.isList(address) ? Kind::List : Kind::Alias;
 }
 
-void warnOfOwnName(const std::string& domain)
+void warnOfOwnNames(const std::set<std::string>& domains)
 {
     constexpr int Seconds = 5;
     const std::optional<std::string> names =
         outputOf({"postconf", "-xh", "myhostname", "mydestination"}, Seconds);
+    std::set<std::string> own;
     for (const std::string& line : linesOf(names.value_or("")))
         for (const std::string& name : wordsOf(line))
-            if (equalIgnoringCase(name, domain))
-                return tell("warning: " + domain +
-                            " is a name of this server itself (myhostname or mydestination of "
-                            "Postfix), which takes its mail for its own system accounts");
+            if (domains.count(lowerCase(name)) > 0)
+                own.insert(lowerCase(name));
+    for (const std::string& domain : own)
+        tell("warning: " + domain +
+             " is a name of this server itself (myhostname or mydestination of Postfix), which "
+             "takes its mail for its own system accounts");
 }
 
 void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets)

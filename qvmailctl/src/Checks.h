@@ -9,10 +9,16 @@
 void requireHosted(const Hosting& hosting, const std::string& domain);
 const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address);
 
+// Ends the command when mailboxes of the domain could not get their homes.
+void requireHomes(const std::string& domain);
+
 // Whether the mailbox may be made. False when it is there and that is all right (--if-missing). Ends
 // the command when the address is taken, or when something left over or similar would keep the new
 // mailbox from being written, from getting its mail, or would give it another's.
 bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address);
+
+// The same of an address that has no mailbox, but for one in capital letters: ends the command.
+void requireFree(const Host& host, const Hosting& hosting, const Address& address);
 
 // What a deletion that failed half-way leaves, and a new mailbox of that address would inherit.
 bool hasFormerMail(const Address& address);
@@ -25,7 +31,7 @@ Kind kindOf(const Hosting& hosting, const std::string& address);
 
 // ---- Warnings: what the mail server will not do well ----
 
-void warnOfOwnName(const std::string& domain);
+void warnOfOwnNames(const std::set<std::string>& domains);
 void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets);
 
 #endif

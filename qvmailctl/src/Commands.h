@@ -59,5 +59,7 @@ Object catchAllCommands();
 Object searchCommand();
 Object initCommand();
 Object checkCommand();
+Object exportCommand();
+Object importCommand();
 
 #endif

@@ -138,12 +138,17 @@ void beginRepair(Host& host)
     open(host);
 }
 
+void stopIfInterrupted()
+{
+    if (interrupted != 0)
+        stop(Status::Interrupted, "interrupted; nothing was changed");
+}
+
 void finishChange(Host& host)
 {
     if (!host.transaction.isOpen())
         return;
-    if (interrupted != 0)
-        stop(Status::Interrupted, "interrupted; nothing was changed");
+    stopIfInterrupted();
     if (host.options.dryRun) {
         const std::string failure = host.transaction.failure();
         host.transaction.drop();

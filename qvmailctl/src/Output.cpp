@@ -1,3 +1,5 @@
+#include "system/LargeFilesAndDates.h"
+
 #include "Output.h"
 
 #include "maps/MapLines.h"
@@ -8,6 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -137,6 +140,36 @@ void tell(const std::string& line)
 void prompt(const std::string& question)
 {
     writeAll(messages, question);
+}
+
+Progress::Progress(std::size_t steps, bool isWanted)
+    : m_steps(steps), m_isShown(isWanted && isatty(messages) == 1)
+{
+}
+
+Progress::~Progress()
+{
+    prompt(m_line.empty() ? "" : "\r" + std::string(m_line.size(), ' ') + "\r");
+}
+
+void Progress::step()
+{
+    constexpr std::size_t Width = 40;
+    ++m_done;
+    const std::size_t filled = Width * m_done / m_steps;
+    if (!m_isShown || filled == Width * (m_done - 1) / m_steps)
+        return;
+    m_line = "[" + std::string(filled, '#') + std::string(Width - filled, '.') + "] " +
+             std::to_string(m_done) + " of " + std::to_string(m_steps);
+    prompt("\r" + m_line);
+}
+
+bool mayOthersReadAnswer()
+{
+    struct stat entry {
+    };
+    constexpr mode_t Others = 044;
+    return fstat(answers, &entry) == 0 && S_ISREG(entry.st_mode) && (entry.st_mode & Others) != 0;
 }
 
 std::string shown(std::string_view text)

@@ -49,6 +49,27 @@ void giveFailure(const Stop& stop, bool asJson);
 void tell(const std::string& line);
 void prompt(const std::string& question); // no line end
 
+// How far a long change is, on a terminal alone: one line, which goes away with it.
+class Progress
+{
+public:
+    Progress(std::size_t steps, bool isWanted);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void step();
+
+private:
+    std::size_t m_steps;
+    std::size_t m_done = 0;
+    std::string m_line;
+    bool m_isShown;
+};
+
+// Whether the answer goes into a file that other users may read.
+bool mayOthersReadAnswer();
+
 // The text as a terminal may show it: control characters escaped, and cut when it is long.
 std::string shown(std::string_view text);
 std::string inQuotes(std::string_view text);

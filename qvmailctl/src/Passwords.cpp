@@ -1,8 +1,13 @@
 #include "Passwords.h"
 
+#include "Encrypt.h"
+#include "Hosting.h"
 #include "Output.h"
+#include "PasswordHash.h"
 #include "Results.h"
+#include "maps/MapLines.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -127,10 +132,9 @@ Password::~Password()
     wipe(m_text);
 }
 
-char* Password::buffer()
+std::string Password::hash()
 {
-    m_text.resize(LongestPassword + 1);
-    return m_text.data();
+    return hashOf(m_text);
 }
 
 bool isTyped()
@@ -148,6 +152,34 @@ const char* faultOfPassword(const std::string& password)
         if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
             return "the password holds a control character";
     return nullptr;
+}
+
+const char* faultOfHash(const std::string& hash)
+{
+    if (hash.empty() || hash.front() == DisabledMark)
+        return "a hash belongs here without the mark of a disabled mailbox: write \"enabled\": "
+               "false";
+    if (!isStorable(hash))
+        return "the hash holds a colon, a quote, a backslash, a blank or a control character";
+    constexpr std::string_view FirstMarks = "${_*"; // crypt(3), {SCHEME}, no login
+    constexpr std::size_t LengthWithoutMark = 13;   // crypt(3) of old
+    if (!contains(FirstMarks, std::string_view(hash).substr(0, 1)) &&
+        hash.size() != LengthWithoutMark)
+        return "this is no hash as crypt(3) writes it, or with {SCHEME} before it; a clear "
+               "password "
+               "is written as \"password\"";
+    return nullptr;
+}
+
+std::string hashOf(std::string& password)
+{
+    constexpr std::size_t LengthOfSalt = 9; // which hashing writes over the password
+    password.resize(std::max(password.size(), LengthOfSalt));
+    const char* const hash = Encrypt(password.data());
+    wipe(password);
+    if (!isPasswordHash(hash))
+        stop(Status::NotFit, "crypt(3) of this system does not hash passwords as $1$ (MD5)");
+    return hash;
 }
 
 void wipe(std::string& text)

@@ -18,9 +18,8 @@ public:
 
     const std::string& text() const { return m_text; }
 
-    // For hashing, which writes a salt into the buffer, however short the password: from then on
-    // the text is gone.
-    char* buffer();
+    // The hash to store. From then on the text is gone.
+    std::string hash();
 
 private:
     std::string m_text;
@@ -31,6 +30,12 @@ bool isTyped();
 
 // The fault of a password; null when it has none.
 const char* faultOfPassword(const std::string& password);
+
+// The fault of a hash that is to be stored as it is; null when it has none.
+const char* faultOfHash(const std::string& hash);
+
+// The hash to store. The password is wiped.
+std::string hashOf(std::string& password);
 
 void wipe(std::string& text);
 

@@ -1,4 +1,5 @@
 // alias add | set | delete | show | list
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
 #include "Results.h"
@@ -38,11 +39,7 @@ Answer write(Host& host, const Given& given, bool mayReplace)
                                  " already; replace that with \"qvmailctl alias set\"");
     warnOfTargets(host, address.text, {target});
 
-    conclude(host,
-             host.library.Postfix_VAlias(
-                 address.text, target, hosting.hasEntry(address.text) ? "UpdateAlias" : "AddAlias"),
-             {PostfixResult::AliasAdded, PostfixResult::Updated},
-             "the forwarder " + address.text + " could not be written");
+    writeForwards(host, address.text, {target}, hosting.hasEntry(address.text));
     if (former.empty())
         host.changes.added(Kind::Alias, address.text, target);
     else
@@ -75,15 +72,7 @@ Answer remove(Host& host, const Given& given)
         return {};
     }
 
-    // With the database, deleting an alias gives the address a row for itself, for its mailbox's
-    // sake. Without a mailbox the server would then take its mail and bounce it: deleted as a list,
-    // nothing is left.
-    VectorString none;
-    const int code = host.settings.usesSql && !hasMailbox
-                         ? host.library.Postfix_VList(address.text, &none, "DeleteList")
-                         : host.library.Postfix_VAlias(address.text, "", "DeleteAlias");
-    conclude(host, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
-             "the forwarder " + address.text + " could not be deleted");
+    removeForwards(host, address.text, hasMailbox);
     host.changes.removed(Kind::Alias, address.text);
     return {};
 }

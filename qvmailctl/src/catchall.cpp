@@ -1,4 +1,5 @@
 // catchall set | remove | show
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
 #include "Results.h"
@@ -16,9 +17,7 @@ Answer set(Host& host, const Given& given)
     const std::string former = hosting.catchAllOf(target.domain);
     if (former == target.text)
         return {};
-    conclude(host, host.library.Postfix_UpdateCatchAllAddress(target.domain, target.user),
-             {PostfixResult::CatchAllSet},
-             "the catch-all of " + target.domain + " could not be set");
+    writeCatchAll(host, target.domain, target.user);
     if (former.empty())
         host.changes.added(Kind::CatchAll, target.domain, target.text);
     else
@@ -38,9 +37,7 @@ Answer remove(Host& host, const Given& given)
         missing(host, "the domain " + domain + " has no catch-all");
         return {};
     }
-    conclude(host, host.library.Postfix_RemoveCatchAllAddress(domain),
-             {PostfixResult::CatchAllRemoved},
-             "the catch-all of " + domain + " could not be removed");
+    removeCatchAll(host, domain);
     host.changes.removed(Kind::CatchAll, domain);
     return {};
 }

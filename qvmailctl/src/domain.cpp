@@ -40,7 +40,7 @@ Answer add(Host& host, const Given& given)
     beginChange(host);
     if (!mayAdd(host, first))
         return {};
-    warnOfOwnName(first.domain);
+    warnOfOwnNames({first.domain});
 
     conclude(host,
              host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(),

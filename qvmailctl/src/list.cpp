@@ -1,4 +1,5 @@
 // list add | set | join | leave | delete | show | list
+#include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
 #include "Results.h"
@@ -56,18 +57,8 @@ Hosting requireList(Host& host, const Address& address)
 void write(Host& host, const Hosting& hosting, const std::string& address, const Addresses& members)
 {
     warnOfTargets(host, address, members);
-    // One text with commas: the form that both backends read.
-    std::string text;
-    for (const std::string& member : members)
-        text += (text.empty() ? "" : ",") + member;
-    VectorString elements = {text};
-    const bool isNew = hosting.targetsOf(address).empty();
-    conclude(host,
-             host.library.Postfix_VList(address, &elements,
-                                        hosting.hasEntry(address) ? "UpdateList" : "AddList"),
-             {PostfixResult::ListAdded, PostfixResult::ListUpdated},
-             "the list " + address + " could not be written");
-    if (isNew)
+    writeForwards(host, address, members, hosting.hasEntry(address));
+    if (hosting.targetsOf(address).empty())
         host.changes.added(Kind::List, address);
     else
         host.changes.changed(Kind::List, address);

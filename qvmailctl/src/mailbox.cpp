@@ -1,18 +1,12 @@
 // mailbox add | passwd | enable | disable | type | delete | list | count | show
-#include "system/LargeFilesAndDates.h"
-
 #include "Accounts.h"
 #include "Checks.h"
 #include "Commands.h"
-#include "Encrypt.h"
-#include "MapFiles.h"
 #include "Passwords.h"
 #include "Programs.h"
 #include "Results.h"
 
 #include <cstdlib>
-
-#include <unistd.h>
 
 namespace
 {
@@ -21,11 +15,7 @@ bool mayAdd(Host& host, const Address& address)
 {
     const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Quotas | Aliases);
     requireHosted(hosting, address.domain);
-    const std::string homes = VSPOOLDIR "/" + address.domain + "/mail/home";
-    if (access(homes.c_str(), F_OK) != 0)
-        stop(Status::NotFit, "the directory " + homes +
-                                 " is missing, so the mailbox would get no home; is the spool "
-                                 "mounted? If it is, \"qvmailctl check --repair\" makes it");
+    requireHomes(address.domain);
     return mayAddMailbox(host, hosting, address);
 }
 
@@ -43,18 +33,12 @@ Answer add(Host& host, const Given& given)
     if (!mayAdd(host, address))
         return {};
 
-    createMailbox(host, address, password.buffer(), quota, Mailbox::User);
+    createMailbox(host, address, password.hash(), quota, Mailbox::User);
     host.changes.added(Kind::Mailbox, address.text);
     if (quota)
         host.changes.added(Kind::Quota, address.text, textOf(quota));
     host.changes.tellScripts("quota", jsonOf(quota));
     return {};
-}
-
-void storeHash(Host& host, const std::string& address, const std::string& hash)
-{
-    conclude(host, host.transaction.storePasswordHashes({{address, hash}}),
-             {PostfixResult::Updated}, "the password of " + address + " could not be changed");
 }
 
 Answer setPassword(Host& host, const Given& given)
@@ -72,7 +56,7 @@ Answer setPassword(Host& host, const Given& given)
             host, host.library.Postfix_UpdateMailbox(address.text, password.text(), "UpdatePasswd"),
             {PostfixResult::Updated}, "the password of " + address.text + " could not be changed");
     else
-        storeHash(host, address.text, DisabledMark + std::string(Encrypt(password.buffer())));
+        writeHashes(host, {{address.text, DisabledMark + password.hash()}});
     host.changes.changed(Kind::Mailbox, address.text);
     return {};
 }
@@ -85,7 +69,8 @@ Answer setEnabled(Host& host, const Given& given, bool enabled)
     const Mailbox& mailbox = requireMailbox(hosting, address.text);
     if (mailbox.isEnabled() == enabled)
         return {};
-    storeHash(host, address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash);
+    writeHashes(host,
+                {{address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
     host.changes.changed(Kind::Mailbox, address.text);
     return {};
 }
@@ -113,8 +98,7 @@ Answer setType(Host& host, const Given& given)
     const Hosting hosting = host.read(addressAlone(address), Accounts);
     const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
     const bool isNews = requireMailbox(hosting, address.text).type != wanted;
-    conclude(host, host.library.Postfix_UpdateMailbox(address.text, type, "UpdateUserType"),
-             {PostfixResult::Updated}, "the type of " + address.text + " could not be changed");
+    writeType(host, address.text, wanted);
     if (isNews)
         host.changes.changed(Kind::Mailbox, address.text);
     return {};
@@ -153,16 +137,11 @@ Answer remove(Host& host, const Given& given)
     return {};
 }
 
-const char* typeOf(const Mailbox& mailbox)
-{
-    return mailbox.type == Mailbox::Admin ? "admin" : "user";
-}
-
 Json entryOf(const std::string& address, const Mailbox& mailbox)
 {
     return {{"address", address},
             {"quota", jsonOf(mailbox.quota)},
-            {"type", mailbox.type == Mailbox::Unknown ? Json(nullptr) : Json(typeOf(mailbox))},
+            {"type", jsonOf(mailbox.type)},
             {"enabled", mailbox.isEnabled()}};
 }
 
@@ -227,7 +206,7 @@ Answer show(Host& host, const Given& given)
 
     std::vector<std::string> lines = {"address: " + address.text};
     if (mailbox.type != Mailbox::Unknown)
-        lines.push_back("type: " + std::string(typeOf(mailbox)));
+        lines.push_back("type: " + jsonOf(mailbox.type).get<std::string>());
     lines.emplace_back(mailbox.isEnabled() ? "state: enabled" : "state: disabled");
     lines.push_back("quota: " + textOf(mailbox.quota));
     if (used)

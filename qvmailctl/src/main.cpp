@@ -61,8 +61,9 @@ int main(int argc, char** argv)
     Choice choice;
     try {
         const std::vector<Object> objects = {
-            domainCommands(),   mailboxCommands(), quotaCommands(), aliasCommands(), listCommands(),
-            catchAllCommands(), searchCommand(),   checkCommand(),  initCommand()};
+            domainCommands(), mailboxCommands(),  quotaCommands(), aliasCommands(),
+            listCommands(),   catchAllCommands(), searchCommand(), checkCommand(),
+            initCommand(),    exportCommand(),    importCommand()};
         readCommandLine(argc, argv, objects, choice);
         const Answer answer = run(choice);
         if (give(answer, choice.options.json))

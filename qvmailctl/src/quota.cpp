@@ -7,16 +7,6 @@
 namespace
 {
 
-// No limit is no quota: a "-1" in the delivery agent's fields makes Dovecot refuse the user.
-void write(Host& host, const std::string& address, const Quota& quota)
-{
-    conclude(host,
-             host.library.Postfix_VQuota(address, libraryText(quota),
-                                         quota ? "UpdateQuota" : "DeleteQuota"),
-             {PostfixResult::Done, PostfixResult::QuotaUpdated},
-             "the quota of " + address + " could not be changed");
-}
-
 Answer set(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
@@ -26,7 +16,7 @@ Answer set(Host& host, const Given& given)
     const bool hadEntry = hosting.quotas.count(address.text) > 0;
     host.changes.tellScripts("quota", jsonOf(quota));
     const bool isNews = requireMailbox(hosting, address.text).quota != quota;
-    write(host, address.text, quota); // also an old one: Dovecot's fields may lack it
+    writeQuota(host, address.text, quota); // also an old one: Dovecot's fields may lack it
     if (!quota && hadEntry)
         host.changes.removed(Kind::Quota, address.text);
     else if (isNews && hadEntry)
@@ -47,7 +37,7 @@ Answer remove(Host& host, const Given& given)
             requireMailbox(hosting, address.text);
         return {};
     }
-    write(host, address.text, std::nullopt);
+    writeQuota(host, address.text, std::nullopt);
     host.changes.removed(Kind::Quota, address.text);
     return {};
 }

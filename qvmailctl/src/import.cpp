@@ -1,0 +1,294 @@
+// import FILE
+#include "system/LargeFilesAndDates.h"
+
+#include "Accounts.h"
+#include "Checks.h"
+#include "Commands.h"
+#include "Document.h"
+#include "Passwords.h"
+#include "Results.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unordered_set>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+// ---- Reading ----
+
+// Grows without leaving a copy of what it holds behind.
+void makeRoom(std::string& text)
+{
+    constexpr std::size_t Least = std::size_t{1} << 20U;
+    if (text.size() < text.capacity())
+        return;
+    std::string larger;
+    larger.reserve(std::max(Least, 2 * text.size()));
+    larger = text;
+    wipe(text);
+    text.swap(larger);
+}
+
+std::string contentOf(const std::string& file)
+{
+    const int input = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string text;
+    ssize_t count = input < 0 ? -1 : 1;
+    while (count > 0) {
+        makeRoom(text);
+        const std::size_t size = text.size();
+        text.resize(text.capacity());
+        do
+            count = read(input, text.data() + size, text.size() - size);
+        while (count < 0 && errno == EINTR);
+        text.resize(size + std::max<ssize_t>(count, 0));
+    }
+    if (count < 0)
+        stop(errno == ENOENT ? Status::NotThere : Status::NotWritten,
+             shown(file) + " cannot be read: " + strerror(errno));
+    return text;
+}
+
+// ---- What can be told only from this host ----
+
+void requireCatchAll(const Hosting& hosting, const DomainPart& part, std::size_t index)
+{
+    const std::string catchAll = part.catchAll.value_or("");
+    const bool isInDocument =
+        std::any_of(part.mailboxes.begin(), part.mailboxes.end(),
+                    [&](const Account& account) { return account.address.text == catchAll; });
+    if (!catchAll.empty() && !isInDocument && hosting.mailbox(catchAll) == nullptr)
+        refuseAt(placeOf(index) + ".catch_all",
+                 "there is no mailbox " + catchAll + ", here or in the document");
+}
+
+void requireNoMailbox(const Hosting& hosting, const std::string& address)
+{
+    if (hosting.mailbox(address) != nullptr)
+        stop(Status::Exists, address + " is a mailbox here, so the document cannot have it as an "
+                                       "alias or a list; a mailbox has \"forwards_to\"");
+}
+
+// Before anything is written.
+void checkOnHost(const Host& host, const Hosting& hosting, const Document& document)
+{
+    std::unordered_set<std::string> inCapitals;
+    for (const auto& [address, mailbox] : hosting.mailboxes)
+        if (lowerCase(address) != address)
+            inCapitals.insert(lowerCase(address));
+
+    for (std::size_t i = 0; i < document.size(); ++i) {
+        const DomainPart& part = document[i];
+        const bool isHosted = hosting.hosts(part.domain);
+        requireCatchAll(hosting, part, i);
+        for (const Forwarding& forwarding : part.forwardings)
+            requireNoMailbox(hosting, forwarding.address.text);
+        for (std::size_t j = 0; j < part.mailboxes.size(); ++j) {
+            const Account& account = part.mailboxes[j];
+            const std::string& address = account.address.text;
+            if (hosting.mailbox(address) != nullptr) {
+                requireMailbox(hosting, address);
+                continue;
+            }
+            if (account.hash.empty() && account.password.empty())
+                refuseAt(placeOf(i, j), "the mailbox " + address +
+                                            " is new, and needs a \"hash\" or a \"password\"");
+            if (inCapitals.count(address) > 0)
+                stop(Status::Exists,
+                     "the mailbox " + address + " exists already, with capital letters");
+            if (isHosted)
+                requireHomes(part.domain);
+            requireFree(host, hosting, account.address);
+        }
+    }
+}
+
+// ---- Writing ----
+
+using Hashes = std::vector<std::pair<std::string, std::string>>;
+
+// Sets where the address forwards to, when that differs.
+void setForwards(Host& host, const Hosting& hosting, const std::string& address,
+                 const Addresses& targets, bool hasMailbox)
+{
+    const Addresses former = forwardsOf(hosting, address);
+    if (areSame(former, targets))
+        return;
+    const Kind kind =
+        !hasMailbox && std::max(former.size(), targets.size()) > 1 ? Kind::List : Kind::Alias;
+    if (targets.empty()) {
+        removeForwards(host, address, hasMailbox);
+        host.changes.removed(kind, address);
+        return;
+    }
+    // A mailbox that was made just now has its row for itself.
+    const bool isNewMailbox = hasMailbox && hosting.mailbox(address) == nullptr;
+    writeForwards(host, address, targets,
+                  hosting.hasEntry(address) || (isNewMailbox && host.settings.usesSql));
+    const std::string target = targets.size() == 1 ? targets[0] : "";
+    if (former.empty())
+        host.changes.added(kind, address, target);
+    else
+        host.changes.changed(kind, address, target);
+}
+
+void addMailbox(Host& host, Account& account)
+{
+    const std::string& address = account.address.text;
+    const Quota quota = account.quota.value_or(std::nullopt);
+    std::string hash = account.hash.empty() ? hashOf(account.password) : account.hash;
+    if (!account.isEnabled.value_or(true))
+        hash.insert(hash.begin(), DisabledMark);
+    createMailbox(host, account.address, hash, quota,
+                  account.type == Mailbox::Admin ? Mailbox::Admin : Mailbox::User);
+    host.changes.added(Kind::Mailbox, address);
+    if (quota)
+        host.changes.added(Kind::Quota, address, textOf(quota));
+}
+
+void setQuota(Host& host, const std::string& address, const Quota& former, const Quota& quota)
+{
+    if (former == quota)
+        return;
+    writeQuota(host, address, quota);
+    if (!quota)
+        host.changes.removed(Kind::Quota, address);
+    else if (former)
+        host.changes.changed(Kind::Quota, address, textOf(quota));
+    else
+        host.changes.added(Kind::Quota, address, textOf(quota));
+}
+
+// A password is of new accounts: whether the mailbox has this one already cannot be seen.
+void changeMailbox(Host& host, const Mailbox& mailbox, const Account& account, Hashes& hashes)
+{
+    const std::string& address = account.address.text;
+    const std::string former = mailbox.isEnabled() ? mailbox.hash : mailbox.hash.substr(1);
+    const bool isEnabled = account.isEnabled.value_or(mailbox.isEnabled());
+    const std::string hash = (isEnabled ? "" : std::string(1, DisabledMark)) +
+                             (account.hash.empty() ? former : account.hash);
+    const bool isOtherHash = hash != mailbox.hash;
+    const bool isOtherType =
+        !host.settings.usesSql && account.type != Mailbox::Unknown && account.type != mailbox.type;
+    if (isOtherHash)
+        hashes.emplace_back(address, hash);
+    if (isOtherType)
+        writeType(host, address, account.type);
+    if (isOtherHash || isOtherType)
+        host.changes.changed(Kind::Mailbox, address);
+    if (account.quota)
+        setQuota(host, address, mailbox.quota, *account.quota);
+}
+
+void setCatchAll(Host& host, const Hosting& hosting, const DomainPart& part)
+{
+    const std::string former = hosting.catchAllOf(part.domain);
+    const std::string catchAll = part.catchAll.value_or(former);
+    if (catchAll == former)
+        return;
+    if (catchAll.empty()) {
+        removeCatchAll(host, part.domain);
+        host.changes.removed(Kind::CatchAll, part.domain);
+        return;
+    }
+    writeCatchAll(host, part.domain, catchAll.substr(0, catchAll.find('@')));
+    if (former.empty())
+        host.changes.added(Kind::CatchAll, part.domain, catchAll);
+    else
+        host.changes.changed(Kind::CatchAll, part.domain, catchAll);
+}
+
+void addDomain(Host& host, const std::string& domain)
+{
+    const std::string failure = "the domain " + domain + " could not be created";
+    conclude(host, host.library.Postfix_VHostFile(domain, "AddDomain"), {PostfixResult::Done},
+             failure);
+    conclude(host, host.library.Postfix_CreateDomDir(domain), {PostfixResult::Done}, failure);
+    host.changes.added(Kind::Domain, domain);
+}
+
+void write(Host& host, const Hosting& hosting, Document& document)
+{
+    std::size_t steps = 0;
+    std::set<std::string> newDomains;
+    for (const DomainPart& part : document) {
+        steps += part.mailboxes.size() + part.forwardings.size();
+        if (!hosting.hosts(part.domain))
+            newDomains.insert(part.domain);
+    }
+    warnOfOwnNames(newDomains);
+
+    for (const std::string& domain : newDomains)
+        addDomain(host, domain);
+    // Each of these rewrites the mailbox map, which is short as long as it has no new mailboxes.
+    for (const DomainPart& part : document)
+        setCatchAll(host, hosting, part);
+
+    Progress progress(steps, !host.options.verbose);
+    Hashes hashes;
+    for (DomainPart& part : document) {
+        for (Account& account : part.mailboxes) {
+            stopIfInterrupted();
+            const std::string& address = account.address.text;
+            if (const Mailbox* const mailbox = hosting.mailbox(address))
+                changeMailbox(host, *mailbox, account, hashes);
+            else
+                addMailbox(host, account);
+            if (account.forwardsTo)
+                setForwards(host, hosting, address, *account.forwardsTo, true);
+            progress.step();
+        }
+        for (const Forwarding& forwarding : part.forwardings) {
+            setForwards(host, hosting, forwarding.address.text, forwarding.targets, false);
+            progress.step();
+        }
+    }
+    if (!hashes.empty())
+        writeHashes(host, hashes);
+}
+
+void tellLostTypes(const Document& document)
+{
+    std::size_t lost = 0;
+    for (const DomainPart& part : document)
+        lost += std::count_if(part.mailboxes.begin(), part.mailboxes.end(),
+                              [](auto& account) { return account.type == Mailbox::Admin; });
+    if (lost > 0)
+        tell("note: the database keeps no user type, so that of " + std::to_string(lost) +
+             " mailboxes (\"admin\") is lost");
+}
+
+Answer importAll(Host& host, const Given& given)
+{
+    std::string text = contentOf(given.name);
+    Document document = readDocument(text);
+    beginChange(host);
+    const Hosting hosting = host.read(everything());
+    checkOnHost(host, hosting, document);
+    if (host.settings.usesSql)
+        tellLostTypes(document);
+    write(host, hosting, document);
+    return {};
+}
+
+} // namespace
+
+Object importCommand()
+{
+    return {"import",
+            "Make what a document of \"export\" says, or one with \"password\" for new accounts",
+            {{"",
+              "Make what a JSON document says, as one change. What it does not name is left alone. "
+              "FILE may be - for standard input",
+              {"FILE"},
+              ChangeOptions | TakeOver,
+              "  qvmailctl import new-accounts.json --dry-run\n"
+              "  qvmailctl import hosting.json --take-over\n"
+              "  ssh root@other.example.com qvmailctl export | qvmailctl import -",
+              importAll}}};
+}

@@ -3,6 +3,7 @@
 #include "QVConfFileManager.h"
 
 #include "stage/Stage.h"
+#include "system/RegularFile.h"
 
 #include <cctype>
 #include <cstring>
@@ -26,6 +27,12 @@ char* skipWhiteSpace(char* text)
     return text;
 }
 
+// What may never end stays closed.
+std::ifstream opened(const std::string& path)
+{
+    return mayNeverEnd(path) ? std::ifstream() : std::ifstream(path);
+}
+
 // To the host, a file that cannot be read is one without settings. A transaction must not decide by
 // what it could not read.
 void noteFailure(const std::ifstream& file, const std::string& path)
@@ -47,7 +54,7 @@ bool QVConfFileManager::isParamExistInQVConfFile(std::string qvConfFile, std::st
     if (paramName.empty())
         return false;
 
-    std::ifstream file(qvConfFile);
+    std::ifstream file = opened(qvConfFile);
     char line[ExistenceLineSize];
     while (file.good()) {
         memset(line, 0, sizeof line);
@@ -70,7 +77,7 @@ int QVConfFileManager::getParamFromQVConfFile(std::string qvConfFile, std::strin
     if (param.empty())
         return 0;
 
-    std::ifstream file(qvConfFile);
+    std::ifstream file = opened(qvConfFile);
     char line[ValueLineSize];
     while (file.good()) {
         memset(line, 0, sizeof line);

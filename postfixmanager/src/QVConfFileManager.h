@@ -10,7 +10,7 @@
 // One setting a line: a name, at least one blank, and the value in double quotes. White space
 // before the name is skipped, "name = "value"" with blanks around the equals sign reads the same,
 // there are no comments, and a line that names something else is passed over. Nothing is ever
-// written, and a file that cannot be read is one without settings.
+// written, and a file that cannot be read, or is no regular one, is one without settings.
 //
 // The two readers match names differently, and hosts use both together: a setting counts when
 // isParamExistInQVConfFile finds it and getParamFromQVConfFile can read it.

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <functional>
 
 namespace
@@ -60,7 +59,7 @@ void readMap(const char* map, const std::string& text, const TakeLine& take)
         if (!line.empty() && take(line) == Enough)
             return;
     if (reader.error() != 0 && reader.error() != ENOENT)
-        stop(Status::NotWritten, std::string(map) + " cannot be read: " + strerror(reader.error()));
+        stop(Status::NotWritten, std::string(map) + " cannot be read: " + reader.reason());
 }
 
 // An address has one line in a map; of several, the first counts.

@@ -11,7 +11,6 @@
 
 #include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <map>
 
 namespace
@@ -95,7 +94,7 @@ SettingsFound readLines()
                                    std::to_string(place->second.line) + " counts, remove this one");
     }
     if (reader.error() != 0 && reader.error() != ENOENT)
-        stop(Status::NotFit, File + " cannot be read: " + strerror(reader.error()));
+        stop(Status::NotFit, File + " cannot be read: " + reader.reason());
     return found;
 }
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """commands.py QVMAILCTL - drives the command as an administrator does, inside scripts/private-world"""
-import contextlib, fcntl, json, os, pty, re, socket, subprocess, sys, time, unittest
+import contextlib, fcntl, json, os, pty, re, socket, stat, subprocess, sys, time, unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -329,6 +329,28 @@ class Commands(EmptyWorld):
         output("rm", "-r", SPOOL)
         self.refused(NOT_FIT, "mailbox add bob@d.test", "is the spool mounted?")
         self.refused(NOT_WRITTEN, "domain add f.test boss", "there is no directory above it", "nothing was changed")
+
+    def test_what_is_no_map(self):
+        self.ctl("domain add d.test boss --quota 5M", "alias add a@d.test boss@d.test")
+        kinds = {"fifo": os.mkfifo, "directory": os.mkdir, "socket": lambda path: os.mknod(path, stat.S_IFSOCK),
+                 "link to a device": lambda path: path.symlink_to("/dev/zero"),
+                 "hole": lambda path: (path.touch(), os.truncate(path, 5 << 30))}
+        places = {LIST: ("domain list", "domain add e.test boss"), ETC / "vpasswd": ("mailbox list d.test", "mailbox add b@d.test"),
+                  ETC / "vshadow": ("mailbox list d.test", "mailbox passwd boss@d.test"),
+                  ETC / "vmaps.txt": ("catchall show d.test", "catchall set d.test boss"),
+                  ETC / "valias.txt": ("alias list a@d.test", "alias delete a@d.test"),
+                  ETC / "vquota.txt": ("mailbox list d.test", "quota set boss@d.test 1M"), CONF: ("domain list", "alias add b@d.test c@d.test")}
+        for kind, make in kinds.items():
+            for place, commands in places.items():
+                place.rename("/etc/kept")
+                make(place)
+                reason = "" if (kind, place) == ("hole", CONF) else "16 MiB" if kind == "hole" else "no regular file"
+                for command in commands:
+                    with self.subTest(f"{kind} at {place}"):
+                        self.ctl(command, status=NOT_FIT if place == CONF else NOT_WRITTEN, says=(f"{place} cannot be read", reason),
+                                 prefix=("timeout", "10"))
+                output("rm", "-r", str(place))
+                os.rename("/etc/kept", place)
 
     def test_a_signal_leaves_the_old_state(self):
         self.ctl("domain add d.test boss")

@@ -6,6 +6,7 @@
 #include "maps/MapRewrite.h"
 #include "stage/Effects.h"
 #include "stage/Stage.h"
+#include "system/RegularFile.h"
 
 #include <cerrno>
 #include <cstring>
@@ -37,7 +38,7 @@ FILE* openLockedForAppend(const std::string& file)
     // Not by getpwnam: the record to be written may be the very one that it returned to the host.
     if (stage == nullptr ? ownershipApart("root", "mail") : knownOwner("root", "mail")) {
         const std::string path = stage == nullptr ? file : stage->mapToChange(file);
-        const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+        const int descriptor = openRegular(path, O_RDWR | O_CREAT, 0640);
         if (descriptor >= 0 && lockWholeFile(descriptor))
             stream = fdopen(descriptor, "a+");
         if (descriptor >= 0 && stream == nullptr)

@@ -11,9 +11,9 @@
 #include <string_view>
 
 // Opens the file for appending, with a write lock on the whole of it; waits while another process
-// holds one. Makes the file, with mode 0640, when there is none. Null when any of that fails and,
-// before the file is touched, when an account that is to own it is unknown. Only those who append
-// lock the file; those who rewrite it do not.
+// holds one. Makes the file, with mode 0640, when there is none. Null when any of that fails, when it
+// is no regular file and, before it is touched, when an account that is to own it is unknown. Only
+// those who append lock the file; those who rewrite it do not.
 FILE* openLockedForAppend(const std::string& file);
 
 // Closes the stream, which lets go of the lock. Gives the file, when the record was written, to

@@ -2,6 +2,8 @@
 
 #include "maps/LineReader.h"
 
+#include "system/RegularFile.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -14,13 +16,18 @@ namespace
 
 constexpr std::size_t FirstBufferSize = std::size_t{128} * 1024;
 
+// Room for a list of half a million members. A power of two times the first size, by which the
+// buffer grows.
+constexpr std::size_t LongestLine = std::size_t{16} * 1024 * 1024;
+constexpr int LineTooLong = EMSGSIZE;
+
 // From here on skipping by Horspool's rule is quicker than memmem; measured on map lines.
 constexpr std::size_t LongText = 20;
 
 } // namespace
 
 LineReader::LineReader(const std::string& path)
-    : m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_error(m_descriptor < 0 ? errno : 0),
+    : m_descriptor(openRegular(path, O_RDONLY)), m_error(m_descriptor < 0 ? errno : 0),
       m_buffer(m_descriptor < 0 ? 0 : FirstBufferSize)
 {
 }
@@ -43,6 +50,15 @@ LineReader::~LineReader()
         close(m_descriptor);
 }
 
+std::string LineReader::reason() const
+{
+    if (m_error == NotRegular)
+        return "it is no regular file; put the file itself there";
+    if (m_error == LineTooLong)
+        return "it has a line of more than 16 MiB; bring it back from a copy";
+    return strerror(m_error);
+}
+
 bool LineReader::nextLine(std::string_view& line)
 {
     if (!isOpen() || m_finished || (!m_text.empty() && !skipToText()))
@@ -63,7 +79,7 @@ bool LineReader::nextLine(std::string_view& line)
         if (!readMore()) {
             line = std::string_view(m_buffer.data() + m_begin, available);
             m_finished = true;
-            return true;
+            return m_error == 0;
         }
     }
 }
@@ -104,6 +120,10 @@ bool LineReader::readMore()
     memmove(m_buffer.data(), m_buffer.data() + m_begin, kept);
     m_begin = 0;
     m_end = kept;
+    if (m_end == LongestLine) {
+        m_error = LineTooLong;
+        return false;
+    }
     if (m_end == m_buffer.size())
         m_buffer.resize(2 * m_buffer.size());
 

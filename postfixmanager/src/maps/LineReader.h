@@ -13,7 +13,11 @@
 // The line convention of all maps stands here: a file that ends in a line feed yields one more,
 // empty, last line (so an empty file has one empty line), and a last line without a line feed is a
 // line like any other with none after it. What readers and rewriters do with that empty line is
-// theirs to say. A read error ends the file; error() tells. A line is valid until the next call.
+// theirs to say. A line is valid until the next call.
+//
+// What cannot be read ends the file; error() tells, and no part of a line is handed out. So do what
+// is no regular file (RegularFile.h) and a line beyond all that people write: a file with a hole
+// would fill the memory.
 class LineReader
 {
 public:
@@ -33,6 +37,9 @@ public:
 
     // The errno of an open or a read that failed; 0 when none did.
     int error() const { return m_error; }
+
+    // The same for people, to stand behind "FILE cannot be read: ".
+    std::string reason() const;
 
     // The next line, without its line end. False when there is none.
     bool nextLine(std::string_view& line);

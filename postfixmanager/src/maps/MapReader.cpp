@@ -2,8 +2,6 @@
 
 #include "stage/Stage.h"
 
-#include <cstring>
-
 #include <unistd.h>
 
 namespace
@@ -41,7 +39,7 @@ bool MapReader::nextLine(std::string_view& line)
 void MapReader::noteFailure() const
 {
     if (Stage* const stage = succeeded() ? nullptr : openStage())
-        stage->fail(m_map + " cannot be read: " + strerror(m_lines.error()));
+        stage->fail(m_map + " cannot be read: " + m_lines.reason());
 }
 
 bool mapExists(const std::string& map)

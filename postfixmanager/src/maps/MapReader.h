@@ -23,7 +23,7 @@ public:
     // The next line, without its line end. False when there is none.
     bool nextLine(std::string_view& line);
 
-    // Whether all that there is could be read so far. A map that is missing has nothing to read.
+    // Whether all that there is could be read. A map that is missing has nothing to read.
     bool succeeded() const { return m_lines.error() == 0 || m_lines.error() == ENOENT; }
 
 private:

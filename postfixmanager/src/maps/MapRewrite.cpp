@@ -6,6 +6,7 @@
 #include "maps/MapReader.h"
 #include "stage/Effects.h"
 #include "stage/Stage.h"
+#include "system/RegularFile.h"
 #include "system/Shell.h"
 
 #include <algorithm>
@@ -51,7 +52,8 @@ void takeWorkFile(const char* workFile, const std::string& map)
 
 void backUp(const std::string& file, const char* suffix)
 {
-    if (openStage() == nullptr) // its commit keeps the former map
+    // A transaction's commit keeps the former map.
+    if (openStage() == nullptr && !mayNeverEnd(file) && !mayNeverEnd(file + suffix))
         runInShell("cp " + file + " " + file + suffix);
 }
 

@@ -2,6 +2,8 @@
 
 #include "maps/MapWriter.h"
 
+#include "system/RegularFile.h"
+
 #include <cerrno>
 
 #include <fcntl.h>
@@ -13,9 +15,8 @@ constexpr std::size_t BlockSize = std::size_t{64} * 1024;
 }
 
 MapWriter::MapWriter(const std::string& path, WorkFileUse use)
-    : m_descriptor(open(path.c_str(),
-                        O_WRONLY | O_CREAT | O_CLOEXEC | (use == Appended ? O_APPEND : O_TRUNC),
-                        0666))
+    : m_descriptor(
+          openRegular(path, O_WRONLY | O_CREAT | (use == Appended ? O_APPEND : O_TRUNC), 0666))
 {
     remember(m_descriptor < 0);
 }

@@ -11,7 +11,8 @@ class MapWriter
 {
 public:
     // Appended: a file that is there keeps its content, which stays in front. Emptied: it loses it.
-    // A file that is not there is made, with the mode that the process's umask leaves of 0666.
+    // A file that is not there is made, with the mode that the process's umask leaves of 0666. What
+    // is no regular file is not opened (RegularFile.h).
     MapWriter(const std::string& path, WorkFileUse use);
     ~MapWriter();
     MapWriter(const MapWriter&) = delete;

@@ -1,6 +1,7 @@
 #include "stage/Effects.h"
 
 #include "stage/Stage.h"
+#include "system/RegularFile.h"
 #include "system/Shell.h"
 
 #include <cerrno>
@@ -27,7 +28,7 @@ bool giveTo(const std::string& path, const char* user, const char* groupAccount)
 
 void rebuildLookupTable(const std::string& map)
 {
-    if (openStage() == nullptr)
+    if (openStage() == nullptr && !mayNeverEnd(map))
         runInShell("postmap " + map);
 }
 

@@ -17,8 +17,9 @@ std::optional<Ownership> knownOwner(const char* user, const char* groupAccount);
 // then as it was. Plain calls do not check.
 bool giveTo(const std::string& path, const char* user, const char* groupAccount);
 
-// "postmap FILE": rebuilds the lookup table that Postfix reads in place of the file. In a
-// transaction the table of each map that is changed is built anyway.
+// "postmap FILE": rebuilds the lookup table that Postfix reads in place of the file. Not run for what
+// may never end (RegularFile.h). In a transaction the table of each map that is changed is built
+// anyway.
 void rebuildLookupTable(const std::string& map);
 
 // "postfix reload": makes a running Postfix read its settings and tables anew.

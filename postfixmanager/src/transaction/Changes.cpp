@@ -6,7 +6,6 @@
 #include "stage/CheckedFiles.h"
 
 #include <algorithm>
-#include <cstring>
 #include <unordered_map>
 
 namespace
@@ -30,7 +29,7 @@ public:
             m_atEnd = !m_reader.nextLine(m_line);
         while (!m_atEnd && m_line.empty());
         if (m_reader.error() != 0)
-            refuse(m_path + " cannot be read: " + strerror(m_reader.error()));
+            refuse(m_path + " cannot be read: " + m_reader.reason());
     }
 
 private:
@@ -89,7 +88,7 @@ std::vector<LineChange> changesOf(const StagedMap& staged)
 
     // A staged copy keeps the order of its map: lines are dropped, replaced and added behind. Where
     // they were only added, what was copied need not be read.
-    Side before(staged.copiedSize > 0 ? "/dev/null" : staged.map);
+    Side before(staged.map, "", staged.copiedSize);
     Side after(staged.copy(), "", staged.copiedSize);
     while (!before.atEnd()) {
         const bool isSame = !after.atEnd() && before.line() == after.line();

@@ -23,6 +23,12 @@
 //            commands, of writing, of changing owner or mode. Nothing done before a failure is
 //            undone. Maps are copied aside first, mostly to FILE.qvbackup, for the administrator.
 //            PostfixTransaction.h has calls that are checked and undone.
+// Odd files  A map, or the settings, may be a link to a regular file. A fifo, a directory, a socket
+//            or a device there counts as a map that cannot be opened, and a line of more than 16 MiB
+//            as its end: no call waits for ever or fills the memory.
+// Spool      Who may write below a domain's directory, as "qvadmin" may, leads no operation out of it
+//            by a link. Only the domain's directory itself may be one. While a mailbox's mail is
+//            removed, DOMAIN and DOMAIN/mail belong to root, and nobody else may write there.
 // Order      One operation at a time, in one process: work files have fixed names and only the two
 //            account writers lock their file. The object is not thread-safe.
 // Tracing    Unless it says otherwise, an operation first reports its name, the values of its
@@ -92,7 +98,8 @@ public:
 
     // Makes the spool tree of a domain below /var/spool/vmail: DOMAIN, mail, mail/inbox, mail/home,
     // mail/home/oldaccounts, owner "qvadmin", primary group of "mail". A directory that is there
-    // gets its owner and mode again. Traces the domain as argument name and value alike.
+    // gets its owner and mode again; anything else that is there is left alone, and nothing is made
+    // below it. Traces the domain as argument name and value alike.
     //
     // 0  the tree stands
     // 1  the account "mail" or "qvadmin" is unknown (nothing is made), or a directory could not be
@@ -162,10 +169,11 @@ public:
     // virtual_aliases that keeps a catch-all from taking the mailbox's mail; ErrNo is left alone.
     // Then, for both, the home directory /var/spool/vmail/DOMAIN/mail/home/ADDRESS.
     //
-    // 305  created; a home directory that is there is taken over
+    // 305  created; a home directory that is there is taken over, and anything else left alone
     // 306  a step failed, or there is no connection; a quota line that matches already counts as
     //      such a failure
-    // 1    the home directory cannot be made, or an account that is to own it is unknown
+    // 1    the home directory cannot be made, "mail" or "home" being a link for one, or an account
+    //      that is to own it is unknown
     int Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string DomainName, std::string UserName,
                               std::string Quota);
 

@@ -3,10 +3,8 @@
 #include "stage/Stage.h"
 #include "system/RegularFile.h"
 #include "system/Shell.h"
+#include "system/SpoolTree.h"
 
-#include <cerrno>
-
-#include <sys/stat.h>
 #include <unistd.h>
 
 std::optional<Ownership> knownOwner(const char* user, const char* groupAccount)
@@ -43,24 +41,26 @@ void reloadPostfix()
 bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode)
 {
     Stage* const stage = openStage();
-    if (!knownOwner("qvadmin", "mail")) {
+    const std::optional<Ownership> owner = knownOwner("qvadmin", "mail");
+    if (!owner) {
         if (stage != nullptr)
             stage->fail("the system account \"qvadmin\" or \"mail\" is missing");
         return false;
     }
     if (stage != nullptr)
         return stage->makeDirectory({path, mode});
-    if (mkdir(path.c_str(), madeWith) != 0 && errno != EEXIST)
-        return false;
-    giveTo(path, "qvadmin", "mail");
-    chmod(path.c_str(), mode);
-    return true;
+    return makePlainlyInSpool({path, mode, *owner}, madeWith);
 }
 
 void removeSpoolPath(const std::string& command, const std::string& path)
 {
-    if (Stage* const stage = openStage())
+    if (Stage* const stage = openStage()) {
         stage->remove(path);
-    else
+        return;
+    }
+    // The command's text is the hosts', who watch it, and its path can be led elsewhere by who may
+    // write below the spool: what it must not lead to is kept out of reach, not looked for.
+    const HeldWay way(path);
+    if (way.isSafe())
         runInShell(command);
 }

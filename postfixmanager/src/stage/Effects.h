@@ -26,12 +26,13 @@ void rebuildLookupTable(const std::string& map);
 void reloadPostfix();
 
 // Makes a directory of the spool with madeWith, or takes the one that is there; gives it to
-// "qvadmin" and the primary group of "mail", and sets its mode. False when it cannot be made, and
-// before it is when one of these accounts is unknown.
+// "qvadmin" and the primary group of "mail", and sets its mode. A link in its place gets neither.
+// False when it cannot be made, below a link for one, and before it is when one of these accounts is
+// unknown.
 bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode);
 
-// Runs the command, which removes the path. In a transaction the path itself is removed, with all
-// below it.
+// Runs the command, which removes the path; not when a link on the way would lead it out of the
+// domain's directory. In a transaction the path itself is removed, with all below it.
 void removeSpoolPath(const std::string& command, const std::string& path);
 
 #endif

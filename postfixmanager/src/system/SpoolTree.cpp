@@ -49,6 +49,7 @@ struct CloseList {
     void operator()(DIR* list) const { closedir(list); }
 };
 
+constexpr gid_t SameGroup = -1;
 constexpr int OpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 // Where an entry of the spool stands: the directory that holds it, and its name there.
@@ -71,7 +72,8 @@ Place placeOf(const std::string& path)
     std::string_view rest = std::string_view(path).substr(std::string_view(VSPOOLDIR "/").size());
     for (;;) {
         const std::size_t end = rest.find('/');
-        place.name = rest.substr(0, end);
+        // As in any path, "//" stays in the directory.
+        place.name = end == 0 || rest.empty() ? "." : rest.substr(0, end);
         if (end == std::string_view::npos || !place.parent.isOpen())
             return place;
         place = Place{place.open(), {}, false};
@@ -88,6 +90,26 @@ void moveTo(Place& place, std::string& holder, const std::string& path)
     else
         place = placeOf(path);
     holder = path.substr(0, slash);
+}
+
+// Gives the directory itself, and nothing that a link or a second name leads to, owner and mode.
+bool giveRights(const Place& place, const OwnedDirectory& directory)
+{
+    const Directory made = place.open();
+    return made.isOpen() &&
+           fchown(made.number(), directory.owner.user, directory.owner.group) == 0 &&
+           fchmod(made.number(), directory.mode) == 0;
+}
+
+// Whether a place that could not be opened, for the reason that stands in errno, holds nothing that
+// leads on.
+bool leadsNowhere(const Place& place)
+{
+    struct stat entry {
+    };
+    return errno == ENOENT ||
+           (fstatat(place.parent.number(), place.name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 &&
+            !S_ISLNK(entry.st_mode) && !S_ISDIR(entry.st_mode));
 }
 
 // Syncs the directories and those that hold them. To sync each of many takes seconds, to sync the
@@ -211,12 +233,61 @@ int makeInSpool(const std::vector<OwnedDirectory>& directories, std::string& fai
             return errno;
         if (mkdirat(place.parent.number(), place.name.c_str(), 0700) != 0 && errno != EEXIST)
             return errno;
-        const Directory made = place.open();
-        if (!made.isOpen() || fchown(made.number(), directory.owner.user, directory.owner.group) ||
-            fchmod(made.number(), directory.mode) != 0)
+        if (!giveRights(place, directory))
             return errno;
     }
     return syncMade(directories, failed);
+}
+
+bool makePlainlyInSpool(const OwnedDirectory& directory, mode_t madeWith)
+{
+    const Place place = placeOf(directory.path);
+    if (!place.parent.isOpen() ||
+        (mkdirat(place.parent.number(), place.name.c_str(), madeWith) != 0 && errno != EEXIST))
+        return false;
+    giveRights(place, directory);
+    return true;
+}
+
+HeldWay::HeldWay(const std::string& path)
+{
+    const std::size_t last = path.rfind('/');
+    std::size_t end = path.find('/', std::string_view(VSPOOLDIR "/").size());
+    for (; m_isSafe && end <= last; end = path.find('/', end + 1)) {
+        const Place place = placeOf(path.substr(0, end));
+        Directory directory = place.open();
+        if (!directory.isOpen()) {
+            m_isSafe = leadsNowhere(place);
+            return;
+        }
+        if (end < last)
+            m_isSafe = hold(directory.release());
+    }
+}
+
+bool HeldWay::hold(int descriptor)
+{
+    constexpr mode_t OthersWrite = 022;
+    constexpr mode_t AllBits = 07777;
+    struct stat entry {
+    };
+    if (fstat(descriptor, &entry) != 0) {
+        close(descriptor);
+        return false;
+    }
+    const mode_t mode = entry.st_mode & AllBits;
+    m_held.push_back({descriptor, entry.st_uid, mode});
+    // The owner first: the former one could change the mode back.
+    return fchown(descriptor, 0, SameGroup) == 0 && fchmod(descriptor, mode & ~OthersWrite) == 0;
+}
+
+HeldWay::~HeldWay()
+{
+    for (const HeldDirectory& held : m_held) {
+        if (fchown(held.descriptor, held.user, SameGroup) == 0)
+            fchmod(held.descriptor, held.mode);
+        close(held.descriptor);
+    }
 }
 
 std::string asideOf(const std::string& path)

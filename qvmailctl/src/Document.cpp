@@ -260,11 +260,7 @@ std::string faultOfJson(const Json::exception& error)
 class Builder : public Json::json_sax_t
 {
 public:
-    Builder() = default;
-    Builder(const Builder&) = delete;
-    Builder& operator=(const Builder&) = delete;
-
-    Json document;
+    explicit Builder(Json& built) : m_document(built) {}
 
     bool null() override { return put(nullptr); }
     bool boolean(bool value) override { return put(value); }
@@ -310,7 +306,7 @@ private:
     Json* add(Json value)
     {
         if (m_open.empty())
-            return &(document = std::move(value));
+            return &(m_document = std::move(value));
         Json& container = *m_open.back().container;
         if (container.is_object())
             return &(container[m_open.back().key] = std::move(value));
@@ -341,14 +337,16 @@ private:
         return text;
     }
 
+    Json& m_document;
     std::vector<Open> m_open;
 };
 
 Json parsed(const std::string& text)
 {
-    Builder builder;
+    Json document;
+    Builder builder(document);
     Json::sax_parse(text, &builder);
-    return std::move(builder.document);
+    return document;
 }
 
 // ---- Writing ----

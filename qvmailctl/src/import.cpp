@@ -37,20 +37,24 @@ void makeRoom(std::string& text)
 std::string contentOf(const std::string& file)
 {
     const int input = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    constexpr std::size_t Piece = std::size_t{1} << 18U;
     std::string text;
     ssize_t count = input < 0 ? -1 : 1;
     while (count > 0) {
         makeRoom(text);
         const std::size_t size = text.size();
-        text.resize(text.capacity());
+        text.resize(std::min(text.capacity(), size + Piece));
         do
             count = read(input, text.data() + size, text.size() - size);
         while (count < 0 && errno == EINTR);
         text.resize(size + std::max<ssize_t>(count, 0));
     }
-    if (count < 0)
-        stop(errno == ENOENT ? Status::NotThere : Status::NotWritten,
-             shown(file) + " cannot be read: " + strerror(errno));
+    const int failure = count < 0 ? errno : 0;
+    if (input > STDIN_FILENO)
+        close(input);
+    if (failure != 0)
+        stop(failure == ENOENT ? Status::NotThere : Status::NotWritten,
+             shown(file) + " cannot be read: " + strerror(failure));
     return text;
 }
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """move.py QVMAILCTL - export and import, from files into the database and back, inside scripts/private-world"""
-import copy, json, os, re, subprocess, sys, unittest
+import json, os, pty, re, subprocess, sys, unittest
 from pathlib import Path
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
@@ -200,10 +200,13 @@ class Moves(unittest.TestCase):
         many = [{"address": f"u{i}@b.test", "password": f"pw{i}", "quota": 1000 + i} for i in range(1000)]
         for settings in FILES, MYSQL:
             self.empty(settings)
-            self.assertEqual(2001, self.ctl("import - --take-over", stdin=json.dumps(document(*many))).count("added "))
-            made = copy.deepcopy(self.exported())
+            screen, terminal = pty.openpty()
+            done = subprocess.run([QVMAILCTL, "import", "-", "--take-over"], input=json.dumps(document(*many)), text=True,
+                                  stdout=subprocess.PIPE, stderr=terminal, check=True)
+            self.assertEqual(2001, done.stdout.count("added "))
+            self.assertTrue(re.search(r"\[#{40}\] 1000 of 1000\r *\r$", os.read(screen, 9999).decode()))
             self.assertEqual({m["address"]: m["quota"] for m in many},
-                             {m["address"]: m["quota"] for m in made["domains"][0]["mailboxes"]})
+                             {m["address"]: m["quota"] for m in self.exported()["domains"][0]["mailboxes"]})
         self.assertIn("drwxrwsrwx qvadmin", output("stat", "-c", "%A %U", "/var/spool/vmail/b.test/mail/home/u999@b.test"))
 
 

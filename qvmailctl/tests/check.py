@@ -4,6 +4,7 @@ import fcntl, json, os, subprocess, sys, unittest
 from pathlib import Path
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
+from answers import check_failure, check_result
 from private_world import TOP
 
 QVMAILCTL = os.path.abspath(sys.argv.pop(1))
@@ -183,7 +184,12 @@ class World(unittest.TestCase):
     def ctl(self, command, status):
         done = run(f"{QVMAILCTL} {command} --json", check=False)
         self.assertEqual(status, done.returncode, f"{command}: {done.stdout}{done.stderr}")
-        return json.loads(done.stdout)
+        document = json.loads(done.stdout)
+        if "result" in document:
+            check_result("check", document["result"])
+        if "error" in document:
+            check_failure(document["error"])
+        return document
 
     def kinds(self, findings):
         return " ".join(sorted({finding["kind"] for finding in findings}))

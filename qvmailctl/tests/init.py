@@ -3,14 +3,12 @@
 import grp, imaplib, json, os, pwd, re, shutil, smtplib, subprocess, sys, time, unittest
 from pathlib import Path
 
-import jsonschema
-
 sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
+from answers import check_result
 from private_world import TOP
 
 BACKEND, QVMAILCTL = sys.argv.pop(1), os.path.abspath(sys.argv.pop(1))
 CONF, POSTFIX, DOVECOT = Path("/etc/Quorvel.conf"), Path("/etc/postfix"), Path("/etc/dovecot")
-SCHEMA = json.loads(re.search(r"```json\n(.*?)```", (TOP / "docs/json.md").read_text(), re.S)[1])
 NOT_FIT = 78
 
 
@@ -33,7 +31,7 @@ def init(*options, status=0):
     assert done.returncode == status, done.stdout + done.stderr
     document = json.loads(done.stdout)
     if status == 0:
-        jsonschema.validate(document["result"], SCHEMA | SCHEMA["commands"]["init"])
+        check_result("init", document["result"])
     return document.get("result") or document["error"]["message"]
 
 

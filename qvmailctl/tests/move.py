@@ -4,7 +4,7 @@ import json, os, pty, re, subprocess, sys, unittest
 from pathlib import Path
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
-import jsonschema
+from answers import check_result
 from private_world import TOP
 
 QVMAILCTL = os.path.abspath(sys.argv.pop(1))
@@ -12,8 +12,6 @@ ETC, LIST, CONF = Path("/etc/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quor
 FILES, MYSQL = ((TOP / f"config/Quorvel-{backend}.conf").read_text() for backend in ("files", "mysql"))
 DOCUMENT = Path("/run/document.json")
 REFUSED, NOT_THERE, EXISTS = 65, 67, 73
-SCHEMA = json.loads(re.search(r"```json\n(.*?)```", (TOP / "docs/json.md").read_text(), re.S)[1])
-EXPORTED = SCHEMA | SCHEMA["$defs"]["document"]
 HASH = "$1$abcdefgh$0123456789012345678901"
 
 # Names that hold each other, a disabled mailbox, an administrator, limits and none, each kind of forward.
@@ -86,7 +84,7 @@ class Moves(unittest.TestCase):
     def exported(self, says=()):
         plain = json.loads(self.ctl("export", says=says))
         self.assertEqual({"ok": True, "result": plain}, json.loads(self.ctl("export --json")))
-        jsonschema.validate(plain, EXPORTED)
+        check_result("export", plain)
         return plain
 
     def world(self):

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
 #include <thread>
 
 #include <fcntl.h>
@@ -22,17 +23,7 @@ namespace
 class Pause
 {
 public:
-    explicit Pause(int patience) : m_directory(open(VSTAGEDIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        using Clock = std::chrono::steady_clock;
-        constexpr std::chrono::milliseconds Step(20);
-        const Clock::time_point end = Clock::now() + std::chrono::seconds(patience);
-        while (m_directory >= 0 && flock(m_directory, LOCK_SH | LOCK_NB) != 0) {
-            if (Clock::now() >= end)
-                stop(Status::Busy, "a change is at work; try again when it has ended");
-            std::this_thread::sleep_for(Step);
-        }
-    }
+    Pause() : m_directory(open(VSTAGEDIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
     ~Pause()
     {
         if (m_directory >= 0)
@@ -40,6 +31,21 @@ public:
     }
     Pause(const Pause&) = delete;
     Pause& operator=(const Pause&) = delete;
+
+    // False while a change is at work.
+    bool begin() const { return m_directory < 0 || flock(m_directory, LOCK_SH | LOCK_NB) == 0; }
+
+    // Waits for the change to end. Ends the command when that takes too long.
+    void wait(int patience) const
+    {
+        using Clock = std::chrono::steady_clock;
+        const Clock::time_point end = Clock::now() + std::chrono::seconds(patience);
+        while (!begin()) {
+            if (Clock::now() >= end)
+                stop(Status::Busy, "a change is at work; try again when it has ended");
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
 
 private:
     int m_directory;
@@ -76,16 +82,37 @@ Findings look(const Host& host)
 
 Findings lookAtLock(const Host& host)
 {
-    const Pause pause(host.options.wait); // what a change at work has there is not left over
+    const Pause pause;
+    pause.wait(host.options.wait); // what a change at work has there is not left over
     Findings findings;
     checkLock(findings);
     return findings;
 }
 
-Findings lookInPeace(const Host& host)
+bool areSame(const Finding& a, const Finding& b)
 {
-    const Pause pause(host.options.wait);
-    return look(host);
+    return std::string_view(a.kind) == b.kind && a.place == b.place && a.name == b.name;
+}
+
+// Waits for no change. What one at work has left for a moment is no finding: what is found is looked
+// at again, while there is none, or a moment later.
+Findings lookTwice(const Host& host)
+{
+    const Findings first = look(host);
+    if (first.empty())
+        return first;
+    const Pause pause;
+    const bool isCalm = pause.begin();
+    if (!isCalm)
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    Findings findings = look(host);
+    const auto isPassing = [&](const Finding& finding) {
+        return !isCalm && std::none_of(first.begin(), first.end(), [&](const Finding& before) {
+            return areSame(finding, before);
+        });
+    };
+    findings.erase(std::remove_if(findings.begin(), findings.end(), isPassing), findings.end());
+    return findings;
 }
 
 // ---- Mending ----
@@ -206,7 +233,7 @@ Answer answerOf(const Findings& findings, const Findings& mended, bool isDry)
 Answer check(Host& host, const Given& given)
 {
     const bool isDry = host.options.dryRun;
-    Findings findings = lookInPeace(host);
+    Findings findings = lookTwice(host);
     Findings mended;
     if (isDry)
         std::copy_if(findings.begin(), findings.end(), std::back_inserter(mended), isMendable);
@@ -218,7 +245,7 @@ Answer check(Host& host, const Given& given)
         const Findings now = mendOnce(host);
         append(mended, now);
         goesOn = !now.empty();
-        findings = lookInPeace(host);
+        findings = lookTwice(host);
     }
     return answerOf(findings, mended, isDry);
 }

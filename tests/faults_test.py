@@ -49,7 +49,13 @@ COMMANDS = ABOUT_QUOTAS + [
     "domain add cab.test boss", "mailbox add dcba@b.test", "mailbox passwd cba@b.test",
     "alias add ainfo@b.test ba@ab.test", "alias set info@ab.test ba@ab.test", "alias delete cba@b.test --yes",
     "alias delete info@ab.test --yes", "list add ateam@b.test a@b.test ba@b.test", "list set team@b.test a@b.test y@else.test",
+    "list join team@b.test z@else.test", "mailbox disable cba@b.test", "import /run/new.json",
     "list delete team@b.test --yes", "catchall set b.test ba", "catchall set ab.test ba", "catchall remove b.test --yes"]
+Path("/run/new.json").write_text("""{"format": 1, "domains": [
+    {"domain": "cab.test", "catch_all": "boss@cab.test", "mailboxes": [
+        {"address": "boss@cab.test", "hash": "$1$abcdefgh$0123456789012345678901", "quota": 7168, "forwards_to": ["x@else.test"]}],
+     "lists": [{"address": "all@cab.test", "members": ["boss@cab.test", "x@else.test"]}]},
+    {"domain": "b.test", "mailboxes": [{"address": "cba@b.test", "enabled": false}]}]}""")
 if BACKEND == "files":
     COMMANDS.append("mailbox type cba@b.test admin")
 

@@ -89,10 +89,10 @@ void requireFree(const Host& host, const Hosting& hosting, const Address& addres
     if (!host.options.takeOver && hasFormerMail(address))
         stop(Status::Exists, "mail of a former " + address.text +
                                  " still lies below " VSPOOLDIR "/" + address.domain +
-                                 "/mail; delete it with \"qvmailctl mailbox delete " +
-                                 address.text +
-                                 "\", or let the new mailbox have it with --take-over (a host that "
-                                 "moves between files and the database needs that)");
+                                 "/mail; let the new mailbox have it with --take-over (a host that "
+                                 "moves between files and the database does), or delete it with "
+                                 "\"qvmailctl mailbox delete " +
+                                 address.text + "\"");
 }
 
 bool hasFormerMail(const Address& address)

@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr const char* FirstSteps = R"(First steps:
-  qvmailctl init files                               prepares this machine
+  qvmailctl init files --servers                     prepares this machine
   qvmailctl domain add example.com postmaster        asks for the password
   echo 'secret' | qvmailctl mailbox add bob@example.com --quota 500M
   qvmailctl alias add info@example.com bob@example.com
@@ -29,7 +29,7 @@ constexpr const char* FirstSteps = R"(First steps:
 "qvmailctl OBJECT --help" lists the actions, "qvmailctl OBJECT ACTION --help" has examples.
 Exit status: 0 done, 64 command line, 65 name or value refused, 67 not there, 69 database or
 server not reachable, 70 own fault, 71 unfinished, 73 exists already, 74 could not be written,
-75 busy, 77 not root, 78 settings or system not fit. See qvmailctl(8).)";
+75 busy, 77 not root, 78 settings or system not fit, 130 interrupted. See qvmailctl(8).)";
 
 // ---- Options ----
 
@@ -164,8 +164,10 @@ void requireKnown(const std::string& word, const std::string& before,
         nearest = *std::min_element(known.begin(), known.end(), [&](const auto& a, const auto& b) {
             return distance(word, a) < distance(word, b);
         });
-    stop(Status::Usage, "there is no command " + inQuotes(before + word) + "; the nearest is \"" +
-                            before + nearest + "\", \"qvmailctl --help\" lists all");
+    const bool isNear = other != OtherWords.end() || distance(word, nearest) <= nearest.size() / 2;
+    stop(Status::Usage, "there is no command " + inQuotes(before + word) + "; " +
+                            (isNear ? "the nearest is \"" + before + nearest + "\", " : "") +
+                            "\"qvmailctl " + before + "--help\" lists all");
 }
 
 // CLI11 names what it did not expect, but not what may have been meant.

@@ -45,15 +45,20 @@ void requireTools()
                                      "install Postfix or set PATH");
 }
 
+std::string wayBack(const std::string& map)
+{
+    const std::string copy = map + ".qvbackup";
+    return access(copy.c_str(), F_OK) == 0
+               ? "bring it back: " + copy + " is its state before the last change"
+               : "if it was never made, make an empty one with \"qvmailctl init\"";
+}
+
 void requireMaps()
 {
     for (const char* const map :
          {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE})
         if (access(map, F_OK) != 0)
-            stop(Status::NotFit, "the map " + std::string(map) +
-                                     " is missing; if it was never made, make an empty one with "
-                                     "\"qvmailctl init\", else bring it back (" +
-                                     map + ".qvbackup is its state before the last change)");
+            stop(Status::NotFit, "the map " + std::string(map) + " is missing; " + wayBack(map));
 }
 
 // A rewrite of a program without transactions was interrupted: its next change would put those lines
@@ -111,6 +116,9 @@ Host::Host(const Options& given)
 
 void beginQuery(Host& host)
 {
+    if (!host.settings.usesSql && access(VDOMAINFILE, F_OK) != 0)
+        tell("note: " VDOMAINFILE " is missing, so nothing is hosted; \"qvmailctl init\" prepares "
+             "this machine");
     // The answer should be from after the interrupted change, or from before it. Where somebody
     // else is at work, or nothing can be written, it is from wherever that is.
     if (access(VJOURNALFILE, F_OK) == 0 && host.transaction.open(0) == PostfixTransaction::Done)

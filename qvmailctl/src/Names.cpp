@@ -23,6 +23,10 @@ constexpr std::size_t LongestUser = 64;
 constexpr std::size_t LongestAddress = 254;
 constexpr long long LargestQuota = 1LL << 50; // so that the quotas of a domain can be summed
 
+constexpr const char* Sizes =
+    "a size is a number of bytes, or one with K, M, G or T (500M, 1.5G), at "
+    "most 1024T, or \"unlimited\"";
+
 // The power of 1024, as a shift.
 const std::map<std::string, int> Units = {
     {"", 0},     {"b", 0},  {"k", 10},  {"kb", 10},  {"kib", 10}, {"m", 20},  {"mb", 20},
@@ -192,14 +196,14 @@ Quota checkedQuota(const std::string& size)
     const std::string_view number = std::string_view(text).substr(0, end);
     const auto unit = Units.find(text.substr(end));
     if (unit == Units.end())
-        refuse(size, "a size is a number of bytes, or one with K, M, G or T, or \"unlimited\"");
+        refuse(size, Sizes);
     if (!number.empty() && number.find_first_not_of("0.") == std::string_view::npos)
         refuse(size, "it would mean no limit and not an empty mailbox; for no limit write "
                      "\"unlimited\", or take the quota away with \"qvmailctl quota delete "
                      "ADDRESS\"");
+    const bool isPartOfByte = unit->second == 0 && contains(number, ".");
     const std::optional<long long> bytes = bytesOf(number, unit->second);
-    if (!bytes || *bytes == 0 || *bytes > LargestQuota)
-        refuse(size, "a size is a number of bytes, or one with K, M, G or T (500M, 1.5G), at most "
-                     "1024T, or \"unlimited\"");
+    if (isPartOfByte || !bytes || *bytes == 0 || *bytes > LargestQuota)
+        refuse(size, Sizes);
     return bytes;
 }

@@ -87,23 +87,46 @@ Answer show(Host& host, const Given& given)
     return {{{"address", address.text}, {"targets", targets}}, targets};
 }
 
-Answer list(Host& host, const Given& given)
+void addTo(Answer& answer, const std::string& address, const Addresses& targets)
 {
-    const std::string target = checkedTarget(given.name);
+    answer.result.push_back({{"address", address}, {"targets", targets}});
+    answer.lines.push_back(address);
+}
+
+// All forwarders but lists, of a domain or of all.
+Answer listForwarders(Host& host, const std::string& domain)
+{
     beginQuery(host);
-    Wanted wanted = {lowerCase(std::string(domainOf(target))), target, true};
+    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Aliases);
+    if (!domain.empty())
+        requireHosted(hosting, domain);
+    Answer answer{Json::array(), {}};
+    for (const auto& [address, targets] : hosting.aliases)
+        if (!hosting.isList(address))
+            addTo(answer, address, targets);
+    return answer;
+}
+
+// Lists included.
+Answer listForwardersTo(Host& host, const std::string& target)
+{
+    beginQuery(host);
+    const Wanted wanted = {std::string(domainOf(target)), target, true};
     const Hosting hosting = host.read(wanted, Aliases);
     Answer answer{Json::array(), {}};
-    for (const auto& [address, targets] : hosting.aliases) {
-        const bool leadsThere = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
-            return equalIgnoringCase(text, target);
-        });
-        if (!leadsThere)
-            continue;
-        answer.result.push_back({{"address", address}, {"targets", targets}});
-        answer.lines.push_back(address);
-    }
+    for (const auto& [address, targets] : hosting.aliases)
+        if (std::any_of(targets.begin(), targets.end(),
+                        [&](const auto& text) { return equalIgnoringCase(text, target); }))
+            addTo(answer, address, targets);
     return answer;
+}
+
+Answer list(Host& host, const Given& given)
+{
+    const std::string& name = given.name;
+    if (name.find('@') != std::string::npos)
+        return listForwardersTo(host, checkedTarget(name));
+    return listForwarders(host, name.empty() ? name : checkedDomain(name));
 }
 
 } // namespace
@@ -137,9 +160,10 @@ Object aliasCommands()
               "  qvmailctl alias show info@example.com",
               show},
              {"list",
-              "List who forwards to TARGET, lists included",
-              {"TARGET"},
+              "List a domain's forwarders, or all; of an address: who forwards to it",
+              {"[DOMAIN_OR_ADDRESS]"},
               Nothing,
+              "  qvmailctl alias list example.com\n"
               "  qvmailctl alias list bob@example.com",
               list}}};
 }

@@ -7,9 +7,22 @@
 namespace
 {
 
+// A user of the domain, or its address.
+Address checkedCatchAll(const std::string& name, const std::string& user)
+{
+    const std::string domain = checkedDomain(name);
+    if (user.find('@') == std::string::npos)
+        return checkedAddress(user, domain);
+    const Address address = checkedAddress(user);
+    if (address.domain != domain)
+        stop(Status::Refused,
+             "the catch-all of " + domain + " is one of its own mailboxes, not " + address.text);
+    return address;
+}
+
 Answer set(Host& host, const Given& given)
 {
-    const Address target = checkedAddress(given.value, checkedDomain(given.name));
+    const Address target = checkedCatchAll(given.name, given.value);
     beginChange(host);
     const Hosting hosting = host.read(addressAlone(target), Domains | Accounts | CatchAlls);
     requireHosted(hosting, target.domain);

@@ -55,18 +55,29 @@ Answer add(Host& host, const Given& given)
     return {};
 }
 
+// False when there is nothing of it, and that is all right (--if-there).
+bool mayRemove(const Host& host, const Hosting& hosting, const std::string& domain)
+{
+    // What an interrupted deletion left may have mailboxes and no entry in the list.
+    if (hosting.hosts(domain) || !hosting.mailboxes.empty() || !hosting.aliases.empty())
+        return true;
+    missing(host, "the domain " + domain + " is not hosted here");
+    return false;
+}
+
 Answer remove(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
+    if (isTyped()) {
+        beginQuery(host);
+        if (!mayRemove(host, host.read(domainAlone(domain)), domain))
+            return {};
+    }
     confirm(host, "the domain " + domain + " with all its mailboxes and their mail");
     beginChange(host);
-
     const Hosting hosting = host.read(domainAlone(domain));
-    // What an interrupted deletion left may have mailboxes and no entry in the list.
-    if (!hosting.hosts(domain) && hosting.mailboxes.empty() && hosting.aliases.empty()) {
-        missing(host, "the domain " + domain + " is not hosted here");
+    if (!mayRemove(host, hosting, domain))
         return {};
-    }
 
     conclude(host, host.library.Postfix_DeleteMailDomain(domain), {PostfixResult::DomainDeleted},
              "the domain " + domain + " could not be deleted");
@@ -148,7 +159,7 @@ Object domainCommands()
         "domain",
         "Hosted domains",
         {{"add",
-          "Host a domain, with its first mailbox",
+          "Host a domain, with its first mailbox, whose user is an administrator",
           {"DOMAIN", "USER"},
           Creation | QuotaOption | TakeOver,
           "  qvmailctl domain add example.com postmaster\n"

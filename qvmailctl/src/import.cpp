@@ -263,8 +263,8 @@ void tellLostTypes(const Document& document)
         lost += std::count_if(part.mailboxes.begin(), part.mailboxes.end(),
                               [](auto& account) { return account.type == Mailbox::Admin; });
     if (lost > 0)
-        tell("note: the database keeps no user type, so that of " + std::to_string(lost) +
-             " mailboxes (\"admin\") is lost");
+        tell("note: the database keeps no user type; \"admin\" is lost of " + std::to_string(lost) +
+             (lost == 1 ? " mailbox" : " mailboxes"));
 }
 
 Answer importAll(Host& host, const Given& given)

@@ -25,10 +25,12 @@ bool checkedBackend(const Host& host, const std::string& name, bool hasSettings)
         stop(Status::Usage, "the backend is \"files\" or \"mysql\", not " + inQuotes(name));
     const bool usesSql = name == "mysql";
     if (hasSettings && usesSql != host.settings.usesSql)
-        stop(Status::NotFit, QVCONFFILE " says that the accounts are in " +
-                                 std::string(usesSql ? "files" : "a database") +
-                                 "; to move them, \"qvmailctl export > FILE\", move " QVCONFFILE
-                                 " away, run this again, and \"qvmailctl import FILE\"");
+        stop(Status::NotFit,
+             QVCONFFILE " says that the accounts are in " +
+                 std::string(usesSql ? "files" : "a database") +
+                 "; to move them, \"umask 077; qvmailctl export > FILE\", move " QVCONFFILE
+                 " away, run this again, and \"qvmailctl import FILE "
+                 "--take-over\" (docs/moving.md)");
     return usesSql;
 }
 
@@ -53,11 +55,10 @@ void makeSettings(Setup& setup, const std::optional<Database>& database)
 void tellOfFormerAccounts(Setup& setup)
 {
     if (isFile(VDOMAINFILE) && !textOfFile(VDOMAINFILE).empty())
-        setup.toDo.emplace_back(
-            "the domains of " VDOMAINFILE
-            " are not in the database: if you want them there, move " QVCONFFILE
-            " away, \"qvmailctl export > FILE\", bring it back, and \"qvmailctl import "
-            "FILE\"");
+        setup.toDo.emplace_back("the domains of " VDOMAINFILE
+                                " are not in the database; if they were exported, \"qvmailctl "
+                                "import FILE --take-over\","
+                                " else see docs/moving.md");
 }
 
 // Can be repeated: what is there stays as it is.
@@ -80,6 +81,13 @@ Answer init(Host& host, const Given& given)
         database = lookAtDatabase(setup, hasSettings ? std::optional(host.settings.database)
                                                      : std::nullopt);
 
+    if (database && setup.servers && !database->isUsable())
+        stop(Status::Unreachable,
+             database->refusal +
+                 "; nothing was changed, for mail servers without their database put "
+                 "off all mail. Start it and run this again; where root may not log "
+                 "in to it, run this without --servers first");
+
     // Settings first: the passwords in them are then those that the database is given.
     try {
         makeAccount(setup);
@@ -90,7 +98,7 @@ Answer init(Host& host, const Given& given)
         makeMaps(setup);
         if (database)
             makeDatabase(setup, *database);
-        if (database && !hasSettings)
+        if (database && (!hasSettings || isEmpty(*database)))
             tellOfFormerAccounts(setup);
     } catch (const Stop& stopped) {
         if (setup.changesNothing())

@@ -57,7 +57,7 @@ Answer setPassword(Host& host, const Given& given)
             {PostfixResult::Updated}, "the password of " + address.text + " could not be changed");
     else
         writeHashes(host, {{address.text, DisabledMark + password.hash()}});
-    host.changes.changed(Kind::Mailbox, address.text);
+    host.changes.changed(Kind::Mailbox, address.text, "password");
     return {};
 }
 
@@ -71,7 +71,7 @@ Answer setEnabled(Host& host, const Given& given, bool enabled)
         return {};
     writeHashes(host,
                 {{address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
-    host.changes.changed(Kind::Mailbox, address.text);
+    host.changes.changed(Kind::Mailbox, address.text, enabled ? "enabled" : "disabled");
     return {};
 }
 
@@ -100,28 +100,55 @@ Answer setType(Host& host, const Given& given)
     const bool isNews = requireMailbox(hosting, address.text).type != wanted;
     writeType(host, address.text, wanted);
     if (isNews)
-        host.changes.changed(Kind::Mailbox, address.text);
+        host.changes.changed(Kind::Mailbox, address.text, type);
     return {};
 }
 
-Answer remove(Host& host, const Given& given)
+// The mailbox and who forwards to it.
+Hosting readWithForwarders(const Host& host, const Address& address)
 {
-    const Address address = checkedAddress(given.name);
-    confirm(host, "the mailbox " + address.text + " with all its mail");
-    beginChange(host);
-
     Wanted wanted = addressAlone(address);
     wanted.forwarders = true;
-    const Hosting hosting = host.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
-    const bool isThere = hosting.mailbox(address.text) != nullptr;
-    if (!isThere && !hasFormerMail(address)) {
+    return host.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
+}
+
+// False when there is nothing of it, and that is all right (--if-there).
+bool mayRemove(const Host& host, const Hosting& hosting, const Address& address)
+{
+    if (hosting.mailbox(address.text) == nullptr && !hasFormerMail(address)) {
         missing(host, "there is no mailbox " + address.text);
-        return {};
+        return false;
     }
     if (hosting.catchAllOf(address.domain) == address.text)
         stop(Status::Refused, address.text +
                                   " is the catch-all of its domain; set another with \"qvmailctl "
                                   "catchall set\" or take it away with \"catchall remove\" first");
+    return true;
+}
+
+void tellForwarders(const Hosting& hosting, const Address& address)
+{
+    for (const auto& [forwarder, targets] : hosting.aliases)
+        if (forwarder != address.text)
+            tell("note: " + forwarder + " still forwards to " + address.text);
+}
+
+Answer remove(Host& host, const Given& given)
+{
+    const Address address = checkedAddress(given.name);
+    const bool isAsked = isTyped() && !host.options.yes;
+    if (isAsked) { // what speaks against it is told before the question
+        beginQuery(host);
+        const Hosting hosting = readWithForwarders(host, address);
+        if (!mayRemove(host, hosting, address))
+            return {};
+        tellForwarders(hosting, address);
+    }
+    confirm(host, "the mailbox " + address.text + " with all its mail");
+    beginChange(host);
+    const Hosting hosting = readWithForwarders(host, address);
+    if (!mayRemove(host, hosting, address))
+        return {};
 
     conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
              {PostfixResult::MailboxDeleted},
@@ -129,11 +156,10 @@ Answer remove(Host& host, const Given& given)
     host.changes.removed(Kind::Mailbox, address.text);
     if (hosting.quotas.count(address.text) > 0)
         host.changes.removed(Kind::Quota, address.text);
-    for (const auto& [forwarder, targets] : hosting.aliases)
-        if (forwarder == address.text)
-            host.changes.removed(kindOf(hosting, forwarder), forwarder);
-        else
-            tell("note: " + forwarder + " still forwards to " + address.text);
+    if (!hosting.targetsOf(address.text).empty())
+        host.changes.removed(kindOf(hosting, address.text), address.text);
+    if (!isAsked)
+        tellForwarders(hosting, address);
     return {};
 }
 

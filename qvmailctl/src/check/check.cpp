@@ -247,6 +247,8 @@ Answer check(Host& host, const Given& given)
         goesOn = !now.empty();
         findings = lookTwice(host);
     }
+    if (findings.empty() && !host.options.json)
+        tell("nothing is wrong");
     return answerOf(findings, mended, isDry);
 }
 

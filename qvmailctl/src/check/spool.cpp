@@ -199,7 +199,8 @@ Finding treeOf(const std::string& domain)
     const std::string path = below(VSPOOLDIR, domain);
     return {"tree-without-domain", path, domain, "is of " + domain + ", which is not hosted",
             "host it with \"qvmailctl domain add " + domain +
-                " USER --take-over\", or remove it with \"rm -r " + path + "\""};
+                " USER --take-over\", import its accounts if they are still elsewhere "
+                "(docs/moving.md), or move it away"};
 }
 
 std::map<std::string, Addresses> mailboxesByDomain(const Hosting& hosting)

@@ -274,7 +274,7 @@ try {
 void makeDatabase(Setup& setup, Database& database)
 try {
     const bool isAccepted = database.logins.front().isAccepted;
-    if (!database.root && !isAccepted)
+    if (!database.isUsable())
         setup.toDo.push_back("start the database and run this again; or, where root may not log "
                              "in to it, as its administrator, because of: " +
                              database.refusal);
@@ -290,4 +290,11 @@ try {
     makeTables(setup, database, connection);
 } catch (const Refusal& refusal) {
     stop(Status::Unreachable, refusal.reason);
+}
+
+bool isEmpty(const Database& database)
+try {
+    return SqlConnection(database.place).rows("select name from virtual_domains limit 1").empty();
+} catch (const Refusal&) {
+    return true;
 }

@@ -25,10 +25,15 @@ struct Database {
 
     // Root's connection through the server's socket, where that lets root in.
     std::optional<SqlConnection> root;
+
+    bool isUsable() const { return root || logins.front().isAccepted; }
 };
 
 // Looks at what is there. Ends the command when a login has another password than its file.
 Database lookAtDatabase(const Setup& setup, const std::optional<SqlSettings>& settings);
+
+// Whether no domain is in its tables, or they cannot be read.
+bool isEmpty(const Database& database);
 
 // Makes what is missing, or says what the database's administrator has to run.
 void makeDatabase(Setup& setup, Database& database);

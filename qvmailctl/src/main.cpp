@@ -33,22 +33,28 @@ Answer carryOut(const Choice& choice, Host& host)
     }
 }
 
+bool isChange(const Choice& choice)
+{
+    if (choice.action == nullptr)
+        return false;
+    const unsigned takes = choice.action->takes;
+    const bool onlyLooks = (takes & Repair) != 0 && !choice.given.repair;
+    return (takes & ChangeOptions) != 0 && !choice.options.dryRun && !onlyLooks;
+}
+
 Answer run(const Choice& choice)
 {
     if (choice.action == nullptr)
         return {Json(choice.text), linesOf(choice.text)};
     Host host(choice.options);
-    const unsigned takes = choice.action->takes;
-    const bool onlyLooks = (takes & Repair) != 0 && !choice.given.repair;
-    const bool isChange = (takes & ChangeOptions) != 0 && !choice.options.dryRun && !onlyLooks;
     const std::string words = choice.words + (choice.given.repair ? " --repair" : "");
     try {
         Answer answer = carryOut(choice, host);
-        if (isChange)
+        if (isChange(choice))
             record(words, nameOf(answer.status));
         return answer;
     } catch (const Stop& stopped) {
-        if (isChange)
+        if (isChange(choice))
             record(words, nameOf(stopped.status));
         throw;
     }
@@ -68,11 +74,10 @@ int main(int argc, char** argv)
         const Answer answer = run(choice);
         if (give(answer, choice.options.json))
             return static_cast<int>(answer.status);
-        // A change is made all the same.
-        const bool isChange =
-            choice.action != nullptr && (choice.action->takes & ChangeOptions) != 0;
         tell("the answer could not be written to standard output");
-        return isChange ? 0 : static_cast<int>(Status::NotWritten);
+        // A change is made all the same, and findings are no less there.
+        return static_cast<int>(
+            isChange(choice) || answer.status != Status::Done ? answer.status : Status::NotWritten);
     } catch (const Stop& stopped) {
         giveFailure(stopped, choice.options.json);
         return static_cast<int>(stopped.status);

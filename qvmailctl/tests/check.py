@@ -222,6 +222,12 @@ class OnFiles(World):
     def test_damages(self):
         self.rows(ON_FILES)
 
+    def test_an_answer_that_cannot_be_written(self):
+        self.assertEqual(74, run(f"{QVMAILCTL} check > /dev/full", check=False).returncode)
+        self.assertEqual(74, run(f"{QVMAILCTL} quota delete bob@d.test --dry-run > /dev/full", check=False).returncode)
+        run("rm vmaps.txt.db")
+        self.assertEqual(78, run(f"{QVMAILCTL} check > /dev/full", check=False).returncode)
+
     def test_lines_for_people(self):
         run("printf 'a\\033b@d.test x\\n' >> valias.txt; touch valias.txt.db; rm vmaps.txt.db")
         done = run(f"{QVMAILCTL} check", check=False)

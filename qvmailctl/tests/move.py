@@ -172,6 +172,7 @@ class Moves(unittest.TestCase):
                  ({"format": 2, "domains": []}, "format: ", "format 1"), ({"format": 1}, "the document: ", "domains"),
                  ({"format": 1, "domains": [{"domain": "d.test"}, {"domain": "D.test"}]}, "domains[1].domain: ", "domains[0]"),
                  ('{"format":1,"domains":[{"lists":[],"lists":[]}]}', "domains[0].lists: ", "twice"),
+                 ('{"format":1,"domains":[]}\0{"more', "NUL", "byte 26"),
                  ('{"format":1,\n"verysecret', "line 2, column 12", "missing closing quote"), ("", "line 1", "end of input")]
         state = maps()
         for content, place, why in rows:

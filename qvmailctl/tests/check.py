@@ -71,6 +71,7 @@ ON_FILES = (
     (f"echo n@d.test d.test/mail/inbox/n@d.test >> vmaps.txt; postmap vmaps.txt; install -o qvadmin /dev/null {INBOX}/n@d.test",
      "mail-without-mailbox route-without-mailbox", None),
     ("printf 'n@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-without-mailbox", "! grep n@ vquota.txt"),
+    ("printf 'BOSS@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-without-mailbox", None),
     ("sed -i s/storage=5120B/storage=7B/ vpasswd", "quota-differs", "grep -q storage=5120B vpasswd"),
     ("sed -i s/storage=5120B/storage=-1B/ vpasswd", "quota-differs", "grep -q storage=5120B vpasswd"),
     ("printf 'boss@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-differs", "grep -q 'boss.*=5B' vpasswd"),

@@ -348,6 +348,19 @@ std::unordered_set<std::string> namesInCopy(const std::string& copy, const Hosti
 }
 
 // Entries of what is no mailbox.
+// Postfix looks names up in small letters: such a quota is in force, though the mailbox's line, and
+// with it the panel, does not have it. Where Dovecot has one, that is the mailbox's from now on.
+bool isQuotaInForce(const AccountEntries& accounts, const std::string& name)
+{
+    const std::string address = lowerCase(name);
+    const Mailbox* const mailbox = accounts.hosting.mailbox(address);
+    return mailbox != nullptr && !mailbox->quota &&
+           std::none_of(
+               accounts.findings.begin(), accounts.findings.end(), [&](const Finding& finding) {
+                   return finding.kind == std::string("quota-differs") && finding.name == address;
+               });
+}
+
 void checkOrphans(const AccountEntries& accounts, const char* map, const char* kind,
                   const std::string& harm)
 {
@@ -362,6 +375,10 @@ void checkOrphans(const AccountEntries& accounts, const char* map, const char* k
                              " and " VSHADOWFILE " back, or delete it with \"qvmailctl mailbox "
                              "delete " +
                              name + "\"";
+        } else if (map == std::string(VQUOTAFILE) && isQuotaInForce(accounts, name)) {
+            finding.wayOut = "it is the limit of " + lowerCase(name) +
+                             " for Postfix: write the line in small letters, or set the limit with "
+                             "\"qvmailctl quota set\" and remove the line";
         } else {
             finding.wayOut = "it is removed";
             finding.how = Mend::InTransaction;

@@ -71,7 +71,7 @@ ON_FILES = (
     (f"echo n@d.test d.test/mail/inbox/n@d.test >> vmaps.txt; postmap vmaps.txt; install -o qvadmin /dev/null {INBOX}/n@d.test",
      "mail-without-mailbox route-without-mailbox", None),
     ("printf 'n@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-without-mailbox", "! grep n@ vquota.txt"),
-    ("printf 'BOSS@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-without-mailbox", None),
+    ("printf 'BOSS@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "name-in-capitals quota-without-mailbox", None),
     ("sed -i s/storage=5120B/storage=7B/ vpasswd", "quota-differs", "grep -q storage=5120B vpasswd"),
     ("sed -i s/storage=5120B/storage=-1B/ vpasswd", "quota-differs", "grep -q storage=5120B vpasswd"),
     ("printf 'boss@d.test\\t5\\n' >> vquota.txt; postmap vquota.txt", "quota-differs", "grep -q 'boss.*=5B' vpasswd"),
@@ -224,10 +224,10 @@ class OnFiles(World):
         self.rows(ON_FILES)
 
     def test_an_answer_that_cannot_be_written(self):
-        self.assertEqual(74, run(f"{QVMAILCTL} check > /dev/full", check=False).returncode)
+        self.assertEqual(74, run(f"{QVMAILCTL} check --json > /dev/full", check=False).returncode)
         self.assertEqual(74, run(f"{QVMAILCTL} quota delete bob@d.test --dry-run > /dev/full", check=False).returncode)
         run("rm vmaps.txt.db")
-        self.assertEqual(78, run(f"{QVMAILCTL} check > /dev/full", check=False).returncode)
+        self.assertEqual(78, run(f"{QVMAILCTL} check --json > /dev/full", check=False).returncode)
 
     def test_lines_for_people(self):
         run("printf 'a\\033b@d.test x\\n' >> valias.txt; touch valias.txt.db; rm vmaps.txt.db")

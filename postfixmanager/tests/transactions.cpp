@@ -450,8 +450,8 @@ TEST_F(Transactions, PasswordHashesAreStoredAsTheyAre)
         }
 
         Account bad("bad"), made("made", "n.com");
-        strcpy(bad.password, "a:b");
-        strcpy(made.password, hash.c_str());
+        snprintf(bad.password, sizeof bad.password, "a:b");
+        snprintf(made.password, sizeof made.password, "%s", hash.c_str());
         EXPECT_EQ(moving.createMailboxWithHash(&bad, "d.com", "bad", "-1"), 306);
         ASSERT_EQ(moving.open(0), PostfixTransaction::Done) << moving.reason();
         EXPECT_EQ(moving.createMailboxWithHash(&bad, "d.com", "bad", "-1"), 306);

@@ -42,11 +42,12 @@ void addCommonOptions(CLI::App& app, Options& options)
 
 void addChangeOptions(CLI::App& app, Options& options)
 {
+    constexpr int LongestWait = 86400;
     app.add_flag("--dry-run", options.dryRun, "Check and answer, but change nothing");
     app.add_option("--wait", options.wait,
                    "How long to wait for another change to end (default: 5)")
         ->option_text("SECONDS")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, LongestWait));
 }
 
 void addYes(CLI::App& app, Options& options)

@@ -90,7 +90,8 @@ template <class Take> void forEach(const Node& node, const char* key, const Take
 
 Address addressAt(const Node& node, const std::string& domain)
 {
-    Address address = checkedAt(node.place, [&] { return checkedAddress(textAt(node)); });
+    const std::string& text = textAt(node);
+    Address address = checkedAt(node.place, [&] { return checkedAddress(text); });
     if (address.domain != domain)
         refuseAt(node.place, inQuotes(address.text) + " is no address of the domain " + domain);
     return address;
@@ -110,7 +111,8 @@ Addresses targetsAt(const Node& node, const char* key)
 {
     Addresses targets;
     forEach(node, key, [&](const Node& element) {
-        targets.push_back(checkedAt(element.place, [&] { return checkedTarget(textAt(element)); }));
+        const std::string& text = textAt(element);
+        targets.push_back(checkedAt(element.place, [&] { return checkedTarget(text); }));
     });
     return withoutRepeats(targets);
 }
@@ -217,7 +219,8 @@ DomainPart domainAt(const Node& node)
     requireObject(node, {"domain", "catch_all", "mailboxes", "aliases", "lists"});
     DomainPart part;
     const Node name = member(node, "domain");
-    part.domain = checkedAt(name.place, [&] { return checkedDomain(textAt(name)); });
+    const std::string& text = textAt(name);
+    part.domain = checkedAt(name.place, [&] { return checkedDomain(text); });
     if (has(node, "catch_all"))
         part.catchAll = hasValue(node, "catch_all")
                             ? addressAt(member(node, "catch_all"), part.domain).text
@@ -418,6 +421,10 @@ Json documentOf(const Hosting& hosting)
 {
     std::map<std::string, Json> domains;
     for (const std::string& domain : hosting.domains) {
+        if (faultOfDomain(domain) != nullptr) {
+            leaveOut("the domain " + inQuotes(domain), faultOfDomain(domain));
+            continue;
+        }
         const std::string catchAll = hosting.catchAllOf(domain);
         const bool isGood = catchAll.empty() ||
                             (domainOf(catchAll) == domain && hosting.mailbox(catchAll) != nullptr);
@@ -436,6 +443,8 @@ Json documentOf(const Hosting& hosting)
     for (const auto& [address, mailbox] : hosting.mailboxes)
         if (const auto part = partOf(address); part == domains.end())
             leaveOut("the mailbox " + shown(address), NotHosted);
+        else if (faultOfAddress(address) != nullptr)
+            leaveOut("the mailbox " + inQuotes(address), faultOfAddress(address));
         else if (!mailbox.isWhole())
             leaveOut("the mailbox " + address,
                      "it is in only one of the two account files; \"qvmailctl check\" tells more");
@@ -446,6 +455,8 @@ Json documentOf(const Hosting& hosting)
         const Addresses targets = forwardsOf(hosting, address);
         if (part == domains.end())
             leaveOut("the forwarder " + shown(address), NotHosted);
+        else if (faultOfAddress(address) != nullptr)
+            leaveOut("the forwarder " + inQuotes(address), faultOfAddress(address));
         else if (hosting.mailbox(address) != nullptr)
             continue; // told with the mailbox
         else if (targets.empty())

@@ -2,13 +2,13 @@
 
 #include "Host.h"
 
+#include "Interruption.h"
 #include "MapFiles.h"
 #include "Output.h"
 #include "Programs.h"
 #include "Results.h"
 #include "maps/MapVariants.h"
 
-#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -74,14 +74,6 @@ void requireNoWorkFiles()
                      "and \"qvmailctl check --repair\" puts it aside");
 }
 
-constexpr int Interruptions[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
-volatile std::sig_atomic_t interrupted = 0;
-
-void noteInterruption(int /*signal*/)
-{
-    interrupted = 1;
-}
-
 // In steps, so that an interruption ends the waiting too.
 void open(Host& host)
 {
@@ -89,9 +81,8 @@ void open(Host& host)
     int waited = 0;
     do
         outcome = host.transaction.open(host.options.wait > 0 ? 1 : 0);
-    while (outcome == PostfixTransaction::Busy && interrupted == 0 && ++waited < host.options.wait);
-    if (interrupted != 0)
-        stop(Status::Interrupted, "interrupted; nothing was changed");
+    while (outcome == PostfixTransaction::Busy && !isInterrupted() && ++waited < host.options.wait);
+    stopIfInterrupted();
     if (outcome == PostfixTransaction::Busy)
         stop(Status::Busy,
              host.transaction.reason() + "; nothing was changed, try again when it has ended");
@@ -141,15 +132,8 @@ void beginChange(Host& host)
 void beginRepair(Host& host)
 {
     // Until the commit an interruption ends the command, with nothing changed.
-    for (const int interruption : Interruptions)
-        signal(interruption, noteInterruption);
+    watchInterruptions();
     open(host);
-}
-
-void stopIfInterrupted()
-{
-    if (interrupted != 0)
-        stop(Status::Interrupted, "interrupted; nothing was changed");
 }
 
 void finishChange(Host& host)
@@ -165,8 +149,7 @@ void finishChange(Host& host)
         return;
     }
     // Nor are the commands that the commit runs interrupted.
-    for (const int interruption : Interruptions)
-        signal(interruption, SIG_IGN);
+    ignoreInterruptions();
     const PostfixTransaction::Outcome outcome = host.transaction.commit();
     if (outcome == PostfixTransaction::Refused)
         stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
@@ -183,7 +166,9 @@ void confirm(const Host& host, const std::string& deletion)
     if (isatty(STDIN_FILENO) == 0)
         stop(Status::Usage, "nobody can be asked whether to delete " + deletion +
                                 ": standard input is no terminal; say --yes to delete it");
+    watchInterruptions();
     prompt("Delete " + deletion + "? [y/N] ");
+    waitForInput(STDIN_FILENO);
     std::string reply;
     std::getline(std::cin, reply);
     if (reply != "y" && reply != "yes")

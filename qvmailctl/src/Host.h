@@ -48,9 +48,6 @@ void beginChange(Host& host);
 // Opens the transaction without looking at what it needs: "check --repair" is about to mend that.
 void beginRepair(Host& host);
 
-// Ends the command when it was told to end: between the steps of a long change.
-void stopIfInterrupted();
-
 // Commits the change, if one was begun; gives it up in a dry run. Ends the command when it is
 // refused.
 void finishChange(Host& host);

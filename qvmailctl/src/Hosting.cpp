@@ -56,7 +56,7 @@ void readMap(const char* map, const std::string& text, const TakeLine& take)
     LineReader reader(map, text);
     std::string_view line;
     while (reader.nextLine(line))
-        if (!line.empty() && take(line) == Enough)
+        if (!line.empty() && line.front() != '#' && take(line) == Enough) // "#" begins a comment
             return;
     if (reader.error() != 0 && reader.error() != ENOENT)
         stop(Status::NotWritten, std::string(map) + " cannot be read: " + reader.reason());

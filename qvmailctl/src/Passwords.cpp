@@ -2,6 +2,7 @@
 
 #include "Encrypt.h"
 #include "Hosting.h"
+#include "Interruption.h"
 #include "Output.h"
 #include "PasswordHash.h"
 #include "Results.h"
@@ -9,10 +10,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -22,82 +21,44 @@ namespace
 constexpr std::size_t LongestPassword = 255; // what the library can change a password to
 constexpr std::size_t Reserved = 1024;       // no growing, which would leave copies behind
 
-constexpr int Interruptions[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-volatile std::sig_atomic_t interrupted = 0;
-
-void noteInterruption(int /*signal*/)
-{
-    interrupted = 1;
-}
-
-// Without echo. A signal ends the reading and nothing else, so that the echo always comes back; it
-// comes through only while input is waited for, so that none is missed. The terminal's Ctrl-Z does
-// nothing meanwhile.
+// Without echo, and without the terminal's Ctrl-Z: the echo always comes back.
 class SilentTerminal
 {
 public:
     SilentTerminal()
     {
-        struct sigaction note = {};
-        note.sa_handler = noteInterruption;
-        sigset_t interruptions;
-        sigemptyset(&interruptions);
-        for (std::size_t i = 0; i < std::size(Interruptions); ++i) {
-            sigaction(Interruptions[i], &note, &m_actions[i]);
-            sigaddset(&interruptions, Interruptions[i]);
-        }
-        sigprocmask(SIG_BLOCK, &interruptions, &m_unblocked);
         tcgetattr(STDIN_FILENO, &m_before);
         termios silent = m_before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_cc[VSUSP] = _POSIX_VDISABLE;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
-    ~SilentTerminal()
-    {
-        tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
-        sigprocmask(SIG_SETMASK, &m_unblocked, nullptr);
-        for (std::size_t i = 0; i < std::size(Interruptions); ++i)
-            sigaction(Interruptions[i], &m_actions[i], nullptr);
-    }
+    ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before); }
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
 
-    // Returns when there is something to read.
-    void waitForInput() const
-    {
-        pollfd input = {STDIN_FILENO, POLLIN, 0};
-        while (interrupted == 0 && ppoll(&input, 1, nullptr, &m_unblocked) < 0 && errno == EINTR) {
-        }
-        if (interrupted != 0)
-            stop(Status::Interrupted, "interrupted; nothing was changed");
-    }
-
 private:
     termios m_before{};
-    sigset_t m_unblocked{};
-    struct sigaction m_actions[std::size(Interruptions)] = {};
 };
 
 // Reads by the byte: what follows the line belongs to others, and no buffer keeps a copy.
-void readLine(std::string& line, const SilentTerminal* terminal)
+void readLine(std::string& line)
 {
     line.reserve(Reserved);
     char c = 0;
     ssize_t count;
     do {
-        if (terminal != nullptr)
-            terminal->waitForInput();
+        waitForInput(STDIN_FILENO);
         count = read(STDIN_FILENO, &c, 1);
         if (count == 1 && c != '\n' && line.size() <= LongestPassword)
             line.push_back(c);
     } while ((count == 1 && c != '\n') || (count < 0 && errno == EINTR));
 }
 
-void ask(const SilentTerminal& terminal, const std::string& question, std::string& line)
+void ask(const std::string& question, std::string& line)
 {
     prompt(question);
-    readLine(line, &terminal);
+    readLine(line);
     prompt("\n");
 }
 
@@ -111,16 +72,17 @@ void refuseBadPassword(const std::string& password)
 
 Password::Password(const std::string& mailbox)
 {
+    watchInterruptions();
     if (!isTyped()) {
-        readLine(m_text, nullptr);
+        readLine(m_text);
         refuseBadPassword(m_text);
         return;
     }
     const SilentTerminal terminal;
-    ask(terminal, "Password for " + mailbox + ": ", m_text);
+    ask("Password for " + mailbox + ": ", m_text);
     refuseBadPassword(m_text);
     std::string again;
-    ask(terminal, "The same once more: ", again);
+    ask("The same once more: ", again);
     const bool areSame = again == m_text;
     wipe(again);
     if (!areSame)

@@ -13,7 +13,7 @@ Address checkedCatchAll(const std::string& name, const std::string& user)
     const std::string domain = checkedDomain(name);
     if (user.find('@') == std::string::npos)
         return checkedAddress(user, domain);
-    const Address address = checkedAddress(user);
+    Address address = checkedAddress(user);
     if (address.domain != domain)
         stop(Status::Refused,
              "the catch-all of " + domain + " is one of its own mailboxes, not " + address.text);

@@ -5,6 +5,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Document.h"
+#include "Interruption.h"
 #include "Passwords.h"
 #include "Results.h"
 
@@ -38,15 +39,19 @@ std::string contentOf(const std::string& file)
 {
     const int input = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
     constexpr std::size_t Piece = std::size_t{1} << 18U;
+    constexpr std::size_t LargestDocument = std::size_t{1} << 30U; // of millions of mailboxes
     std::string text;
     ssize_t count = input < 0 ? -1 : 1;
     while (count > 0) {
+        if (text.size() > LargestDocument)
+            stop(Status::Refused, shown(file) + " is larger than 1 GiB: that is no document");
         makeRoom(text);
         const std::size_t size = text.size();
         text.resize(std::min(text.capacity(), size + Piece));
-        do
+        do {
+            waitForInput(input);
             count = read(input, text.data() + size, text.size() - size);
-        while (count < 0 && errno == EINTR);
+        } while (count < 0 && errno == EINTR);
         text.resize(size + std::max<ssize_t>(count, 0));
     }
     const int failure = count < 0 ? errno : 0;
@@ -269,6 +274,7 @@ void tellLostTypes(const Document& document)
 
 Answer importAll(Host& host, const Given& given)
 {
+    watchInterruptions();
     std::string text = contentOf(given.name);
     Document document = readDocument(text);
     beginChange(host);

@@ -367,6 +367,13 @@ class Commands(EmptyWorld):
             self.assertIn(b"nothing was changed", waiting.communicate(timeout=10)[1])
             self.assertEqual(INTERRUPTED, waiting.returncode)
         self.assertEqual(before, maps())
+        for command in "mailbox passwd boss@d.test", "import -":  # while input is waited for
+            waiting = subprocess.Popen([QVMAILCTL, *command.split(), "--json"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                       stderr=subprocess.DEVNULL)
+            time.sleep(0.5)
+            waiting.terminate()
+            answer = waiting.communicate(timeout=10)[0]
+            self.assertEqual((INTERRUPTED, INTERRUPTED), (waiting.returncode, json.loads(answer)["error"]["status"]))
 
     def test_passwords(self):
         self.ctl("domain add d.test boss", stdin="first word\nnot this\n")
@@ -387,9 +394,10 @@ class Commands(EmptyWorld):
         ended = subprocess.run([QVMAILCTL, "mailbox", "delete", "boss@d.test"], input="y\n", text=True, capture_output=True)
         self.assertEqual(USAGE, ended.returncode)
         self.assertIn("--yes", ended.stderr)
-        question = b"with all its mail? [y/N] "
+        question = b"mail? [y/N] "
         self.assertEqual(INTERRUPTED, type_in("mailbox delete boss@d.test", (question, b"n\n"))[0])
         self.assertEqual(0, type_in("mailbox delete boss@d.test", (question, b"y\n"))[0])
+        self.assertEqual(INTERRUPTED, type_in("domain delete d.test", (question, b"\x03"))[0])
 
     def test_names_and_values(self):
         self.ctl("domain add D.test boss", "quota set Boss@D.TEST 5g", says=["is written"])  # the first quota of all

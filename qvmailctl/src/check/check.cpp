@@ -98,7 +98,7 @@ bool areSame(const Finding& a, const Finding& b)
 // at again, while there is none, or a moment later.
 Findings lookTwice(const Host& host)
 {
-    const Findings first = look(host);
+    Findings first = look(host);
     if (first.empty())
         return first;
     const Pause pause;

@@ -138,6 +138,10 @@ Scan scanMap(const std::string& map, Findings& findings)
     for (Entry entry = {1, 0, 0}; reader.nextLine(line); ++entry.number) {
         if (line.empty())
             continue;
+        if (line.front() == '#') { // a comment to postmap, and to Dovecot
+            ++entry.place;
+            continue;
+        }
         entry.hash = std::hash<std::string_view>()(line);
         if (checkForm(map, entry, line, findings)) {
             const std::string name(wholeName(line));

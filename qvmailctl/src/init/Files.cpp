@@ -54,10 +54,12 @@ void syncDirectoryOf(const std::string& path)
     }
 }
 
+constexpr const char* Beside = ".qvmailctl-new";
+
 // Under a name beside the path; what an interrupted init left there is written anew.
 std::string writeBeside(const std::string& path, const std::string& text, Readers readers)
 {
-    std::string beside = path + ".qvmailctl-new";
+    std::string beside = path + Beside;
     const gid_t group = numberOf(readers.group);
     unlink(beside.c_str());
     const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
@@ -103,8 +105,11 @@ bool isFile(const std::string& path)
 
 void makeFile(Setup& setup, const std::string& path, const std::string& text, Readers readers)
 {
-    if (isFile(path))
+    if (isFile(path)) {
+        if (!setup.dryRun)
+            unlink((path + Beside).c_str()); // of an interrupted init
         return setup.kept.push_back(path);
+    }
     if (!setup.dryRun) {
         // A link takes no other file's place: not one that the panel has made meanwhile.
         const std::string beside = writeBeside(path, text, readers);

@@ -74,6 +74,19 @@ void requireNoWorkFiles()
                      "and \"qvmailctl check --repair\" puts it aside");
 }
 
+// The accounts and tools that a change needs are there, and no work file is left over.
+void requireFit(const Host& host)
+{
+    requireAccounts();
+    if (host.settings.usesSql) {
+        reachDatabase(host.settings);
+        return;
+    }
+    requireTools();
+    requireMaps();
+    requireNoWorkFiles();
+}
+
 // In steps, so that an interruption ends the waiting too.
 void open(Host& host)
 {
@@ -116,16 +129,15 @@ void beginQuery(Host& host)
         host.transaction.drop();
 }
 
+void beginAsking(Host& host)
+{
+    requireFit(host);
+    beginQuery(host);
+}
+
 void beginChange(Host& host)
 {
-    requireAccounts();
-    if (host.settings.usesSql) {
-        reachDatabase(host.settings);
-    } else {
-        requireTools();
-        requireMaps();
-        requireNoWorkFiles();
-    }
+    requireFit(host);
     beginRepair(host);
 }
 

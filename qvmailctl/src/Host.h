@@ -41,6 +41,10 @@ struct Host {
 // for another change.
 void beginQuery(Host& host);
 
+// The same for what is read before a person is asked something: also sees that the change can go
+// through. Nobody should answer for nothing.
+void beginAsking(Host& host);
+
 // Sees that a change can go through: the accounts and tools that it needs are there, and no work
 // file is left over. Then opens the transaction.
 void beginChange(Host& host);

@@ -32,7 +32,7 @@ Answer add(Host& host, const Given& given)
     const Address first = checkedAddress(given.value, checkedDomain(given.name));
     const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
     if (isTyped()) {
-        beginQuery(host);
+        beginAsking(host);
         if (!mayAdd(host, first))
             return {};
     }
@@ -69,7 +69,7 @@ Answer remove(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     if (isTyped()) {
-        beginQuery(host);
+        beginAsking(host);
         if (!mayRemove(host, host.read(domainAlone(domain)), domain))
             return {};
     }

@@ -24,7 +24,7 @@ Answer add(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
     if (isTyped()) {
-        beginQuery(host);
+        beginAsking(host);
         if (!mayAdd(host, address))
             return {};
     }
@@ -45,7 +45,7 @@ Answer setPassword(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     if (isTyped()) {
-        beginQuery(host);
+        beginAsking(host);
         requireMailbox(host.read(addressAlone(address), Accounts), address.text);
     }
     Password password(address.text);
@@ -138,7 +138,7 @@ Answer remove(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     const bool isAsked = isTyped() && !host.options.yes;
     if (isAsked) { // what speaks against it is told before the question
-        beginQuery(host);
+        beginAsking(host);
         const Hosting hosting = readWithForwarders(host, address);
         if (!mayRemove(host, hosting, address))
             return {};

@@ -391,6 +391,9 @@ class Commands(EmptyWorld):
         for command in ("mailbox add boss@d.test", "mailbox passwd no@d.test", "domain add d.test boss", "domain delete e.test",
                         "mailbox delete no@d.test"):
             self.assertNotRegex(type_in(command)[1], b"Password|Delete")  # what is refused is refused at once
+        LIST.rename("/etc/kept")
+        self.assertNotRegex(type_in("domain add e.test boss")[1], b"Password")
+        Path("/etc/kept").rename(LIST)
         ended = subprocess.run([QVMAILCTL, "mailbox", "delete", "boss@d.test"], input="y\n", text=True, capture_output=True)
         self.assertEqual(USAGE, ended.returncode)
         self.assertIn("--yes", ended.stderr)

@@ -250,6 +250,10 @@ class OnFiles(World):
         self.assertEqual([], self.ctl("check", 0)["result"]["findings"])
         os.close(directory)
 
+    def test_a_comment_in_a_map(self):
+        run("sed -i '1i # by hand' vmaps.txt valias.txt; postmap vmaps.txt valias.txt")
+        self.assertEqual([], self.ctl("check", 0)["result"]["findings"])
+
     def test_the_longer_copy_is_kept(self):
         run("cp vmaps.txt vmaps.txt.qvbackup; sed -i /^bob/d vmaps.txt")
         self.ctl("check --repair", 0)

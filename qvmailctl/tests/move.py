@@ -190,9 +190,9 @@ class Moves(unittest.TestCase):
                             ("vquota.txt", "gone@b.test\t5\n"), ("vmaps.txt", "@c.test c.test/mail/inbox/u@c.test\n")):
             with open(ETC / name, "a") as file:
                 file.write(lines)
-        LIST.write_text(LIST.read_text().replace("b.test.au\n", ""))
+        LIST.write_text(LIST.read_text().replace("b.test.au\n", "bad_name.test\n"))
         del before["domains"][[part["domain"] for part in before["domains"]].index("b.test.au")]
-        says = "half@b.test", "forwarder a@c.test", "quota of gone@b.test", "catch-all of c.test", "boss@b.test.au"
+        says = "half@b.test", "forwarder a@c.test", "quota of gone@b.test", "catch-all of c.test", "boss@b.test.au", "bad_name.test"
         self.assertEqual(before, self.exported(says))
 
     def test_a_thousand_from_standard_input(self):

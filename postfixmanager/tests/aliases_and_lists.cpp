@@ -127,6 +127,25 @@ TEST_F(Aliases, QueriesReadTheMap)
     EXPECT_EQ(run(Files, "GetLists(d)") + run(Files, "GetListSettings(l)"), "6363");
 }
 
+// Every third key is a mailbox in other letters, every key comes twice, and one is longer than what is
+// read and kept at a time.
+TEST_F(Aliases, ListsAreToldFromForwardsAmongManyKeys)
+{
+    const std::string longKey = std::string(2000000, 'k') + "@d";
+    std::string map = longKey + " d\n", accounts, lists = "0 " + std::string(2000000, 'k');
+    for (const char* const prefix : {"n", "N"})
+        for (int i = 0; i < 40000; ++i) {
+            const std::string number = std::to_string(i);
+            map += prefix + number + "@d x\n";
+            accounts += i % 3 == 0 ? "N" + number + "@D:h\n" : "other" + number + "@d:h\n";
+            lists += i % 3 == 0 ? "" : " " + (prefix + number);
+        }
+    put({{"valias.txt", map}, {"vshadow", accounts}});
+    EXPECT_TRUE(run(Files, "GetLists(d)") == lists); // too long to be shown
+    put({{"vshadow", accounts + longKey + ":h\n"}});
+    EXPECT_TRUE(run(Files, "GetLists(d)") == "0" + lists.substr(2 + longKey.size() - 2));
+}
+
 TEST_F(Aliases, QueriesReadTheTable)
 {
     const std::string lists =

@@ -1,0 +1,63 @@
+#ifndef QV_PACKEDNAMES_H
+#define QV_PACKEDNAMES_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// PackedNames - many names, of which some are struck out, whatever the case of their letters
+//
+// First all names are added, then some are struck out, then the rest is visited. A name takes some
+// twenty bytes beside its letters; a set of the standard library would take several times the memory
+// and the time. Names hold no line end, as they are pieces of lines.
+class PackedNames
+{
+public:
+    void add(std::string_view name);
+
+    // Strikes out every name that is this one but for the case of letters.
+    void strikeOut(std::string_view name);
+
+    // Hands over the names that are left, in the order in which they were added.
+    void visitRest(const std::function<void(std::string_view name)>& take);
+
+    // How many names visitRest hands over at most.
+    std::size_t most() const { return m_most; }
+
+private:
+    // Where a name stands: its block, and in the block its state, which its letters and a line end
+    // follow.
+    using Place = std::uint64_t;
+
+    // A slot of the index: empty (0), or a place plus one, and in the highest bits some of the name's
+    // hash, so that few other names have to be looked at.
+    using Slot = std::uint64_t;
+
+    struct Sought {
+        std::string name;
+        std::uint64_t hash = 0;
+    };
+
+    void visitAll(const std::function<void(Place place, std::string_view name)>& take) const;
+    void index();
+    void enter(Place place, std::uint64_t hash);
+    void strikeOutSought();
+    Slot& firstSlotOf(std::uint64_t hash);
+    Slot& slotOf(std::string_view name, std::uint64_t hash);
+    const char* at(Place place) const;
+    char& stateAt(Place place);
+    std::string_view nameAt(Place place) const;
+
+    std::vector<std::string> m_blocks; // one growing text would be copied, and twice in memory
+    std::size_t m_count = 0;
+    std::size_t m_most = 0;
+    std::vector<Slot> m_slots;                       // each different name once, by its hash
+    std::vector<std::pair<Place, Place>> m_repeated; // a repeated name, and its first
+    std::vector<Sought> m_sought; // names to be struck out, the first m_soughtCount
+    std::size_t m_soughtCount = 0;
+};
+
+#endif

@@ -24,7 +24,9 @@ int PostfixManager::Postfix_DeleteDomMailboxes(std::string DomainName, std::stri
 
     removeWorkDirectory(DomainMailboxesWriter);
 
-    const LineTest isMine = [&](std::string_view line) { return domainOf(line) == DomainName; };
+    const LineTest isMine = [&](std::string_view line) {
+        return isOfDomain(line, domainOf(line), DomainName);
+    };
     return dropEntries(DomainMailboxesWriter, FPath, isMine) ? PostfixResult::Done
                                                              : PostfixResult::Failed;
 }

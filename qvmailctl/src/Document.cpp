@@ -358,23 +358,51 @@ Json parsed(const std::string& text)
 
 // ---- Writing ----
 
-Json entryOf(const Hosting& hosting, const std::string& address, const Mailbox& mailbox)
-{
-    const std::string hash = mailbox.isEnabled() ? mailbox.hash : mailbox.hash.substr(1);
-    return {{"address", address},
-            {"hash", hash.empty() ? Json(nullptr) : Json(hash)},
-            {"quota", jsonOf(mailbox.quota)},
-            {"type", jsonOf(mailbox.type)},
-            {"enabled", mailbox.isEnabled()},
-            {"forwards_to", forwardsOf(hosting, address)}};
-}
-
 void leaveOut(const std::string& what, const std::string& why)
 {
     tell("warning: " + what + " is left out: " + why);
 }
 
 constexpr const char* NotHosted = "its domain is not hosted";
+
+std::string hashWithoutMark(const Mailbox& mailbox)
+{
+    return mailbox.isEnabled() ? mailbox.hash : mailbox.hash.substr(1);
+}
+
+// Why a mailbox of a hosted domain cannot stand in a document; null when it can.
+const char* faultOfMailbox(const std::string& address, const Mailbox& mailbox)
+{
+    if (const char* const fault = faultOfAddress(address))
+        return fault;
+    if (!mailbox.isWhole())
+        return "it is in only one of the two account files; \"qvmailctl check\" tells more";
+    const std::string hash = hashWithoutMark(mailbox);
+    return hash.empty() ? nullptr : faultOfHash(hash);
+}
+
+// The targets that can stand in a document.
+Addresses fitTargetsOf(const Hosting& hosting, const std::string& address)
+{
+    Addresses targets;
+    for (const std::string& target : forwardsOf(hosting, address))
+        if (const char* const fault = faultOfTarget(target))
+            leaveOut(inQuotes(target) + ", where " + address + " leads to,", fault);
+        else
+            targets.push_back(target);
+    return targets;
+}
+
+Json entryOf(const Hosting& hosting, const std::string& address, const Mailbox& mailbox)
+{
+    const std::string hash = hashWithoutMark(mailbox);
+    return {{"address", address},
+            {"hash", hash.empty() ? Json(nullptr) : Json(hash)},
+            {"quota", jsonOf(mailbox.quota)},
+            {"type", jsonOf(mailbox.type)},
+            {"enabled", mailbox.isEnabled()},
+            {"forwards_to", fitTargetsOf(hosting, address)}};
+}
 
 } // namespace
 
@@ -426,10 +454,12 @@ Json documentOf(const Hosting& hosting)
             continue;
         }
         const std::string catchAll = hosting.catchAllOf(domain);
-        const bool isGood = catchAll.empty() ||
-                            (domainOf(catchAll) == domain && hosting.mailbox(catchAll) != nullptr);
+        const Mailbox* const taker = hosting.mailbox(catchAll);
+        const bool isGood = catchAll.empty() || (domainOf(catchAll) == domain && taker != nullptr &&
+                                                 faultOfMailbox(catchAll, *taker) == nullptr);
         if (!isGood)
-            leaveOut("the catch-all of " + domain, shown(catchAll) + " is no mailbox of it");
+            leaveOut("the catch-all of " + domain,
+                     shown(catchAll) + " is no mailbox of it that could be told");
         domains[domain] = {{"domain", domain},
                            {"catch_all", catchAll.empty() || !isGood ? Json() : Json(catchAll)},
                            {"mailboxes", Json::array()},
@@ -443,24 +473,25 @@ Json documentOf(const Hosting& hosting)
     for (const auto& [address, mailbox] : hosting.mailboxes)
         if (const auto part = partOf(address); part == domains.end())
             leaveOut("the mailbox " + shown(address), NotHosted);
-        else if (faultOfAddress(address) != nullptr)
-            leaveOut("the mailbox " + inQuotes(address), faultOfAddress(address));
-        else if (!mailbox.isWhole())
-            leaveOut("the mailbox " + address,
-                     "it is in only one of the two account files; \"qvmailctl check\" tells more");
+        else if (const char* const fault = faultOfMailbox(address, mailbox))
+            leaveOut("the mailbox " + shown(address), fault);
         else
             part->second["mailboxes"].push_back(entryOf(hosting, address, mailbox));
     for (const auto& [address, unused] : hosting.aliases) {
         const auto part = partOf(address);
-        const Addresses targets = forwardsOf(hosting, address);
-        if (part == domains.end())
+        if (part == domains.end()) {
             leaveOut("the forwarder " + shown(address), NotHosted);
-        else if (faultOfAddress(address) != nullptr)
+            continue;
+        }
+        if (faultOfAddress(address) != nullptr) {
             leaveOut("the forwarder " + inQuotes(address), faultOfAddress(address));
-        else if (hosting.mailbox(address) != nullptr)
+            continue;
+        }
+        if (hosting.mailbox(address) != nullptr)
             continue; // told with the mailbox
-        else if (targets.empty())
-            leaveOut("the forwarder " + address, "it leads to itself alone");
+        const Addresses targets = fitTargetsOf(hosting, address);
+        if (targets.empty())
+            leaveOut("the forwarder " + address, "it leads to no other address");
         else if (targets.size() == 1)
             part->second["aliases"].push_back({{"address", address}, {"targets", targets}});
         else

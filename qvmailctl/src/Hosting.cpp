@@ -48,6 +48,12 @@ std::string_view behindName(std::string_view line)
     return line.substr(std::min(line.size(), wholeName(line).size() + 1));
 }
 
+// "#" begins a comment, and a line without a name is nobody's: a check tells of it.
+bool isEntry(std::string_view line)
+{
+    return !wholeName(line).empty() && line.front() != '#';
+}
+
 // Hands on the lines of the map that hold the text, until take has what it wants.
 enum Next { GoOn, Enough };
 using TakeLine = std::function<Next(std::string_view line)>;
@@ -56,7 +62,7 @@ void readMap(const char* map, const std::string& text, const TakeLine& take)
     LineReader reader(map, text);
     std::string_view line;
     while (reader.nextLine(line))
-        if (!line.empty() && line.front() != '#' && take(line) == Enough) // "#" begins a comment
+        if (isEntry(line) && take(line) == Enough)
             return;
     if (reader.error() != 0 && reader.error() != ENOENT)
         stop(Status::NotWritten, std::string(map) + " cannot be read: " + reader.reason());

@@ -23,6 +23,8 @@ constexpr std::size_t LongestUser = 64;
 constexpr std::size_t LongestAddress = 254;
 constexpr long long LargestQuota = 1LL << 50; // so that the quotas of a domain can be summed
 
+constexpr const char* NoAddress = "an address is USER@DOMAIN, at most 254 characters";
+
 constexpr const char* Sizes =
     "a size is a number of bytes, or one with K, M, G or T (500M, 1.5G), at "
     "most 1024T, or \"unlimited\"";
@@ -78,19 +80,6 @@ void refuseFault(const std::string& text, const char* fault)
 {
     if (fault != nullptr)
         refuse(text, fault);
-}
-
-struct Halves {
-    std::string user;
-    std::string domain;
-};
-
-Halves halvesOf(const std::string& text)
-{
-    const std::size_t at = text.find('@');
-    if (at == std::string::npos || text.size() > LongestAddress)
-        refuse(text, "an address is USER@DOMAIN, at most 254 characters");
-    return {text.substr(0, at), text.substr(at + 1)};
 }
 
 // A number with or without a fraction, times the unit; nothing when it is none or is too large. What
@@ -153,9 +142,18 @@ const char* faultOfAddress(std::string_view address)
 {
     const std::size_t at = address.find('@');
     if (at == std::string_view::npos || address.size() > LongestAddress)
-        return "an address is USER@DOMAIN, at most 254 characters";
+        return NoAddress;
     const char* const fault = faultOfUser(address.substr(0, at), LocalMarks, "");
     return fault != nullptr ? fault : faultOfDomain(address.substr(at + 1));
+}
+
+const char* faultOfTarget(const std::string& target)
+{
+    const std::size_t at = target.find('@');
+    if (at == std::string::npos || target.size() > LongestAddress)
+        return NoAddress;
+    const char* const fault = faultOfUser(target.substr(0, at), TargetMarks, Upper);
+    return fault != nullptr ? fault : faultOfDomain(lowerCase(target.substr(at + 1)));
 }
 
 std::string checkedDomain(const std::string& text)
@@ -167,8 +165,8 @@ std::string checkedDomain(const std::string& text)
 Address checkedAddress(const std::string& text)
 {
     refuseFault(text, faultOfAddress(lowerCase(text)));
-    const auto [user, domain] = halvesOf(lowerCase(text));
-    return {user, domain, folded(text)};
+    const std::string address = folded(text);
+    return {address.substr(0, address.find('@')), std::string(domainOf(address)), address};
 }
 
 Address checkedAddress(const std::string& user, const std::string& domain)
@@ -181,10 +179,9 @@ Address checkedAddress(const std::string& user, const std::string& domain)
 
 std::string checkedTarget(const std::string& text)
 {
-    const auto [user, domain] = halvesOf(text);
-    refuseFault(text, faultOfUser(user, TargetMarks, Upper));
-    refuseFault(text, faultOfDomain(lowerCase(domain)));
-    return user + "@" + folded(domain);
+    refuseFault(text, faultOfTarget(text));
+    const std::size_t at = text.find('@');
+    return text.substr(0, at + 1) + folded(text.substr(at + 1));
 }
 
 Quota checkedQuota(const std::string& size)

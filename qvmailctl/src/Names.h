@@ -19,9 +19,10 @@ std::string checkedDomain(const std::string& text);
 Address checkedAddress(const std::string& text);
 Address checkedAddress(const std::string& user, const std::string& domain);
 
-// The fault of a name in lower case; null when it has none.
+// The fault of a name in lower case, or of where mail is forwarded to; null when it has none.
 const char* faultOfDomain(std::string_view domain);
 const char* faultOfAddress(std::string_view address);
+const char* faultOfTarget(const std::string& target);
 
 // Where mail is forwarded to: an address anywhere. Its capital letters stay, before the "@": what
 // they mean is for the server there to say.

@@ -40,6 +40,15 @@ std::string_view withoutBlanks(std::string_view text)
     return text;
 }
 
+// What an editor shows of the line's beginning: a byte-order mark and blanks of other alphabets are
+// not seen there.
+std::string_view asSeen(std::string_view line)
+{
+    while (!line.empty() && (line.front() <= ' ' || line.front() > '~'))
+        line.remove_prefix(1);
+    return line;
+}
+
 // The setting's name that the line begins with; empty when it is none of ours.
 std::string_view nameIn(std::string_view line)
 {
@@ -74,9 +83,16 @@ SettingsFound readLines()
     for (int number = 1; reader.nextLine(line); ++number) {
         if (line.size() > Longest && longLine == 0)
             longLine = number;
-        const std::string_view name = nameIn(withoutBlanks(line));
+        if (contains(line, std::string_view("\0", 1)))
+            refuseLine(number,
+                       "it holds a NUL byte; save the file as plain text, in ASCII or UTF-8");
+        const std::string_view name = nameIn(asSeen(line));
         if (name.empty())
             continue;
+        if (nameIn(withoutBlanks(line)).empty())
+            refuseLine(number, "before the setting " + std::string(name) +
+                                   " stand bytes that are not seen, such as a byte-order mark; "
+                                   "remove them");
         if (longLine != 0)
             refuseLine(longLine, "longer than " + std::to_string(Longest) +
                                      " characters, so the setting " + std::string(name) +

@@ -55,6 +55,7 @@ ON_FILES = (
     ("printf %s \"$(cat vmaps.txt)\" > vmaps.txt; touch vmaps.txt.db", "line-end-missing", "test $(wc -l < vmaps.txt) = 3"),
     ("sed -i 's/^boss.*:/boss@d.test:/' vshadow", "line-malformed", None),
     ("echo ' continued' >> vmaps.txt; postmap vmaps.txt", "line-malformed", None),
+    ("sed -i 's/^bob.*/& x/' vmaps.txt; postmap vmaps.txt", "line-malformed", None),  # and no route is missing
     ("echo 'boss@d.test:$1$x$y:1::99999::::0' >> vshadow", "name-twice", None),
     ("echo 'a;b@d.test x@d.test' >> valias.txt; postmap valias.txt", "name-unfit", None),
     ("echo 'Info@d.test x@d.test' >> valias.txt; postmap valias.txt", "name-in-capitals", None),

@@ -324,6 +324,8 @@ class Commands(EmptyWorld):
         (ETC / "valias.txt").rename(ETC / "gone")
         self.refused(NOT_FIT, ["alias add a@d.test b@d.test", "domain delete d.test"], "valias.txt is missing", "init")
         (ETC / "gone").rename(ETC / "valias.txt")
+        (ETC / "vshadow").write_text("boss@d.test\n")
+        self.refused(NOT_WRITTEN, "mailbox passwd boss@d.test", "has no password field")
         (ETC / "vshadow").write_text("")
         self.refused(NOT_FIT, "mailbox passwd boss@d.test", "only one of", "mailbox delete boss@d.test")
         output("rm", "-r", SPOOL)
@@ -445,7 +447,8 @@ class Commands(EmptyWorld):
         for text, says in (("\nMailBackend mysql\n", "line 2"), ('MailBackend="mysql"\n', "line 1"), ('DovecotLDA "Yes"\n', '"Yes"'),
                            ('MailBackend "ldap"\n', "ldap"), ("#" * 119 + "\n" + MYSQL, "line 1 "), ("#" * 1000 + "\n" + MYSQL, "line 1 "),
                            ('MailBackend "files"\nMailBackend "mysql"\n', "twice"), (MYSQL.replace("MailSqlUser", "User"), "MailSqlUser"),
-                           (MYSQL.replace("3306", "x"), "MailSqlPort")):
+                           (MYSQL.replace("3306", "x"), "MailSqlPort"), ('\ufeffMailBackend "mysql"\n', "byte-order mark"),
+                           ('MailBackendOld "mysql"\n', "MailBackend is not understood"), (MYSQL.replace("secret", "se\0ret"), "NUL")):
             CONF.write_text(text)
             self.refused(NOT_FIT, ["domain add d.test boss", "domain list"], says, "/etc/Quorvel.conf")
         CONF.write_text("")

@@ -186,13 +186,16 @@ class Moves(unittest.TestCase):
 
     def test_what_is_no_whole_is_named_and_left_out(self):
         before = self.world()
-        for name, lines in (("vshadow", f"half@b.test:{HASH}:1::99999::::0\n"), ("valias.txt", "a@c.test x@e.test\n"),
+        for name, lines in (("vshadow", f"half@b.test:{HASH}:1::99999::::0\n"), ("valias.txt", "a@c.test x@e.test\nl@b.test root\n"),
+                            ("vpasswd", "odd@b.test:x:1:2::/h:/s\n"), ("vshadow", "odd@b.test:x:1::99999::::0\n"),
                             ("vquota.txt", "gone@b.test\t5\n"), ("vmaps.txt", "@c.test c.test/mail/inbox/u@c.test\n")):
             with open(ETC / name, "a") as file:
                 file.write(lines)
         LIST.write_text(LIST.read_text().replace("b.test.au\n", "bad_name.test\n"))
         del before["domains"][[part["domain"] for part in before["domains"]].index("b.test.au")]
-        says = "half@b.test", "forwarder a@c.test", "quota of gone@b.test", "catch-all of c.test", "boss@b.test.au", "bad_name.test"
+        says = ("half@b.test", "mailbox odd@b.test is left out: this is no hash", "forwarder a@c.test",
+                '"root", where l@b.test leads to', "forwarder l@b.test", "quota of gone@b.test", "catch-all of c.test",
+                "boss@b.test.au", "bad_name.test")
         self.assertEqual(before, self.exported(says))
 
     def test_a_thousand_from_standard_input(self):

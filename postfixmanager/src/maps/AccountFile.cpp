@@ -8,6 +8,7 @@
 #include "stage/Stage.h"
 #include "system/RegularFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -76,11 +77,14 @@ bool rewriteAccounts(const MapVariant& variant,
 
 std::optional<std::string> withPassword(std::string_view line, const std::string& hash)
 {
-    const std::string_view::size_type first = line.find(':');
-    if (first == std::string_view::npos)
-        return std::nullopt;
+    const std::string_view::size_type first = std::min(line.find(':'), line.size());
     const std::string_view::size_type second = line.find(':', first + 1);
-    if (second == std::string_view::npos)
+    if (second == std::string_view::npos) {
+        // A plain call drops the line, on purpose; a transaction loses none.
+        if (Stage* const stage = openStage())
+            stage->fail("the line of " + std::string(accountName(line)) +
+                        " in " VSHADOWFILE " has no password field; correct it");
         return std::nullopt;
+    }
     return std::string(line.substr(0, first + 1)).append(hash).append(line.substr(second));
 }

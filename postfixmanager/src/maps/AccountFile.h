@@ -28,7 +28,8 @@ bool rewriteAccounts(const MapVariant& variant,
                      const std::function<bool(const std::string& name)>& isMine,
                      const std::function<std::optional<std::string>(std::string_view)>& edited);
 
-// The line with another password field; nothing for a line without one.
+// The line of vshadow with another password field; nothing for a line without one, which a
+// transaction takes for a failure.
 std::optional<std::string> withPassword(std::string_view line, const std::string& hash);
 
 #endif

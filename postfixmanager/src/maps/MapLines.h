@@ -80,6 +80,10 @@ bool standsFor(std::string_view line, std::string_view searched, std::string_vie
 // The same where the text is a domain and the lines' names may be addresses in it.
 bool liesIn(std::string_view line, std::string_view searched, std::string_view domain);
 
+// Whether the line's name is the domain or lies in it, by nothing but that domain. found: the domain
+// that a plain call finds in the line.
+bool isOfDomain(std::string_view line, std::string_view found, std::string_view domain);
+
 // The same where the text is an address and the searched part holds destinations, separated by
 // commas or blanks.
 bool leadsTo(std::string_view searched, std::string_view address);

@@ -40,6 +40,7 @@ struct QuotaFields {
 struct Scan {
     std::unordered_map<std::string, Entry> entries;
     std::unordered_map<std::string, QuotaFields> quotas; // of vpasswd
+    std::unordered_set<std::string> malformed;           // names of lines that are of no use
 };
 using Scans = std::map<std::string, Scan>; // by map
 
@@ -143,8 +144,10 @@ Scan scanMap(const std::string& map, Findings& findings)
             continue;
         }
         entry.hash = std::hash<std::string_view>()(line);
-        if (checkForm(map, entry, line, findings)) {
-            const std::string name(wholeName(line));
+        const std::string name(wholeName(line));
+        if (!checkForm(map, entry, line, findings)) {
+            scan.malformed.insert(name);
+        } else {
             const auto [first, isNew] = scan.entries.try_emplace(name, entry);
             if (isNew)
                 checkName(map, entry, name, findings);
@@ -191,9 +194,11 @@ struct AccountEntries {
     const std::unordered_set<std::string>& formerPasswords; // the names in vshadow's copy
     Findings& findings;
 
+    // Also a line that is of no use: it is in the way of another, and told already.
     bool has(const char* map, const std::string& name) const
     {
-        return scans.at(map).entries.count(name) > 0;
+        const Scan& scan = scans.at(map);
+        return scan.entries.count(name) > 0 || scan.malformed.count(name) > 0;
     }
     std::optional<std::size_t> placeOf(const char* map, const std::string& name) const
     {
@@ -214,13 +219,14 @@ void isHalfMade(const AccountEntries& accounts, const std::string& name)
 {
     const auto inPasswd = accounts.placeOf(VPASSWDFILE, name);
     const auto inQuotas = accounts.placeOf(VQUOTAFILE, name);
+    if (!inPasswd)
+        return; // its line is malformed, and told already
     accounts.findings.push_back({"mailbox-half-made", VPASSWDFILE, name,
                                  name + " is half made: it has no password, no mail and no line "
                                         "in " VMAPSFILE,
                                  "its line is removed, so that it can be made again",
                                  Mend::InTransaction, [inPasswd, inQuotas](Mending& mending) {
-                                     if (inPasswd)
-                                         mending.drop(VPASSWDFILE, *inPasswd);
+                                     mending.drop(VPASSWDFILE, *inPasswd);
                                      if (inQuotas)
                                          mending.drop(VQUOTAFILE, *inQuotas);
                                  }});
@@ -325,11 +331,12 @@ void checkQuota(const AccountEntries& accounts, const Address& address, const Ma
 void checkAccount(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
     const bool hasRoute = accounts.has(VMAPSFILE, address.text);
-    if (!mailbox.isInShadow && !hasRoute && !hasFormerMail(address))
+    const bool hasPassword = mailbox.isInShadow || accounts.has(VSHADOWFILE, address.text);
+    if (!hasPassword && !hasRoute && !hasFormerMail(address))
         return isHalfMade(accounts, address.text);
-    if (!mailbox.isInShadow)
+    if (!hasPassword)
         lacksPassword(accounts, address);
-    if (!mailbox.isInPasswd)
+    if (!mailbox.isInPasswd && !accounts.has(VPASSWDFILE, address.text))
         lacksUserLine(accounts, address, mailbox);
     if (!hasRoute)
         lacksRoute(accounts, address);

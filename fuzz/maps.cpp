@@ -3,6 +3,7 @@
 #include "world.h"
 
 #include "DovecotManager.h"
+#include "maps/LineFaults.h"
 
 #include <algorithm>
 #include <cctype>
@@ -89,6 +90,12 @@ bool isOf(const Call& call, const std::string& line)
     return name == call.name || (isOfAll && contains(name, "@") && textAfter(name, '@') == Domain);
 }
 
+// Of what no reader understands, nothing is asked.
+bool isGoodOf(const Call& call, const std::string& line)
+{
+    return isOf(call, line) && faultOfLine(call.map, line) == nullptr;
+}
+
 // Passwords and quotas of Dovecot are found in any letter case.
 bool mayBeOf(const Call& call, const std::string& line)
 {
@@ -147,8 +154,8 @@ void callInTransaction(const Call& call, const std::string& before)
     }
     require(linesOfCall(call, before, mayBeOf, false) == linesOfCall(call, after, mayBeOf, false),
             "other lines changed");
-    const std::vector<std::string> mine = linesOfCall(call, after, isOf, true);
-    const bool isSame = mine == linesOfCall(call, before, isOf, true);
+    const std::vector<std::string> mine = linesOfCall(call, after, isGoodOf, true);
+    const bool isSame = mine == linesOfCall(call, before, isGoodOf, true);
     require(isSame || mine.empty() == (call.ends == NoLine), "not what was asked for");
     const bool isThere = std::any_of(mine.begin(), mine.end(), [&](const std::string& line) {
         return contains(line, call.part);

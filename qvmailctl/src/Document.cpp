@@ -348,10 +348,6 @@ Json parsed(const std::string& text)
 {
     Json document;
     Builder builder(document);
-    // The parser would take it for the end, and pass over all that follows.
-    if (text.find('\0') != std::string::npos)
-        stop(Status::Refused, "the document is no JSON: it holds a NUL at byte " +
-                                  std::to_string(text.find('\0') + 1));
     Json::sax_parse(text, &builder);
     return document;
 }

@@ -36,7 +36,7 @@ struct DomainPart {
 using Document = std::vector<DomainPart>;
 
 // Checks all that can be told from the document alone. Ends the command (65) with the place in it
-// and what is wrong there. The text, which may hold passwords, is wiped.
+// and what is wrong there. The text, which may hold passwords and holds no NUL, is wiped.
 Document readDocument(std::string& text);
 
 // Where a mailbox stands in its document, for what is wrong with it on this host.

@@ -56,9 +56,11 @@ std::string wayBack(const std::string& map)
 void requireMaps()
 {
     for (const char* const map :
-         {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE})
+         {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VALIASFILE, VQUOTAFILE}) {
+        requireNoEmptyLink(map);
         if (access(map, F_OK) != 0)
             stop(Status::NotFit, "the map " + std::string(map) + " is missing; " + wayBack(map));
+    }
 }
 
 // A rewrite of a program without transactions was interrupted: its next change would put those lines

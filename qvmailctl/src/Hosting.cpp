@@ -7,6 +7,7 @@
 #include "Results.h"
 #include "maps/LineReader.h"
 #include "maps/MapLines.h"
+#include "system/RegularFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -66,6 +67,7 @@ void readMap(const char* map, const std::string& text, const TakeLine& take)
             return;
     if (reader.error() != 0 && reader.error() != ENOENT)
         stop(Status::NotWritten, std::string(map) + " cannot be read: " + reader.reason());
+    requireNoEmptyLink(map);
 }
 
 // An address has one line in a map; of several, the first counts.
@@ -285,6 +287,13 @@ Wanted domainAlone(const std::string& domain)
 Wanted addressAlone(const Address& address)
 {
     return {address.domain, address.text};
+}
+
+void requireNoEmptyLink(const std::string& map)
+{
+    if (leadsNowhere(map))
+        stop(Status::NotWritten,
+             map + " cannot be read: it is a link, and nothing is where it leads");
 }
 
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts)

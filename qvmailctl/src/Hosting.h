@@ -74,6 +74,9 @@ Wanted everything();
 Wanted domainAlone(const std::string& domain);
 Wanted addressAlone(const Address& address);
 
+// Ends the command when the map is a link that leads nowhere.
+void requireNoEmptyLink(const std::string& map);
+
 // Ends the command when something cannot be read. A map that is missing is an empty one.
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
 

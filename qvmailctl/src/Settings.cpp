@@ -8,6 +8,7 @@
 #include "Results.h"
 #include "maps/LineReader.h"
 #include "maps/MapLines.h"
+#include "system/RegularFile.h"
 
 #include <cctype>
 #include <cerrno>
@@ -111,6 +112,8 @@ SettingsFound readLines()
     }
     if (reader.error() != 0 && reader.error() != ENOENT)
         stop(Status::NotFit, File + " cannot be read: " + reader.reason());
+    if (leadsNowhere(File))
+        stop(Status::NotFit, File + " cannot be read: it is a link, and nothing is where it leads");
     return found;
 }
 

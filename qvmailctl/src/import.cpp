@@ -35,6 +35,16 @@ void makeRoom(std::string& text)
     text.swap(larger);
 }
 
+// The parser would take it for the end, and pass over all that follows. Looked for piece by piece: a
+// file with a hole would fill the memory.
+void refuseNul(const std::string& text, std::size_t from)
+{
+    const std::size_t place = text.find('\0', from);
+    if (place != std::string::npos)
+        stop(Status::Refused,
+             "the document is no JSON: it holds a NUL at byte " + std::to_string(place + 1));
+}
+
 std::string contentOf(const std::string& file)
 {
     const int input = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
@@ -53,6 +63,7 @@ std::string contentOf(const std::string& file)
             count = read(input, text.data() + size, text.size() - size);
         } while (count < 0 && errno == EINTR);
         text.resize(size + std::max<ssize_t>(count, 0));
+        refuseNul(text, size);
     }
     const int failure = count < 0 ? errno : 0;
     if (input > STDIN_FILENO)

@@ -335,9 +335,10 @@ class Commands(EmptyWorld):
     def test_what_is_no_map(self):
         self.ctl("domain add d.test boss --quota 5M", "alias add a@d.test boss@d.test")
         kinds = {"fifo": os.mkfifo, "directory": os.mkdir, "socket": lambda path: os.mknod(path, stat.S_IFSOCK),
-                 "link to a device": lambda path: path.symlink_to("/dev/zero"),
+                 "link to a device": lambda path: path.symlink_to("/dev/zero"), "link to nothing": lambda path: path.symlink_to("/no"),
                  "hole": lambda path: (path.touch(), os.truncate(path, 5 << 30))}
-        places = {LIST: ("domain list", "domain add e.test boss"), ETC / "vpasswd": ("mailbox list d.test", "mailbox add b@d.test"),
+        reasons = {"hole": "16 MiB", "link to nothing": "it is a link"}
+        places = {LIST: ("domain list", "domain add e.test boss"), ETC / "vpasswd": ("export", "mailbox list d.test", "mailbox add b@d.test"),
                   ETC / "vshadow": ("mailbox list d.test", "mailbox passwd boss@d.test"),
                   ETC / "vmaps.txt": ("catchall show d.test", "catchall set d.test boss"),
                   ETC / "valias.txt": ("alias list a@d.test", "alias delete a@d.test"),
@@ -346,7 +347,7 @@ class Commands(EmptyWorld):
             for place, commands in places.items():
                 place.rename("/etc/kept")
                 make(place)
-                reason = "" if (kind, place) == ("hole", CONF) else "16 MiB" if kind == "hole" else "no regular file"
+                reason = "" if (kind, place) == ("hole", CONF) else reasons.get(kind, "no regular file")
                 for command in commands:
                     with self.subTest(f"{kind} at {place}"):
                         self.ctl(command, status=NOT_FIT if place == CONF else NOT_WRITTEN, says=(f"{place} cannot be read", reason),

@@ -182,6 +182,7 @@ class Moves(unittest.TestCase):
                               (document(full | {"address": "info@b.test"}), "alias delete")):
             self.assertEqual([], self.put(content, status=EXISTS, says=[says]))
         self.ctl("import /run/none", status=NOT_THERE, says=["No such file"])
+        self.ctl("import /dev/zero", status=REFUSED, says=["a NUL at byte 1"])
         self.assertEqual(state, maps())
 
     def test_what_is_no_whole_is_named_and_left_out(self):

@@ -27,6 +27,13 @@ int openRegular(const std::string& path, int flags, mode_t mode)
     return -1;
 }
 
+bool leadsNowhere(const std::string& path)
+{
+    struct stat entry {
+    };
+    return lstat(path.c_str(), &entry) == 0 && S_ISLNK(entry.st_mode) && typeOf(path) == 0;
+}
+
 bool mayNeverEnd(const std::string& path)
 {
     const mode_t type = typeOf(path);

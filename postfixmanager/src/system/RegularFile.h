@@ -13,6 +13,10 @@
 constexpr int NotRegular = EINVAL;
 int openRegular(const std::string& path, int flags, mode_t mode = 0);
 
+// Whether there is a link that leads nowhere, to a disk that is not mounted say: the file is missing,
+// and yet was never meant to be.
+bool leadsNowhere(const std::string& path);
+
 // Whether the path leads to a fifo or a device: a command that is given it may never end.
 bool mayNeverEnd(const std::string& path);
 

@@ -3,7 +3,7 @@
 
 Each test has a domain of its own. Servers see a change after a moment: what is expected is asked for until it holds."""
 
-import contextlib, functools, imaplib, json, os, pwd, re, smtplib, subprocess, sys, time, unittest
+import contextlib, functools, grp, imaplib, json, os, pwd, re, smtplib, subprocess, sys, time, unittest
 
 from private_world import TOP
 
@@ -92,6 +92,16 @@ class MailServers(unittest.TestCase):
 
     def answers(self, code, recipient):
         self.eventually(code, lambda: answer_to_recipient(recipient))
+
+    def nobody_else_reaches(self, mail, address):
+        """As a local user: to list, read, rename and plant inboxes fails, though inbox itself is writable for all."""
+        self.assertEqual("2777", run("stat", "-c", "%a", f"{mail}/inbox").strip())
+        for attempt in ("ls /var/spool/vmail", f"ls {mail}/inbox", f"cat {mail}/inbox/{address}", f"touch {mail}/inbox/planted@ways.test",
+                        f"mv {mail}/inbox/{address} {mail}/inbox/away", f"ln -s /etc/passwd {mail}/home/planted",
+                        "mkdir /var/spool/vmail/planted.test"):
+            done = subprocess.run(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "sh", "-c", attempt],
+                                  text=True, capture_output=True)
+            self.assertIn("Permission denied", done.stderr, attempt)
 
     @unittest.skipIf(BACKEND == "mysql", "no maps")
     def test_a_missing_map_puts_all_mail_off_until_it_is_made(self):
@@ -188,9 +198,9 @@ class MailServers(unittest.TestCase):
         self.create("alice@ways.test", "bob@ways.test")
         qvmailctl("quota set bob@ways.test 1M")
         qvmailctl("catchall set ways.test alice")
-        uid = pwd.getpwnam("qvadmin").pw_uid
+        uid, gid = pwd.getpwnam("qvadmin").pw_uid, grp.getgrnam("mail").gr_gid
         run("postconf", "-e", "dovecot_destination_recipient_limit=1", "virtual_mailbox_base=/var/spool/vmail",
-            "virtual_mailbox_limit=0", f"virtual_uid_maps=static:{uid}", f"virtual_gid_maps=static:{uid}")
+            "virtual_mailbox_limit=0", f"virtual_uid_maps=static:{uid}", f"virtual_gid_maps=static:{gid}")
         if BACKEND == "mysql":
             run("postconf", "-e", "virtual_mailbox_maps=mysql:/etc/postfix/sql-mailboxes.cf")
         else:
@@ -204,6 +214,8 @@ class MailServers(unittest.TestCase):
             ways.append(way)
             self.inbox_holds([f"bob by {way}" for way in ways], "bob@ways.test")
             self.inbox_holds([f"anybody by {way}" for way in ways], "alice@ways.test")
+            self.nobody_else_reaches("/var/spool/vmail/ways.test/mail", "bob@ways.test")
+            self.assertNotIn("/var/spool/vmail", subprocess.getoutput(f"{QVMAILCTL} check"))
 
     def test_deletion_is_effective(self):
         self.create("alice@gone.test", "bob@gone.test")

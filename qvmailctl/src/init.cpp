@@ -92,7 +92,7 @@ Answer init(Host& host, const Given& given)
     try {
         makeAccount(setup);
         makeDirectory(setup, VMAPDIR);
-        makeDirectory(setup, VSPOOLDIR);
+        makeDirectory(setup, VSPOOLDIR, ForGroupMail);
         makeSettings(setup, database);
         setUpServers(setup, database ? &*database : nullptr);
         makeMaps(setup);

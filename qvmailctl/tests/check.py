@@ -22,6 +22,10 @@ ON_FILES = (
     ("sed -i s/:4201:4101:/:0:4101:/ /etc/passwd", "account-id directory-rights inbox-rights", None),
     ("chmod 777 .", "directory-rights", "test $(stat -c %a .) = 755"),
     ("chown qvadmin /var/spool/vmail", "directory-rights", "test $(stat -c %U /var/spool/vmail) = root"),
+    ("chmod 755 /var/spool/vmail", "spool-open", "test $(stat -c %G:%a /var/spool/vmail) = mail:710"),
+    ("chmod 755 /var/spool/vmail; sed -i s/^virtual_transport.*/virtual_transport=virtual/ " + MAIN + "; echo "
+     "virtual_mailbox_base=/var/spool/vmail >> " + MAIN, "postfix-setting spool-open", None),  # the group of virtual(8) is unset
+    ("chgrp 0 /var/spool/vmail", "directory-rights", "test $(stat -c %G:%a /var/spool/vmail) = mail:710"),
     ("chmod 755 transaction", "lock-unfit", "test $(stat -c %a transaction) = 700"),
     ("rmdir transaction; ln -s /tmp transaction", "lock-unfit", None),
     ("chown qvadmin vmaps.txt", "map-rights", "test $(stat -c %U:%a vmaps.txt) = root:644"),

@@ -9,7 +9,7 @@
 
 // The system's accounts and groups, and the directories.
 void checkAccounts(const MailServers& servers, Findings& findings);
-void checkDirectories(Findings& findings);
+void checkDirectories(const MailServers& servers, Findings& findings);
 
 // What the lock of all changes needs, and what an interrupted change left there. While a
 // transaction is open there is nothing to find.

@@ -28,6 +28,10 @@ struct MailServers {
 
     std::vector<SqlFile> sqlFiles; // that the two name, and are there
 
+    // Whether what delivers or reads mail is of the group mail, which alone passes the spool.
+    bool postfixPassesSpool() const;
+    bool dovecotPassesSpool() const;
+
     std::string postfixSetting(const std::string& name) const;
     std::string dovecotSetting(const std::string& name) const;
 };

@@ -59,7 +59,7 @@ Findings look(const Host& host)
     const MailServers servers = readServers();
     checkAccounts(servers, findings);
     checkLock(findings);
-    checkDirectories(findings);
+    checkDirectories(servers, findings);
     checkSecrets(host.settings, servers, findings);
 
     const bool isReadable =

@@ -18,7 +18,9 @@ namespace
 {
 
 constexpr mode_t WritableByOthers = 022;
+constexpr mode_t OpenToOthers = 07;
 constexpr mode_t MapDirectoryMode = 0755;
+constexpr mode_t SpoolMode = 0710;
 constexpr mode_t LockMode = 0700;
 
 bool isRootsAlone(const PathFacts& facts)
@@ -32,27 +34,70 @@ void makeDirectory(const std::string& path, mode_t mode)
         refuse(path + " cannot be made: " + strerror(errno));
 }
 
-// One that root alone may write to, and everybody may pass.
-void checkDirectory(const std::string& path, const char* harm, Findings& findings)
+// Nothing, and a finding, when it is there and no directory.
+std::optional<PathFacts> factsOfDirectory(const std::string& path, Findings& findings)
 {
     const std::optional<PathFacts> facts = factsBehind(path);
-    if (!facts)
+    if (!facts || facts->type == PathType::Directory)
+        return facts;
+    findings.push_back({"not-a-directory", path, "", "is no directory",
+                        "move it away; \"qvmailctl init\" makes the directory"});
+    return std::nullopt;
+}
+
+std::string rightsOf(const PathFacts& facts)
+{
+    return "has the owner " + std::to_string(facts.user) + ":" + std::to_string(facts.group) +
+           " and the mode " + octal(facts.mode);
+}
+
+bool isSafe(const PathFacts& facts)
+{
+    return facts.user == 0 && (facts.mode & WritableByOthers) == 0;
+}
+
+// Root alone may write to it, and everybody may pass it.
+void checkMapDirectory(Findings& findings)
+{
+    const std::optional<PathFacts> facts = factsOfDirectory(VMAPDIR, findings);
+    if (!facts || (isSafe(*facts) && (facts->mode & 05U) == 05))
+        return;
+    findings.push_back(
+        {"directory-rights", VMAPDIR, "",
+         rightsOf(*facts) +
+             ", so that others can replace maps or the mail servers cannot read them",
+         "it belongs to root, with mode 0755", Mend::Beside, [group = facts->group](Mending&) {
+             giveRights(VMAPDIR, {0, group}, MapDirectoryMode);
+         }});
+}
+
+// Inboxes below it are writable for all: who could pass it might rename and plant them. The mail
+// servers pass it by their group.
+void checkSpoolDirectory(const MailServers& servers, Findings& findings)
+{
+    const group* const mail = getgrnam("mail");
+    const std::optional<PathFacts> facts = factsOfDirectory(VSPOOLDIR, findings);
+    if (!facts || mail == nullptr)
         return; // told elsewhere
-    if (facts->type != PathType::Directory) {
-        findings.push_back({"not-a-directory", path, "", "is no directory",
-                            "move it away; \"qvmailctl init\" makes the directory"});
+    const bool isOpen = (facts->mode & OpenToOthers) != 0;
+    const bool isPassed = facts->group == mail->gr_gid && (facts->mode & 010U) != 0;
+    if (isSafe(*facts) && !isOpen && isPassed)
         return;
+    const gid_t group = mail->gr_gid;
+    Finding finding = {isOpen && isSafe(*facts) ? "spool-open" : "directory-rights", VSPOOLDIR, "",
+                       rightsOf(*facts), ""};
+    finding.fault += isOpen ? ", so that every local user can rename and plant inboxes"
+                            : ", so that the mail servers cannot reach mail, or others can plant "
+                              "links where root acts";
+    if (servers.postfixPassesSpool() && servers.dovecotPassesSpool()) {
+        finding.wayOut = "it belongs to root and the group mail, with mode 0710";
+        finding.how = Mend::Beside;
+        finding.mend = [group](Mending&) { giveRights(VSPOOLDIR, {0, group}, SpoolMode); };
+    } else {
+        finding.wayOut = "have the mail servers work with the group mail (docs/servers.md), then "
+                         "\"qvmailctl check --repair\" closes it";
     }
-    const bool isPassed = (facts->mode & 05U) == 05;
-    if (facts->user == 0 && (facts->mode & WritableByOthers) == 0 && isPassed)
-        return;
-    findings.push_back({"directory-rights", path, "",
-                        "has the owner " + std::to_string(facts->user) + " and the mode " +
-                            octal(facts->mode) + ", " + harm,
-                        "it belongs to root, with mode 0755", Mend::Beside,
-                        [path, group = facts->group](Mending&) {
-                            giveRights(path, {0, group}, MapDirectoryMode);
-                        }});
+    findings.push_back(finding);
 }
 
 } // namespace
@@ -81,13 +126,10 @@ void checkAccounts(const MailServers& servers, Findings& findings)
                                   "/etc/dovecot/local.conf"});
 }
 
-void checkDirectories(Findings& findings)
+void checkDirectories(const MailServers& servers, Findings& findings)
 {
-    checkDirectory(VMAPDIR, "so that others can replace maps or the mail servers cannot read them",
-                   findings);
-    checkDirectory(VSPOOLDIR,
-                   "so that others can plant links where root acts, or mail cannot be reached",
-                   findings);
+    checkMapDirectory(findings);
+    checkSpoolDirectory(servers, findings);
 }
 
 void checkLock(Findings& findings)

@@ -11,17 +11,21 @@
 #include <algorithm>
 #include <set>
 
+#include <grp.h>
+
 namespace
 {
 
 constexpr int Seconds = 10;
 
-const std::vector<std::string> PostfixNames = {
-    "default_database_type", "virtual_mailbox_domains", "virtual_mailbox_maps",
-    "virtual_alias_maps",    "virtual_alias_domains",   "virtual_transport",
-    "virtual_mailbox_base",  "recipient_delimiter",     "mydestination"};
-const std::vector<std::string> DovecotNames = {
-    "recipient_delimiter", "mail_location", "mail_plugins", "first_valid_uid", "service/auth/user"};
+const std::vector<std::string> PostfixNames = {"default_database_type", "virtual_mailbox_domains",
+                                               "virtual_mailbox_maps",  "virtual_alias_maps",
+                                               "virtual_alias_domains", "virtual_transport",
+                                               "virtual_mailbox_base",  "recipient_delimiter",
+                                               "mydestination",         "virtual_gid_maps"};
+const std::vector<std::string> DovecotNames = {"recipient_delimiter", "mail_location",
+                                               "mail_plugins",        "first_valid_uid",
+                                               "service/auth/user",   "mail_gid"};
 
 std::vector<std::string> commandOf(std::vector<std::string> words,
                                    const std::vector<std::string>& more)
@@ -90,6 +94,13 @@ void readDovecot(MailServers& servers)
         addSqlFiles(servers, servers.passdb + servers.userdb, "args = ", "dovecot");
 }
 
+// Of the group that passes the spool.
+std::string numberOfMail()
+{
+    const group* const mail = getgrnam("mail");
+    return mail == nullptr ? "" : std::to_string(mail->gr_gid);
+}
+
 // ---- Postfix ----
 
 void unfit(Findings& findings, const MailServers& servers, const std::string& setting,
@@ -136,6 +147,10 @@ void checkTransport(const Settings& settings, const MailServers& servers, Findin
     }
     if (servers.postfixSetting("virtual_mailbox_base") != VSPOOLDIR)
         unfit(findings, servers, "virtual_mailbox_base", "mail is delivered elsewhere", VSPOOLDIR);
+    if (!servers.postfixPassesSpool())
+        unfit(findings, servers, "virtual_gid_maps",
+              "the group mail alone should pass " VSPOOLDIR ", and virtual(8) is not of it",
+              "static:" + numberOfMail());
     if (contains(maps, "proxy:"))
         unfit(findings, servers, "virtual_mailbox_maps",
               "virtual(8), which delivers, does not accept \"proxy:\"",
@@ -225,6 +240,10 @@ void checkDovecot(const Settings& settings, const MailServers& servers, Findings
     else if (settings.dovecotLDA && !contains(servers.userdb, Inbox))
         report("userdb", "userdb has no override_fields with mail=: the inbox moves when a mailbox "
                          "gets its first quota");
+    if (!servers.dovecotPassesSpool())
+        report("mail_gid",
+               "mail_gid, or the userdb, has another group than mail, which alone should "
+               "pass " VSPOOLDIR);
     const bool hasQuotas = settings.usesSql || settings.dovecotLDA;
     if (hasQuotas && !contains(servers.dovecotSetting("mail_plugins"), "quota"))
         report("mail_plugins", "mail_plugins lacks quota, so no quota holds");
@@ -301,6 +320,19 @@ void checkSqlFiles(const Settings& settings, const MailServers& servers, Finding
 }
 
 } // namespace
+
+bool MailServers::postfixPassesSpool() const
+{
+    return postfixSetting("virtual_transport") != "virtual" ||
+           postfixSetting("virtual_gid_maps") == "static:" + numberOfMail();
+}
+
+bool MailServers::dovecotPassesSpool() const
+{
+    const std::string gid = dovecotSetting("mail_gid");
+    const bool hasOwnGroups = contains(userdb, VPASSWDFILE) && !contains(userdb, "gid=mail");
+    return dovecot.empty() || ((gid == "mail" || gid == numberOfMail()) && !hasOwnGroups);
+}
 
 std::string MailServers::postfixSetting(const std::string& name) const
 {

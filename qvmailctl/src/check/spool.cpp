@@ -226,12 +226,11 @@ void checkSpool(const Hosting& hosting, Findings& findings)
     std::map<std::string, Addresses> mailboxes = mailboxesByDomain(hosting);
     const bool isMissing = !isThere(VSPOOLDIR);
     if (isMissing || (!mailboxes.empty() && !isAnyTreeThere(hosting))) {
-        findings.push_back(
-            {"spool-missing", VSPOOLDIR, "",
-             isMissing ? "is missing" : "holds nothing of any hosted domain",
-             std::string("mount it, if it is a disk; else \"mkdir ") +
-                 (isMissing ? "-m 0755 " VSPOOLDIR : VSPOOLDIR "/" + *hosting.domains.begin()) +
-                 "\", and \"qvmailctl check --repair\" makes the rest"});
+        findings.push_back({"spool-missing", VSPOOLDIR, "",
+                            isMissing ? "is missing" : "holds nothing of any hosted domain",
+                            std::string("mount it, if it is a disk; else \"mkdir ") +
+                                (isMissing ? VSPOOLDIR : VSPOOLDIR "/" + *hosting.domains.begin()) +
+                                "\", and \"qvmailctl check --repair\" makes the rest"});
         return;
     }
     for (const std::string& name : namesIn(VSPOOLDIR)) {

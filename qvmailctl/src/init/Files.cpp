@@ -124,12 +124,15 @@ void makeFile(Setup& setup, const std::string& path, const std::string& text, Re
     setup.made.push_back(path);
 }
 
-void makeDirectory(Setup& setup, const std::string& path)
+void makeDirectory(Setup& setup, const std::string& path, Readers readers)
 {
     struct stat found = {};
     if (stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode)) // it may lie on another disk
         return setup.kept.push_back(path);
-    if (!setup.dryRun && mkdir(path.c_str(), S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0)
+    const group* const passing = readers.group == nullptr ? nullptr : getgrnam(readers.group);
+    const gid_t owner = passing == nullptr ? 0 : passing->gr_gid;
+    if (!setup.dryRun && (mkdir(path.c_str(), S_IRWXU) != 0 || chown(path.c_str(), 0, owner) != 0 ||
+                          chmod(path.c_str(), readers.mode) != 0))
         stopAt(path, "made");
     setup.made.push_back(path);
 }

@@ -16,11 +16,15 @@ struct Readers {
 };
 constexpr Readers RootAlone = {0600, nullptr};
 
+// Who may pass a directory.
+constexpr Readers ForAll = {0755, nullptr};
+constexpr Readers ForGroupMail = {0710, "mail"}; // the mail servers' processes for mailboxes
+
 bool isFile(const std::string& path);
 
 // Makes a file or directory, where none is there.
 void makeFile(Setup& setup, const std::string& path, const std::string& text, Readers readers = {});
-void makeDirectory(Setup& setup, const std::string& path);
+void makeDirectory(Setup& setup, const std::string& path, Readers readers = ForAll);
 
 // Puts another file in its place, and keeps the former one beside it.
 void replaceFile(Setup& setup, const std::string& path, const std::string& text, Readers readers);

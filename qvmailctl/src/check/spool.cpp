@@ -212,10 +212,11 @@ std::map<std::string, Addresses> mailboxesByDomain(const Hosting& hosting)
     return byDomain;
 }
 
-bool isAnyTreeThere(const Hosting& hosting)
+bool areAllTreesGone(const Hosting& hosting)
 {
-    return std::any_of(hosting.domains.begin(), hosting.domains.end(),
-                       [](const auto& domain) { return isThere(VSPOOLDIR "/" + domain); });
+    return !hosting.domains.empty() &&
+           std::none_of(hosting.domains.begin(), hosting.domains.end(),
+                        [](const auto& domain) { return isThere(VSPOOLDIR "/" + domain); });
 }
 
 } // namespace
@@ -225,7 +226,7 @@ void checkSpool(const Hosting& hosting, Findings& findings)
     const Spool spool = {hosting, ownershipApart("qvadmin", "mail"), findings};
     std::map<std::string, Addresses> mailboxes = mailboxesByDomain(hosting);
     const bool isMissing = !isThere(VSPOOLDIR);
-    if (isMissing || (!mailboxes.empty() && !isAnyTreeThere(hosting))) {
+    if (isMissing || (!mailboxes.empty() && areAllTreesGone(hosting))) {
         findings.push_back({"spool-missing", VSPOOLDIR, "",
                             isMissing ? "is missing" : "holds nothing of any hosted domain",
                             std::string("mount it, if it is a disk; else \"mkdir ") +

@@ -2,6 +2,7 @@
 
 #include "DovecotManager.h"
 #include "MapFiles.h"
+#include "Passwords.h"
 #include "Results.h"
 
 #include <grp.h>
@@ -78,12 +79,7 @@ void writeUserLine(Host& host, const Address& address, const Quota& quota, Mailb
 
 void writePasswordLine(Host& host, const Address& address)
 {
-    constexpr const char* Letters = "abcdefghijklmnopqrstuvwxyzABCDEF";
-    std::string password(48, ' ');
-    if (getentropy(password.data(), password.size()) != 0)
-        stop(Status::NotFit, "the system gives no random numbers for a password");
-    for (char& c : password)
-        c = Letters[static_cast<unsigned char>(c) % 32U];
+    std::string password = randomPassword();
     AccountRecord account(address, password.data(), Mailbox::User);
     conclude(host, host.library.Postfix_ShadowFile(&account.record), {PostfixResult::Done},
              "the line of " + address.text + " in " VSHADOWFILE " could not be made");

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -105,6 +106,16 @@ void open(Host& host)
         stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
 }
 
+// To the commands that the commit runs: what is left of it may be the passwords of commands to come.
+void leaveNoInput()
+{
+    const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (nothing <= STDIN_FILENO)
+        return;
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
+}
+
 } // namespace
 
 Host::Host(const Options& given)
@@ -164,6 +175,7 @@ void finishChange(Host& host)
     }
     // Nor are the commands that the commit runs interrupted.
     ignoreInterruptions();
+    leaveNoInput();
     const PostfixTransaction::Outcome outcome = host.transaction.commit();
     if (outcome == PostfixTransaction::Refused)
         stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");

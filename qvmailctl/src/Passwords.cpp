@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -142,6 +144,24 @@ std::string hashOf(std::string& password)
     if (!isPasswordHash(hash))
         stop(Status::NotFit, "crypt(3) of this system does not hash passwords as $1$ (MD5)");
     return hash;
+}
+
+std::string randomPassword()
+{
+    constexpr const char* Letters = "abcdefghijklmnopqrstuvwxyzABCDEF";
+    std::string password(48, ' ');
+    if (getentropy(password.data(), password.size()) != 0)
+        stop(Status::NotFit, "the system gives no random numbers for a password");
+    for (char& c : password)
+        c = Letters[static_cast<unsigned char>(c) % 32U];
+    return password;
+}
+
+void keepNoCore()
+{
+    constexpr rlimit None = {0, 0};
+    setrlimit(RLIMIT_CORE, &None);
+    prctl(PR_SET_DUMPABLE, 0); // also for a program to which the kernel hands cores
 }
 
 void wipe(std::string& text)

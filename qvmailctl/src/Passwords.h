@@ -16,8 +16,6 @@ public:
     Password(const Password&) = delete;
     Password& operator=(const Password&) = delete;
 
-    const std::string& text() const { return m_text; }
-
     // The hash to store. From then on the text is gone.
     std::string hash();
 
@@ -37,6 +35,13 @@ const char* faultOfHash(const std::string& hash);
 // The hash to store. The password is wiped.
 std::string hashOf(std::string& password);
 
+// A password that nobody knows.
+std::string randomPassword();
+
 void wipe(std::string& text);
+
+// A crash leaves no file with the memory of this process, or of the tools that it runs, and no other
+// process of the user can look into it.
+void keepNoCore();
 
 #endif

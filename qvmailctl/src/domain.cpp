@@ -36,17 +36,19 @@ Answer add(Host& host, const Given& given)
         if (!mayAdd(host, first))
             return {};
     }
-    const Password password(first.text);
+    Password password(first.text);
     beginChange(host);
     if (!mayAdd(host, first))
         return {};
     warnOfOwnNames({first.domain});
 
+    // The library's call takes a clear password, of which it would leave copies.
     conclude(host,
-             host.library.Postfix_CreateMailDomain(first.domain, first.user, password.text(),
+             host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
                                                    libraryText(quota)),
              {PostfixResult::DomainCreated},
              "the domain " + first.domain + " could not be created");
+    writeHashes(host, {{first.text, password.hash()}});
     host.changes.added(Kind::Domain, first.domain);
     host.changes.added(Kind::Mailbox, first.text);
     if (quota)

@@ -1,6 +1,7 @@
 // qvmailctl - administers the virtual mail hosting of a Postfix server from the command line
 #include "CommandLine.h"
 #include "Output.h"
+#include "Passwords.h"
 #include "Programs.h"
 #include "Record.h"
 #include "Results.h"
@@ -64,6 +65,7 @@ Answer run(const Choice& choice)
 
 int main(int argc, char** argv)
 {
+    keepNoCore();
     Choice choice;
     try {
         const std::vector<Object> objects = {

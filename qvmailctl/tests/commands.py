@@ -459,6 +459,35 @@ class Commands(EmptyWorld):
         self.addCleanup(output, "umount", "/usr/sbin/postmap")
         self.refused(NOT_FIT, "domain add d.test boss", "postmap")
 
+    @unittest.skipIf("libasan" in output("ldd", QVMAILCTL), "the sanitizer keeps what is freed")
+    def test_what_tools_find_of_passwords(self):
+        """A stub of postmap looks for them in the memory of its qvmailctl, in its own input, and whether a core may be left."""
+        stub, found = Path("/run/stubs/postmap"), Path("/run/found")
+        stub.write_text(f"""#!/usr/bin/python3
+import os, re, sys
+process = os.getppid()
+while os.readlink(f"/proc/{{process}}/exe") != "{QVMAILCTL}":
+    process = int(re.search(r"PPid:\\s*(\\d+)", open(f"/proc/{{process}}/status").read())[1])
+memory, places = open(f"/proc/{{process}}/mem", "rb", 0), []
+for line in open(f"/proc/{{process}}/maps"):
+    begin, end = (int(number, 16) for number in line.split()[0].split("-"))
+    if " rw" in line:
+        memory.seek(begin)
+        content = memory.read(end - begin)
+        places += [line.split()[-1] for secret in (b"hush-1", b"a-long-and-secret-word") if secret in content]
+limits = [re.search("core file size *(.*?) ", open(f"/proc/{{p}}/limits").read())[1] for p in (process, "self")]
+open("{found}", "a").write(f"{{places}} {{limits}} {{sys.stdin.read()}}\\n")
+os.execv("/usr/sbin/postmap", sys.argv)
+""")
+        stub.chmod(0o755)
+        document = json.dumps({"format": 1, "domains": [{"domain": "d.test", "mailboxes": [
+            {"address": f"u{i}@d.test", "password": "hush-1" if i % 2 else "a-long-and-secret-word" * (i % 5 + 1)} for i in range(50)]}]})
+        for password in ("hush-1", "a-long-and-secret-word" * 10):
+            for command in ("domain add d.test boss", "mailbox add bob@d.test --quota 5M", "import -",
+                            "mailbox delete bob@d.test", "domain delete d.test"):
+                self.ctl(command, prefix=("prlimit", "--core=unlimited"), stdin=document if command == "import -" else f"{password}\nhush-1\n")
+        self.assertEqual({"[] ['0', '0'] "}, set(found.read_text().splitlines()))
+
     def test_the_record_of_changes(self):
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         log.bind("/dev/log")

@@ -31,13 +31,14 @@ ON_FILES = (
     ("chown qvadmin vmaps.txt", "map-rights", "test $(stat -c %U:%a vmaps.txt) = root:644"),
     ("chmod 666 vpasswd", "map-rights", "test $(stat -c %a vpasswd) = 644"),
     ("chmod 600 /etc/VirtualHosts vshadow", "map-rights", "test $(stat -c %a vshadow) = 600"),  # Dovecot's auth is root
+    ("chmod 644 vshadow vshadow.qvbackup", "secret-readable", "test \"$(stat -c %a vshadow*)\" = '640\n640'"),
     ("mv vquota.txt x; ln -s x vquota.txt", "map-unfit", None),
     # Maps that are gone, work files
     ("rm valias.txt*", "map-missing", "test -f valias.txt -a -f valias.txt.db"),
     ("rm vshadow", "map-missing", None),
     ("echo left > vmaps-temp.txt", "work-file", "grep -q left vmaps-temp.txt.aside-* && test $(wc -l < vmaps.txt) = 3"),
     ("mv vmaps.txt vmaps-temp.txt", "map-missing work-file", "test $(wc -l < vmaps.txt) = 3"),
-    ("mv vshadow temp.txt", "map-missing work-file", "test $(stat -c %G:%a vshadow) = mailstaff:644"),
+    ("mv vshadow temp.txt", "map-missing work-file", "test $(stat -c %G:%a vshadow) = mailstaff:640"),
     ("(cat vshadow; printf 'cut@d.te') > vshadow_temp.txt; rm vshadow", "map-missing work-file", None),
     ("echo left > vpasswd.edittmp", "work-file", None),  # a panel may be at work now
     ("cp vpasswd vpasswd.addtmp; mv vpasswd vpasswd_temp.txt", "map-missing work-file", None),

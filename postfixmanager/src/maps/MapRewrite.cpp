@@ -41,6 +41,13 @@ bool giveToNewOwner(const std::string& path, NewOwner owner)
     return true;
 }
 
+bool isClosedToOthers(const std::string& file)
+{
+    struct stat entry {
+    };
+    return stat(file.c_str(), &entry) == 0 && (entry.st_mode & S_IRWXO) == 0;
+}
+
 // Removes the map and renames the work file to it.
 void takeWorkFile(const char* workFile, const std::string& map)
 {
@@ -161,6 +168,9 @@ void setOwnerAndMode(const std::string& map, NewOwner owner, mode_t mode)
 {
     Stage* const stage = openStage();
     const std::string file = stage == nullptr ? map : stage->mapToChange(map);
+    // Where password hashes are closed to others, a transaction leaves them so.
+    if (stage != nullptr && map == VSHADOWFILE && isClosedToOthers(file))
+        mode = ModeAsCreated;
     StagedMap* const staged = stage == nullptr ? nullptr : stage->find(map);
     if (staged != nullptr &&
         std::exchange(staged->rights, {owner, mode}) == std::pair(int{owner}, mode))

@@ -15,17 +15,19 @@ namespace
 constexpr mode_t OpenToOthers = 07;
 constexpr mode_t WritableByGroup = 020;
 
-void closeToOthers(const std::string& path, const char* group, Findings& findings)
+void closeToOthers(const std::string& path, const std::string& secret, const char* group,
+                   Findings& findings)
 {
     const std::optional<PathFacts> facts = factsBehind(path);
-    if (!facts || (facts->mode & (OpenToOthers | WritableByGroup)) == 0)
+    if (!facts || facts->type != PathType::File ||
+        (facts->mode & (OpenToOthers | WritableByGroup)) == 0)
         return;
     // The server reads it as its own group; the settings of the panel and of qvmailctl are root's.
     const struct group* const reader = group == nullptr ? nullptr : getgrnam(group);
     const mode_t mode = reader == nullptr ? facts->mode & 0640U : 0640;
     const gid_t readers = reader == nullptr ? facts->group : reader->gr_gid;
     Finding finding = {"secret-readable", path, "",
-                       "holds the password of the database and has the mode " + octal(facts->mode) +
+                       "holds " + secret + " and has the mode " + octal(facts->mode) +
                            ", so that others can read or change it",
                        "it is root's, with mode " + octal(mode)};
     if (reader != nullptr)
@@ -39,8 +41,15 @@ void closeToOthers(const std::string& path, const char* group, Findings& finding
 
 void checkSecrets(const Settings& settings, const MailServers& servers, Findings& findings)
 {
+    const std::string ofDatabase = "the password of the database";
     if (settings.usesSql && !settings.database.password.empty())
-        closeToOthers(QVCONFFILE, nullptr, findings);
+        closeToOthers(QVCONFFILE, ofDatabase, nullptr, findings);
     for (const SqlFile& file : servers.sqlFiles)
-        closeToOthers(file.path, file.group, findings);
+        closeToOthers(file.path, ofDatabase, file.group, findings);
+    // Plain calls open it to all again.
+    const bool isReadByRoot =
+        !servers.hasDovecot || servers.dovecotSetting("service/auth/user") == "root";
+    if (!settings.usesSql && isReadByRoot)
+        for (const char* const path : {VSHADOWFILE, VSHADOWFILE ".qvbackup"})
+            closeToOthers(path, "the hashes of all passwords", nullptr, findings);
 }

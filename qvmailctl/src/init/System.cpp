@@ -107,7 +107,7 @@ void makeAccount(Setup& setup)
 void makeMaps(Setup& setup)
 {
     for (const char* const map : Maps)
-        makeFile(setup, map, "");
+        makeFile(setup, map, "", map == std::string(VSHADOWFILE) ? RootAlone : Readers());
 
     const bool isPostfixThere =
         isFile(PostfixSettings) || (setup.dryRun && setup.servers); // made by then

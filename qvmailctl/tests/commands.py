@@ -466,7 +466,7 @@ class Commands(EmptyWorld):
         stub.write_text(f"""#!/usr/bin/python3
 import os, re, sys
 process = os.getppid()
-while os.readlink(f"/proc/{{process}}/exe") != "{QVMAILCTL}":
+while os.path.basename(os.readlink(f"/proc/{{process}}/exe")) != "qvmailctl":
     process = int(re.search(r"PPid:\\s*(\\d+)", open(f"/proc/{{process}}/status").read())[1])
 memory, places = open(f"/proc/{{process}}/mem", "rb", 0), []
 for line in open(f"/proc/{{process}}/maps"):

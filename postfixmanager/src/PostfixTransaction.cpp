@@ -19,9 +19,10 @@
 
 // Everything that an open transaction holds; let go of from the last to the first.
 struct PostfixTransaction::State {
-    State(const PostfixManager& manager, int patience)
-        : settings{manager.m_mailSqlUser, manager.m_mailSqlUserPassword, manager.m_mailSqlServerIP,
-                   manager.m_mailSqlServerPort, manager.m_mailSqlDatabase},
+    State(const PostfixManager& manager, const TimeLimits& limits, int patience)
+        : settings{manager.m_mailSqlUser,     manager.m_mailSqlUserPassword,
+                   manager.m_mailSqlServerIP, manager.m_mailSqlServerPort,
+                   manager.m_mailSqlDatabase, limits},
           lock(patience)
     {
     }
@@ -100,31 +101,39 @@ bool commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& 
         stage.database->commit();
         return true;
     } catch (const Refusal& refusal) {
-        stage.fail(refusal.reason);
+        stage.fail(refusal);
     }
     stage.database.reset();
     bool isTaken = false;
     try {
-        isTaken = SqlTransaction(settings).isTrue(witness);
+        isTaken = askPatiently([&] { return SqlTransaction(settings).isTrue(witness); });
     } catch (const Refusal&) {
         return false;
     }
     if (!isTaken)
-        refuse(stage.failure());
+        refuse(stage.failure(), stage.failureMayPass());
     return true;
 }
 
-// Runs a step. Returns why it could not be done; empty when it was.
-template <class Step> std::string faultOf(const Step& step)
+// Runs a step. Returns why it could not be done; without a reason when it was.
+template <class Step> Refusal faultOf(const Step& step)
 {
     try {
         step();
         return {};
     } catch (const Refusal& refusal) {
-        return refusal.reason;
+        return refusal;
     } catch (const std::exception& error) { // no memory
-        return error.what();
+        return {error.what()};
     }
+}
+
+// Makes the commit refuse for the fault, if it is one. Returns its reason.
+std::string keep(Stage& stage, const Refusal& fault)
+{
+    if (!fault.reason.empty())
+        stage.fail(fault);
+    return fault.reason;
 }
 
 void stageRepair(Stage& stage, const std::string& map, const PostfixTransaction::LineRepair& rule)
@@ -154,10 +163,11 @@ PostfixTransaction::~PostfixTransaction()
 PostfixTransaction::Outcome PostfixTransaction::open(int patience)
 {
     Outcome outcome = Refused;
-    m_reason = faultOf([&] {
+    const Refusal fault = faultOf([&] {
         if (openStage() != nullptr)
             refuse("this program has a transaction open already");
-        auto state = std::make_unique<State>(m_manager, patience);
+        auto state = std::make_unique<State>(
+            m_manager, TimeLimits{m_connectSeconds, m_answerSeconds}, patience);
         if (!state->lock.isHeld()) {
             outcome = Busy;
             refuse("another change is at work (process " + state->lock.holder() + ")");
@@ -175,6 +185,8 @@ PostfixTransaction::Outcome PostfixTransaction::open(int patience)
         m_state = std::move(state);
         outcome = Done;
     });
+    m_reason = fault.reason;
+    m_mayPass = fault.mayPass;
     return outcome;
 }
 
@@ -193,12 +205,12 @@ std::vector<PostfixTransaction::Change> PostfixTransaction::changes()
     std::vector<Change> all;
     if (!isOpen())
         return all;
-    const std::string fault = faultOf([&] {
+    const Refusal fault = faultOf([&] {
         addMapChanges(all, *m_state->stage);
         addTableChanges(all, *m_state->stage);
         addSpoolChanges(all, *m_state->stage);
     });
-    if (fault.empty())
+    if (fault.reason.empty())
         return all;
     m_state->stage->fail(fault);
     return {};
@@ -212,14 +224,13 @@ int PostfixTransaction::createMailboxWithHash(SvpopUser* vpopUserData, const std
         return PostfixResult::MailboxNotCreated;
     Stage& stage = *m_state->stage;
     int code = PostfixResult::MailboxNotCreated;
-    m_reason = faultOf([&] {
+    const Refusal fault = faultOf([&] {
         checkHash(user + "@" + domain, vpopUserData->Shadow->sp_pwdp);
         stage.passwordsAreHashed = true;
         code = m_manager.Postfix_CreateMailbox(vpopUserData, domain, user, quota);
     });
     stage.passwordsAreHashed = false;
-    if (!m_reason.empty())
-        stage.fail(m_reason);
+    m_reason = keep(stage, fault);
     return code;
 }
 
@@ -229,9 +240,8 @@ int PostfixTransaction::storePasswordHashes(
     m_reason = NotOpen;
     if (!isOpen())
         return PostfixResult::Failed;
-    m_reason = faultOf([&] { stagePasswordHashes(*m_state->stage, hashes); });
-    if (!m_reason.empty())
-        m_state->stage->fail(m_reason);
+    Stage& stage = *m_state->stage;
+    m_reason = keep(stage, faultOf([&] { stagePasswordHashes(stage, hashes); }));
     return failure().empty() ? PostfixResult::Updated : PostfixResult::Failed;
 }
 
@@ -240,9 +250,8 @@ int PostfixTransaction::repairMap(const std::string& map, const LineRepair& rule
     m_reason = NotOpen;
     if (!isOpen())
         return PostfixResult::Failed;
-    m_reason = faultOf([&] { stageRepair(*m_state->stage, map, rule); });
-    if (!m_reason.empty())
-        m_state->stage->fail(m_reason);
+    Stage& stage = *m_state->stage;
+    m_reason = keep(stage, faultOf([&] { stageRepair(stage, map, rule); }));
     return failure().empty() ? PostfixResult::Updated : PostfixResult::Failed;
 }
 
@@ -255,7 +264,7 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
     Stage& stage = *m_state->stage;
     Journal journal;
     bool isKnown = true;
-    m_reason = faultOf([&] {
+    const Refusal refusal = faultOf([&] {
         if (!m_state->lock.isInPlace())
             refuse(VSTAGEDIR " was removed meanwhile");
         journal = prepareCommit(stage);
@@ -265,6 +274,8 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
         if (stage.database)
             isKnown = commitInDatabase(stage, m_state->settings, journal.witness);
     });
+    m_reason = refusal.reason;
+    m_mayPass = refusal.mayPass;
     if (!m_reason.empty()) {
         drop();
         return Refused;
@@ -278,9 +289,9 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
     // From here on the change will be carried out, by whomever.
     Journal::Rest rest;
     m_reason = faultOf([&] {
-        rest = journal.carryOut([](const std::string&) { return false; });
-        clearStage(rest.removals);
-    });
+                   rest = journal.carryOut([](const std::string&) { return false; });
+                   clearStage(rest.removals);
+               }).reason;
     m_state.reset();
     if (!m_reason.empty()) {
         m_reason += "; the next change will complete this one first";
@@ -300,7 +311,8 @@ void PostfixTransaction::drop()
         return;
     }
     std::unique_ptr<SqlTransaction>& database = m_state->stage->database;
-    const bool isAnswering = database != nullptr && faultOf([&] { database->rollBack(); }).empty();
+    const bool isAnswering =
+        database != nullptr && faultOf([&] { database->rollBack(); }).reason.empty();
     // What cannot be discarded now is discarded by the next transaction.
     faultOf([&] { discardStage(isAnswering ? database.get() : nullptr); });
     m_state.reset();
@@ -309,4 +321,15 @@ void PostfixTransaction::drop()
 const std::string& PostfixTransaction::reason() const
 {
     return m_reason;
+}
+
+bool PostfixTransaction::mayPass() const
+{
+    return isOpen() ? m_state->stage->failureMayPass() : m_mayPass;
+}
+
+void PostfixTransaction::limitWaiting(unsigned connectSeconds, unsigned answerSeconds)
+{
+    m_connectSeconds = connectSeconds;
+    m_answerSeconds = answerSeconds;
 }

@@ -28,7 +28,7 @@
 // Spool      New directories are made at the commit.
 // Database   All operations share one connection and one transaction of the database, made with
 //            the settings of the manager. It waits 10 seconds for a connection and 60 for an
-//            answer.
+//            answer, or as limitWaiting says.
 //
 // Transactions exclude each other, on one machine, by a lock that ends with its process. A program
 // that changes maps without one is noticed: the commit refuses when a map is no longer the one that
@@ -153,10 +153,23 @@ public:
     // Why the last call was not Done.
     const std::string& reason() const;
 
+    // Whether what refused the last call, or makes the commit refuse by now, may pass: the database
+    // has ended the transaction for a deadlock with another, or the connection was lost before the
+    // commit. Nothing was changed; drop, open, and make the same calls again, a few times.
+    bool mayPass() const;
+
+    // How long the transactions to come wait for a connection to the database, and for each of its
+    // answers, in seconds. An answer may wait for a row that somebody else has locked, by default
+    // for 50 seconds.
+    void limitWaiting(unsigned connectSeconds, unsigned answerSeconds);
+
 private:
     struct State;
     PostfixManager& m_manager;
     std::string m_reason;
+    bool m_mayPass = false;
+    unsigned m_connectSeconds = 10;
+    unsigned m_answerSeconds = 60;
     std::unique_ptr<State> m_state; // null: not open
 };
 

@@ -55,25 +55,29 @@ bool SqlCall::executeUnannounced(const std::string& statement)
         m_transaction->execute(statement);
         return true;
     } catch (const Refusal& refusal) {
-        openStage()->fail(refusal.reason);
+        openStage()->fail(refusal);
         return false;
     }
 }
 
-SqlCall::Result SqlCall::query(const std::string& statement)
+SqlResult SqlCall::query(const std::string& statement)
 {
-    Result result(m_client.GetQueryResult(statement, m_connection), mysql_free_result);
-    if (!result && m_transaction != nullptr)
-        openStage()->fail(std::string("the database could not be asked: ") +
-                          mysql_error(m_connection));
-    return result;
+    if (m_transaction == nullptr)
+        return {m_client.GetQueryResult(statement, m_connection), mysql_free_result};
+    try {
+        return m_transaction->query(statement);
+    } catch (const Refusal& refusal) {
+        std::cout << "Unable to execute query" << std::endl;
+        openStage()->fail(refusal);
+        return {nullptr, mysql_free_result};
+    }
 }
 
 bool SqlCall::readFirstFields(const std::string& statement,
                               const std::function<void(const std::string& field)>& take)
 {
     announce(statement);
-    const Result result = query(statement);
+    const SqlResult result = query(statement);
     if (!result)
         return false;
     while (MYSQL_ROW row = mysql_fetch_row(result.get()))
@@ -85,7 +89,7 @@ bool SqlCall::readFirstFields(const std::string& statement,
 bool SqlCall::readFirstRow(const std::string& statement, std::optional<std::string>& first)
 {
     announce(statement);
-    const Result result = query(statement);
+    const SqlResult result = query(statement);
     if (!result)
         return false;
     if (MYSQL_ROW row = mysql_fetch_row(result.get()))

@@ -47,8 +47,7 @@ public:
     void leaveOpen() { m_connection = nullptr; }
 
 private:
-    using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
-    Result query(const std::string& statement);
+    SqlResult query(const std::string& statement);
 
     MySQLClient m_client;
     SqlTransaction* m_transaction; // null: the connection is this call's own

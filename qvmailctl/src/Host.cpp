@@ -9,8 +9,10 @@
 #include "Results.h"
 #include "maps/MapVariants.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <thread>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -116,6 +118,54 @@ void leaveNoInput()
     close(nothing);
 }
 
+// Commits the change; gives it up in a dry run.
+void finish(Host& host)
+{
+    stopIfInterrupted();
+    if (host.options.dryRun) {
+        const std::string failure = host.transaction.failure();
+        host.transaction.drop();
+        if (!failure.empty())
+            stop(Status::NotWritten, failure + "; nothing was changed");
+        return;
+    }
+    // Nor are the commands that the commit runs interrupted.
+    ignoreInterruptions();
+    leaveNoInput();
+    const PostfixTransaction::Outcome outcome = host.transaction.commit();
+    if (outcome == PostfixTransaction::Refused)
+        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
+    if (outcome == PostfixTransaction::Unfinished)
+        stop(Status::Unfinished, "the change is not finished: " + host.transaction.reason());
+    if (!host.transaction.reason().empty())
+        tell("warning: " + host.transaction.reason());
+}
+
+void make(Host& host, const Work& work)
+{
+    // Until the commit an interruption ends the command, with nothing changed.
+    watchInterruptions();
+    open(host);
+    work();
+    finish(host);
+}
+
+void makePatiently(Host& host, const Work& attempt)
+{
+    for (const int pause : Pauses)
+        try {
+            return attempt();
+        } catch (const Stop& stopped) {
+            if (!host.transaction.mayPass() || isInterrupted())
+                throw;
+            tell("note: " + stopped.sentence + "; it is tried again");
+            host.transaction.drop();
+            host.changes = {};
+            std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+        }
+    attempt();
+}
+
 } // namespace
 
 Host::Host(const Options& given)
@@ -126,6 +176,7 @@ Host::Host(const Options& given)
       transaction(library)
 {
     library.ErrNo = 0;
+    transaction.limitWaiting(settings.database.limits.connect, settings.database.limits.answer);
     constexpr mode_t OthersMayRead = 022; // Dovecot and Postfix read the files as other users
     umask(OthersMayRead);
     setenv("PATH", searchPath().c_str(), 1);
@@ -148,41 +199,17 @@ void beginAsking(Host& host)
     beginQuery(host);
 }
 
-void beginChange(Host& host)
+void change(Host& host, const Work& work)
 {
-    requireFit(host);
-    beginRepair(host);
+    makePatiently(host, [&] {
+        requireFit(host);
+        make(host, work);
+    });
 }
 
-void beginRepair(Host& host)
+void repair(Host& host, const Work& work)
 {
-    // Until the commit an interruption ends the command, with nothing changed.
-    watchInterruptions();
-    open(host);
-}
-
-void finishChange(Host& host)
-{
-    if (!host.transaction.isOpen())
-        return;
-    stopIfInterrupted();
-    if (host.options.dryRun) {
-        const std::string failure = host.transaction.failure();
-        host.transaction.drop();
-        if (!failure.empty())
-            stop(Status::NotWritten, failure + "; nothing was changed");
-        return;
-    }
-    // Nor are the commands that the commit runs interrupted.
-    ignoreInterruptions();
-    leaveNoInput();
-    const PostfixTransaction::Outcome outcome = host.transaction.commit();
-    if (outcome == PostfixTransaction::Refused)
-        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
-    if (outcome == PostfixTransaction::Unfinished)
-        stop(Status::Unfinished, "the change is not finished: " + host.transaction.reason());
-    if (!host.transaction.reason().empty())
-        tell("warning: " + host.transaction.reason());
+    makePatiently(host, [&] { make(host, work); });
 }
 
 void confirm(const Host& host, const std::string& deletion)

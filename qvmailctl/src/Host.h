@@ -8,6 +8,7 @@
 #include "PostfixTransaction.h"
 #include "Settings.h"
 
+#include <functional>
 #include <string>
 
 struct Options {
@@ -45,16 +46,14 @@ void beginQuery(Host& host);
 // through. Nobody should answer for nothing.
 void beginAsking(Host& host);
 
-// Sees that a change can go through: the accounts and tools that it needs are there, and no work
-// file is left over. Then opens the transaction.
-void beginChange(Host& host);
+// Makes a change in one transaction. Where the database has refused it for what may pass (a deadlock, a
+// node that is lost), all of it is made afresh, a few times. First sees that it can go through: the
+// accounts and tools that it needs are there, and no work file is left over.
+using Work = std::function<void()>;
+void change(Host& host, const Work& work);
 
-// Opens the transaction without looking at what it needs: "check --repair" is about to mend that.
-void beginRepair(Host& host);
-
-// Commits the change, if one was begun; gives it up in a dry run. Ends the command when it is
-// refused.
-void finishChange(Host& host);
+// The same, without looking at what it needs: "check --repair" is about to mend that.
+void repair(Host& host, const Work& work);
 
 // Asks before something is deleted, unless that is agreed to beforehand (--yes) or nothing is
 // deleted (--dry-run).

@@ -80,12 +80,14 @@ void requireNoEmptyLink(const std::string& map);
 // Ends the command when something cannot be read. A map that is missing is an empty one.
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
 
-// Asks the database. Ends the command, saying why, when it does not answer.
+// Asks the database, afresh where it has refused for what may pass. Ends the command, saying why, when it does not answer.
 template <class Question> auto asked(const Settings& settings, const Question& question)
 {
     try {
-        SqlConnection database(settings.database);
-        return question(database);
+        return askPatiently([&] {
+            SqlConnection database(settings.database);
+            return question(database);
+        });
     } catch (const Refusal& refusal) {
         stop(Status::Unreachable, refusal.reason);
     }

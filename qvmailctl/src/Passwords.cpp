@@ -96,9 +96,11 @@ Password::~Password()
     wipe(m_text);
 }
 
-std::string Password::hash()
+const std::string& Password::hash()
 {
-    return hashOf(m_text);
+    if (m_hash.empty())
+        m_hash = hashOf(m_text);
+    return m_hash;
 }
 
 bool isTyped()

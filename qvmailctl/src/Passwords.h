@@ -17,10 +17,11 @@ public:
     Password& operator=(const Password&) = delete;
 
     // The hash to store. From then on the text is gone.
-    std::string hash();
+    const std::string& hash();
 
 private:
     std::string m_text;
+    std::string m_hash;
 };
 
 // Whether a person types: what can be refused is then refused before the password is asked for.

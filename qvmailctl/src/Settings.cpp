@@ -19,9 +19,10 @@ namespace
 
 const std::string File = QVCONFFILE;
 
-constexpr std::string_view Names[] = {"MailBackend",    "DovecotLDA",  "MailSqlServer",
-                                      "MailSqlPort",    "MailSqlUser", "MailSqlPassword",
-                                      "MailSqlDatabase"};
+constexpr std::string_view Names[] = {
+    "MailBackend",         "DovecotLDA",      "MailSqlServer",   "MailSqlPort",
+    "MailSqlUser",         "MailSqlPassword", "MailSqlDatabase", "MailSqlConnectTimeout",
+    "MailSqlAnswerTimeout"};
 
 struct Setting {
     std::string value;
@@ -143,10 +144,23 @@ std::string needed(const SettingsFound& found, std::string_view name, bool mayBe
     return setting->second.value;
 }
 
-bool isPort(const std::string& text)
+// A number from 1 on.
+int numberIn(const SettingsFound& found, std::string_view name, int greatest)
 {
-    return text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos &&
-           std::stoi(text) >= 1 && std::stoi(text) <= 65535;
+    const auto& [value, line] = found.at(name);
+    const bool isNumber = !value.empty() && value.size() <= 5 &&
+                          value.find_first_not_of("0123456789") == std::string::npos;
+    if (!isNumber || std::stoi(value) < 1 || std::stoi(value) > greatest)
+        refuseLine(line, "the setting " + std::string(name) + " is " + inQuotes(value) +
+                             "; it must be a number from 1 to " + std::to_string(greatest));
+    return std::stoi(value);
+}
+
+void readLimit(const SettingsFound& found, std::string_view name, unsigned& seconds)
+{
+    constexpr int Longest = 3600;
+    if (found.count(name) > 0)
+        seconds = numberIn(found, name, Longest);
 }
 
 bool areSame(std::string_view a, std::string_view b)
@@ -171,9 +185,9 @@ Settings readSettings()
     settings.database.user = needed(found, "MailSqlUser");
     settings.database.password = needed(found, "MailSqlPassword", true);
     settings.database.database = needed(found, "MailSqlDatabase");
-    if (!isPort(settings.database.port))
-        refuseLine(found.at("MailSqlPort").line, "the setting MailSqlPort is " +
-                                                     inQuotes(settings.database.port) +
-                                                     "; it must be a number from 1 to 65535");
+    constexpr int GreatestPort = 65535;
+    numberIn(found, "MailSqlPort", GreatestPort);
+    readLimit(found, "MailSqlConnectTimeout", settings.database.limits.connect);
+    readLimit(found, "MailSqlAnswerTimeout", settings.database.limits.answer);
     return settings;
 }

@@ -13,7 +13,8 @@ struct Settings {
 };
 
 // MailBackend, DovecotLDA and, for the database, MailSqlServer, MailSqlPort, MailSqlUser,
-// MailSqlPassword and MailSqlDatabase. Ends the command when one of them is not understood, naming
+// MailSqlPassword and MailSqlDatabase, and MailSqlConnectTimeout and MailSqlAnswerTimeout, which may be
+// absent. Ends the command when one of them is not understood, naming
 // its line, or is needed and missing.
 Settings readSettings();
 

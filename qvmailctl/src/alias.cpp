@@ -25,25 +25,25 @@ Answer write(Host& host, const Given& given, bool mayReplace)
     const std::string target = checkedTarget(given.value);
     if (equalIgnoringCase(target, address.text))
         stop(Status::Refused, address.text + " cannot forward to itself");
-    beginChange(host);
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+        requireHosted(hosting, address.domain);
+        refuseList(hosting, address.text);
+        const Addresses former = hosting.targetsOf(address.text);
+        const bool isSame = former.size() == 1 && equalIgnoringCase(former[0], target);
+        if (isSame && (mayReplace || host.options.ifMissing))
+            return;
+        if (!mayReplace && !former.empty())
+            stop(Status::Exists, address.text + " forwards to " + shown(former[0]) +
+                                     " already; replace that with \"qvmailctl alias set\"");
+        warnOfTargets(host, address.text, {target});
 
-    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
-    requireHosted(hosting, address.domain);
-    refuseList(hosting, address.text);
-    const Addresses former = hosting.targetsOf(address.text);
-    const bool isSame = former.size() == 1 && equalIgnoringCase(former[0], target);
-    if (isSame && (mayReplace || host.options.ifMissing))
-        return {};
-    if (!mayReplace && !former.empty())
-        stop(Status::Exists, address.text + " forwards to " + shown(former[0]) +
-                                 " already; replace that with \"qvmailctl alias set\"");
-    warnOfTargets(host, address.text, {target});
-
-    writeForwards(host, address.text, {target}, hosting.hasEntry(address.text));
-    if (former.empty())
-        host.changes.added(Kind::Alias, address.text, target);
-    else
-        host.changes.changed(Kind::Alias, address.text, target);
+        writeForwards(host, address.text, {target}, hosting.hasEntry(address.text));
+        if (former.empty())
+            host.changes.added(Kind::Alias, address.text, target);
+        else
+            host.changes.changed(Kind::Alias, address.text, target);
+    });
     return {};
 }
 
@@ -61,19 +61,19 @@ Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the forwarder " + address.text);
-    beginChange(host);
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+        refuseList(hosting, address.text);
+        const bool hasMailbox = hosting.mailbox(address.text) != nullptr;
+        const bool forwards = !hosting.targetsOf(address.text).empty();
+        if (hasMailbox ? !forwards : !hosting.hasEntry(address.text)) {
+            missing(host, address.text + " does not forward");
+            return;
+        }
 
-    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
-    refuseList(hosting, address.text);
-    const bool hasMailbox = hosting.mailbox(address.text) != nullptr;
-    const bool forwards = !hosting.targetsOf(address.text).empty();
-    if (hasMailbox ? !forwards : !hosting.hasEntry(address.text)) {
-        missing(host, address.text + " does not forward");
-        return {};
-    }
-
-    removeForwards(host, address.text, hasMailbox);
-    host.changes.removed(Kind::Alias, address.text);
+        removeForwards(host, address.text, hasMailbox);
+        host.changes.removed(Kind::Alias, address.text);
+    });
     return {};
 }
 

@@ -23,18 +23,19 @@ Address checkedCatchAll(const std::string& name, const std::string& user)
 Answer set(Host& host, const Given& given)
 {
     const Address target = checkedCatchAll(given.name, given.value);
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(target), Domains | Accounts | CatchAlls);
-    requireHosted(hosting, target.domain);
-    requireMailbox(hosting, target.text);
-    const std::string former = hosting.catchAllOf(target.domain);
-    if (former == target.text)
-        return {};
-    writeCatchAll(host, target.domain, target.user);
-    if (former.empty())
-        host.changes.added(Kind::CatchAll, target.domain, target.text);
-    else
-        host.changes.changed(Kind::CatchAll, target.domain, target.text);
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(target), Domains | Accounts | CatchAlls);
+        requireHosted(hosting, target.domain);
+        requireMailbox(hosting, target.text);
+        const std::string former = hosting.catchAllOf(target.domain);
+        if (former == target.text)
+            return;
+        writeCatchAll(host, target.domain, target.user);
+        if (former.empty())
+            host.changes.added(Kind::CatchAll, target.domain, target.text);
+        else
+            host.changes.changed(Kind::CatchAll, target.domain, target.text);
+    });
     return {};
 }
 
@@ -42,16 +43,17 @@ Answer remove(Host& host, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     confirm(host, "the catch-all of " + domain);
-    beginChange(host);
-    const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
-    if (hosting.catchAllOf(domain).empty()) {
-        if (!host.options.ifThere)
-            requireHosted(hosting, domain);
-        missing(host, "the domain " + domain + " has no catch-all");
-        return {};
-    }
-    removeCatchAll(host, domain);
-    host.changes.removed(Kind::CatchAll, domain);
+    change(host, [&] {
+        const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
+        if (hosting.catchAllOf(domain).empty()) {
+            if (!host.options.ifThere)
+                requireHosted(hosting, domain);
+            missing(host, "the domain " + domain + " has no catch-all");
+            return;
+        }
+        removeCatchAll(host, domain);
+        host.changes.removed(Kind::CatchAll, domain);
+    });
     return {};
 }
 

@@ -37,23 +37,24 @@ Answer add(Host& host, const Given& given)
             return {};
     }
     Password password(first.text);
-    beginChange(host);
-    if (!mayAdd(host, first))
-        return {};
-    warnOfOwnNames({first.domain});
+    change(host, [&] {
+        if (!mayAdd(host, first))
+            return;
+        warnOfOwnNames({first.domain});
 
-    // The library's call takes a clear password, of which it would leave copies.
-    conclude(host,
-             host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
-                                                   libraryText(quota)),
-             {PostfixResult::DomainCreated},
-             "the domain " + first.domain + " could not be created");
-    writeHashes(host, {{first.text, password.hash()}});
-    host.changes.added(Kind::Domain, first.domain);
-    host.changes.added(Kind::Mailbox, first.text);
-    if (quota)
-        host.changes.added(Kind::Quota, first.text, textOf(quota));
-    host.changes.tellScripts("quota", jsonOf(quota));
+        // The library's call takes a clear password, of which it would leave copies.
+        conclude(host,
+                 host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
+                                                       libraryText(quota)),
+                 {PostfixResult::DomainCreated},
+                 "the domain " + first.domain + " could not be created");
+        writeHashes(host, {{first.text, password.hash()}});
+        host.changes.added(Kind::Domain, first.domain);
+        host.changes.added(Kind::Mailbox, first.text);
+        if (quota)
+            host.changes.added(Kind::Quota, first.text, textOf(quota));
+        host.changes.tellScripts("quota", jsonOf(quota));
+    });
     return {};
 }
 
@@ -76,22 +77,23 @@ Answer remove(Host& host, const Given& given)
             return {};
     }
     confirm(host, "the domain " + domain + " with all its mailboxes and their mail");
-    beginChange(host);
-    const Hosting hosting = host.read(domainAlone(domain));
-    if (!mayRemove(host, hosting, domain))
-        return {};
+    change(host, [&] {
+        const Hosting hosting = host.read(domainAlone(domain));
+        if (!mayRemove(host, hosting, domain))
+            return;
 
-    conclude(host, host.library.Postfix_DeleteMailDomain(domain), {PostfixResult::DomainDeleted},
-             "the domain " + domain + " could not be deleted");
-    host.changes.removed(Kind::Domain, domain);
-    for (const auto& [address, mailbox] : hosting.mailboxes)
-        host.changes.removed(Kind::Mailbox, address);
-    for (const std::string& address : hosting.quotas)
-        host.changes.removed(Kind::Quota, address);
-    for (const auto& [address, targets] : hosting.aliases)
-        host.changes.removed(kindOf(hosting, address), address);
-    if (!hosting.catchAllOf(domain).empty())
-        host.changes.removed(Kind::CatchAll, domain);
+        conclude(host, host.library.Postfix_DeleteMailDomain(domain),
+                 {PostfixResult::DomainDeleted}, "the domain " + domain + " could not be deleted");
+        host.changes.removed(Kind::Domain, domain);
+        for (const auto& [address, mailbox] : hosting.mailboxes)
+            host.changes.removed(Kind::Mailbox, address);
+        for (const std::string& address : hosting.quotas)
+            host.changes.removed(Kind::Quota, address);
+        for (const auto& [address, targets] : hosting.aliases)
+            host.changes.removed(kindOf(hosting, address), address);
+        if (!hosting.catchAllOf(domain).empty())
+            host.changes.removed(Kind::CatchAll, domain);
+    });
     return {};
 }
 

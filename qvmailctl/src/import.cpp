@@ -161,7 +161,9 @@ void addMailbox(Host& host, Account& account)
 {
     const std::string& address = account.address.text;
     const Quota quota = account.quota.value_or(std::nullopt);
-    std::string hash = account.hash.empty() ? hashOf(account.password) : account.hash;
+    if (account.hash.empty()) // and kept: the password is wiped, and all may be made afresh
+        account.hash = hashOf(account.password);
+    std::string hash = account.hash;
     if (!account.isEnabled.value_or(true))
         hash.insert(hash.begin(), DisabledMark);
     createMailbox(host, account.address, hash, quota,
@@ -288,12 +290,13 @@ Answer importAll(Host& host, const Given& given)
     watchInterruptions();
     std::string text = contentOf(given.name);
     Document document = readDocument(text);
-    beginChange(host);
-    const Hosting hosting = host.read(everything());
-    checkOnHost(host, hosting, document);
-    if (host.settings.usesSql)
-        tellLostTypes(document);
-    write(host, hosting, document);
+    change(host, [&] {
+        const Hosting hosting = host.read(everything());
+        checkOnHost(host, hosting, document);
+        if (host.settings.usesSql)
+            tellLostTypes(document);
+        write(host, hosting, document);
+    });
     return {};
 }
 

@@ -68,17 +68,18 @@ Answer add(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses members = checkedMembers(given, address.text);
-    beginChange(host);
-    const Hosting hosting = readList(host, address);
-    requireHosted(hosting, address.domain);
-    const Addresses former = hosting.targetsOf(address.text);
-    if (host.options.ifMissing && former == members)
-        return {};
-    if (!former.empty())
-        stop(Status::Exists, "the list or forwarder " + address.text +
-                                 " exists already; replace its members with \"qvmailctl list "
-                                 "set\", or add some with \"list join\"");
-    write(host, hosting, address.text, members);
+    change(host, [&] {
+        const Hosting hosting = readList(host, address);
+        requireHosted(hosting, address.domain);
+        const Addresses former = hosting.targetsOf(address.text);
+        if (host.options.ifMissing && former == members)
+            return;
+        if (!former.empty())
+            stop(Status::Exists, "the list or forwarder " + address.text +
+                                     " exists already; replace its members with \"qvmailctl list "
+                                     "set\", or add some with \"list join\"");
+        write(host, hosting, address.text, members);
+    });
     return {};
 }
 
@@ -86,11 +87,12 @@ Answer set(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses members = checkedMembers(given, address.text);
-    beginChange(host);
-    const Hosting hosting = readList(host, address);
-    requireHosted(hosting, address.domain);
-    if (hosting.targetsOf(address.text) != members)
-        write(host, hosting, address.text, members);
+    change(host, [&] {
+        const Hosting hosting = readList(host, address);
+        requireHosted(hosting, address.domain);
+        if (hosting.targetsOf(address.text) != members)
+            write(host, hosting, address.text, members);
+    });
     return {};
 }
 
@@ -98,15 +100,16 @@ Answer join(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses joining = checkedMembers(given, address.text);
-    beginChange(host);
-    const Hosting hosting = requireList(host, address);
-    Addresses members = hosting.targetsOf(address.text);
-    const std::size_t before = members.size();
-    for (const std::string& member : joining)
-        if (!isMember(members, member))
-            members.push_back(member);
-    if (members.size() > before)
-        write(host, hosting, address.text, members);
+    change(host, [&] {
+        const Hosting hosting = requireList(host, address);
+        Addresses members = hosting.targetsOf(address.text);
+        const std::size_t before = members.size();
+        for (const std::string& member : joining)
+            if (!isMember(members, member))
+                members.push_back(member);
+        if (members.size() > before)
+            write(host, hosting, address.text, members);
+    });
     return {};
 }
 
@@ -114,22 +117,23 @@ Answer leave(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses leaving = checkedMembers(given, address.text);
-    beginChange(host);
-    const Hosting hosting = requireList(host, address);
-    Addresses members = hosting.targetsOf(address.text);
-    const std::size_t before = members.size();
-    for (const std::string& member : leaving)
-        if (!isMember(members, member))
-            missing(host, member + " is no member of " + address.text);
-    members.erase(std::remove_if(members.begin(), members.end(),
-                                 [&](const auto& member) { return isMember(leaving, member); }),
-                  members.end());
-    if (members.empty())
-        stop(Status::Refused, "the list " + address.text +
-                                  " would have no member left; delete it with \"qvmailctl list "
-                                  "delete\"");
-    if (members.size() < before)
-        write(host, hosting, address.text, members);
+    change(host, [&] {
+        const Hosting hosting = requireList(host, address);
+        Addresses members = hosting.targetsOf(address.text);
+        const std::size_t before = members.size();
+        for (const std::string& member : leaving)
+            if (!isMember(members, member))
+                missing(host, member + " is no member of " + address.text);
+        members.erase(std::remove_if(members.begin(), members.end(),
+                                     [&](const auto& member) { return isMember(leaving, member); }),
+                      members.end());
+        if (members.empty())
+            stop(Status::Refused, "the list " + address.text +
+                                      " would have no member left; delete it with \"qvmailctl list "
+                                      "delete\"");
+        if (members.size() < before)
+            write(host, hosting, address.text, members);
+    });
     return {};
 }
 
@@ -137,16 +141,18 @@ Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     confirm(host, "the list " + address.text);
-    beginChange(host);
-    const Hosting hosting = readList(host, address);
-    if (!hosting.hasEntry(address.text)) {
-        missing(host, "there is no list " + address.text);
-        return {};
-    }
-    VectorString none;
-    conclude(host, host.library.Postfix_VList(address.text, &none, "DeleteList"),
-             {PostfixResult::ListDeleted}, "the list " + address.text + " could not be deleted");
-    host.changes.removed(Kind::List, address.text);
+    change(host, [&] {
+        const Hosting hosting = readList(host, address);
+        if (!hosting.hasEntry(address.text)) {
+            missing(host, "there is no list " + address.text);
+            return;
+        }
+        VectorString none;
+        conclude(host, host.library.Postfix_VList(address.text, &none, "DeleteList"),
+                 {PostfixResult::ListDeleted},
+                 "the list " + address.text + " could not be deleted");
+        host.changes.removed(Kind::List, address.text);
+    });
     return {};
 }
 

@@ -29,15 +29,16 @@ Answer add(Host& host, const Given& given)
             return {};
     }
     Password password(address.text);
-    beginChange(host);
-    if (!mayAdd(host, address))
-        return {};
+    change(host, [&] {
+        if (!mayAdd(host, address))
+            return;
 
-    createMailbox(host, address, password.hash(), quota, Mailbox::User);
-    host.changes.added(Kind::Mailbox, address.text);
-    if (quota)
-        host.changes.added(Kind::Quota, address.text, textOf(quota));
-    host.changes.tellScripts("quota", jsonOf(quota));
+        createMailbox(host, address, password.hash(), quota, Mailbox::User);
+        host.changes.added(Kind::Mailbox, address.text);
+        if (quota)
+            host.changes.added(Kind::Quota, address.text, textOf(quota));
+        host.changes.tellScripts("quota", jsonOf(quota));
+    });
     return {};
 }
 
@@ -49,26 +50,28 @@ Answer setPassword(Host& host, const Given& given)
         requireMailbox(host.read(addressAlone(address), Accounts), address.text);
     }
     Password password(address.text);
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts);
-    const bool isEnabled = requireMailbox(hosting, address.text).isEnabled();
-    writeHashes(
-        host, {{address.text, (isEnabled ? "" : std::string(1, DisabledMark)) + password.hash()}});
-    host.changes.changed(Kind::Mailbox, address.text, "password");
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Accounts);
+        const bool isEnabled = requireMailbox(hosting, address.text).isEnabled();
+        writeHashes(host, {{address.text, (isEnabled ? "" : std::string(1, DisabledMark)) +
+                                              password.hash()}});
+        host.changes.changed(Kind::Mailbox, address.text, "password");
+    });
     return {};
 }
 
 Answer setEnabled(Host& host, const Given& given, bool enabled)
 {
     const Address address = checkedAddress(given.name);
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts);
-    const Mailbox& mailbox = requireMailbox(hosting, address.text);
-    if (mailbox.isEnabled() == enabled)
-        return {};
-    writeHashes(host,
-                {{address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
-    host.changes.changed(Kind::Mailbox, address.text, enabled ? "enabled" : "disabled");
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Accounts);
+        const Mailbox& mailbox = requireMailbox(hosting, address.text);
+        if (mailbox.isEnabled() == enabled)
+            return;
+        writeHashes(
+            host, {{address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
+        host.changes.changed(Kind::Mailbox, address.text, enabled ? "enabled" : "disabled");
+    });
     return {};
 }
 
@@ -91,13 +94,14 @@ Answer setType(Host& host, const Given& given)
              "the type " + inQuotes(given.value) + " is unknown: it is admin or user");
     if (host.settings.usesSql)
         stop(Status::NotFit, "the database keeps no user type; it exists with map files alone");
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts);
-    const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
-    const bool isNews = requireMailbox(hosting, address.text).type != wanted;
-    writeType(host, address.text, wanted);
-    if (isNews)
-        host.changes.changed(Kind::Mailbox, address.text, type);
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Accounts);
+        const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
+        const bool isNews = requireMailbox(hosting, address.text).type != wanted;
+        writeType(host, address.text, wanted);
+        if (isNews)
+            host.changes.changed(Kind::Mailbox, address.text, type);
+    });
     return {};
 }
 
@@ -142,21 +146,22 @@ Answer remove(Host& host, const Given& given)
         tellForwarders(hosting, address);
     }
     confirm(host, "the mailbox " + address.text + " with all its mail");
-    beginChange(host);
-    const Hosting hosting = readWithForwarders(host, address);
-    if (!mayRemove(host, hosting, address))
-        return {};
+    change(host, [&] {
+        const Hosting hosting = readWithForwarders(host, address);
+        if (!mayRemove(host, hosting, address))
+            return;
 
-    conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
-             {PostfixResult::MailboxDeleted},
-             "the mailbox " + address.text + " could not be deleted");
-    host.changes.removed(Kind::Mailbox, address.text);
-    if (hosting.quotas.count(address.text) > 0)
-        host.changes.removed(Kind::Quota, address.text);
-    if (!hosting.targetsOf(address.text).empty())
-        host.changes.removed(kindOf(hosting, address.text), address.text);
-    if (!isAsked)
-        tellForwarders(hosting, address);
+        conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
+                 {PostfixResult::MailboxDeleted},
+                 "the mailbox " + address.text + " could not be deleted");
+        host.changes.removed(Kind::Mailbox, address.text);
+        if (hosting.quotas.count(address.text) > 0)
+            host.changes.removed(Kind::Quota, address.text);
+        if (!hosting.targetsOf(address.text).empty())
+            host.changes.removed(kindOf(hosting, address.text), address.text);
+        if (!isAsked)
+            tellForwarders(hosting, address);
+    });
     return {};
 }
 

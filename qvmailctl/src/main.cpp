@@ -17,7 +17,6 @@ Answer carryOut(const Choice& choice, Host& host)
     const QuietLibrary quiet(choice.options.verbose);
     try {
         Answer answer = choice.action->run(host, choice.given);
-        finishChange(host);
         if (!host.settings.usesSql) // the database needs no postmap
             quiet.showComplaints(false);
         return answer.result.is_null() ? host.changes.answer(choice.options.dryRun) : answer;

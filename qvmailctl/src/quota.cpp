@@ -11,34 +11,36 @@ Answer set(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Quota quota = checkedQuota(given.value);
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
-    const bool hadEntry = hosting.quotas.count(address.text) > 0;
-    host.changes.tellScripts("quota", jsonOf(quota));
-    const bool isNews = requireMailbox(hosting, address.text).quota != quota;
-    writeQuota(host, address.text, quota); // also an old one: Dovecot's fields may lack it
-    if (!quota && hadEntry)
-        host.changes.removed(Kind::Quota, address.text);
-    else if (isNews && hadEntry)
-        host.changes.changed(Kind::Quota, address.text, textOf(quota));
-    else if (isNews)
-        host.changes.added(Kind::Quota, address.text, textOf(quota));
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
+        const bool hadEntry = hosting.quotas.count(address.text) > 0;
+        host.changes.tellScripts("quota", jsonOf(quota));
+        const bool isNews = requireMailbox(hosting, address.text).quota != quota;
+        writeQuota(host, address.text, quota); // also an old one: Dovecot's fields may lack it
+        if (!quota && hadEntry)
+            host.changes.removed(Kind::Quota, address.text);
+        else if (isNews && hadEntry)
+            host.changes.changed(Kind::Quota, address.text, textOf(quota));
+        else if (isNews)
+            host.changes.added(Kind::Quota, address.text, textOf(quota));
+    });
     return {};
 }
 
 Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    beginChange(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
-    // A quota that outlived its mailbox may go too.
-    if (hosting.quotas.count(address.text) == 0) {
-        if (!host.options.ifThere)
-            requireMailbox(hosting, address.text);
-        return {};
-    }
-    writeQuota(host, address.text, std::nullopt);
-    host.changes.removed(Kind::Quota, address.text);
+    change(host, [&] {
+        const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
+        // A quota that outlived its mailbox may go too.
+        if (hosting.quotas.count(address.text) == 0) {
+            if (!host.options.ifThere)
+                requireMailbox(hosting, address.text);
+            return;
+        }
+        writeQuota(host, address.text, std::nullopt);
+        host.changes.removed(Kind::Quota, address.text);
+    });
     return {};
 }
 

@@ -36,6 +36,9 @@ public:
 
     MYSQL* connection() { return m_connection.handle(); }
 
+    // Asks in the transaction.
+    SqlResult query(const std::string& question) { return m_connection.query(question); }
+
     // Runs one of the library's changing statements. Throws a Refusal when it fails, or when the
     // names in it make another statement of it.
     void execute(const std::string& statement);

@@ -23,7 +23,7 @@ template <class Step> std::string guarded(Stage& stage, Step step)
     try {
         return step();
     } catch (const Refusal& refusal) {
-        stage.fail(refusal.reason);
+        stage.fail(refusal);
     } catch (const std::exception& error) {
         stage.fail(error.what());
     }
@@ -77,10 +77,12 @@ Stage::~Stage()
     current = nullptr;
 }
 
-void Stage::fail(const std::string& reason)
+void Stage::fail(const std::string& reason, bool mayPass)
 {
-    if (m_failure.empty())
-        m_failure = reason;
+    if (!m_failure.empty())
+        return;
+    m_failure = reason;
+    m_failureMayPass = mayPass;
 }
 
 StagedMap* Stage::find(const std::string& map)

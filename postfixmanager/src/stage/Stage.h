@@ -7,6 +7,7 @@
 #define QV_STAGE_H
 
 #include "MapFiles.h"
+#include "system/Refusal.h"
 #include "system/SystemAccounts.h"
 
 #include <array>
@@ -68,8 +69,10 @@ public:
     Stage& operator=(const Stage&) = delete;
 
     // Makes the commit refuse, for the first reason given.
-    void fail(const std::string& reason);
+    void fail(const std::string& reason, bool mayPass = false);
+    void fail(const Refusal& refusal) { fail(refusal.reason, refusal.mayPass); }
     const std::string& failure() const { return m_failure; }
+    bool failureMayPass() const { return m_failureMayPass; }
 
     // Where the map is to be read. Empty when it is missing or no regular file.
     std::string mapToRead(const std::string& map);
@@ -117,6 +120,7 @@ private:
 
     bool m_onFiles;
     std::string m_failure;
+    bool m_failureMayPass = false;
     StagedMaps m_maps;
     std::vector<SpoolDirectory> m_directories;
     std::unordered_set<std::string> m_newPaths; // of these: they may be thousands

@@ -6,11 +6,12 @@
 // Why a step cannot be done. Thrown within a program, and never out of the library.
 struct Refusal {
     std::string reason;
+    bool mayPass = false; // nothing is changed, and the same may succeed a moment later
 };
 
-[[noreturn]] inline void refuse(const std::string& reason)
+[[noreturn]] inline void refuse(const std::string& reason, bool mayPass = false)
 {
-    throw Refusal{reason};
+    throw Refusal{reason, mayPass};
 }
 
 #endif

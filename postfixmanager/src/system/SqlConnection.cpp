@@ -1,7 +1,8 @@
 #include "system/SqlConnection.h"
 
-#include <chrono>
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 
 namespace
@@ -26,10 +27,24 @@ std::string whyNotConnected(unsigned code)
 
 // A server that is lost for as long as was waited for it is silent. Its code is one of three, by the
 // client library and by what was waited for.
-bool isSilent(unsigned code, const SqlSettings& settings, Clock::duration waited)
+bool isSilent(unsigned code, Clock::time_point start, unsigned limit)
 {
     return (code == 2002 || code == 2003 || code == 2013) &&
-           waited >= std::chrono::seconds(settings.connectSeconds);
+           Clock::now() - start >= std::chrono::seconds(limit);
+}
+
+std::string silence(unsigned limit)
+{
+    return "it does not answer within " + std::to_string(limit) + " seconds";
+}
+
+// What ends a transaction, and is over a moment later: a deadlock, which the nodes of a cluster also
+// answer when they have changed the same row; a node that goes away or has no majority yet; too many
+// connections.
+bool mayPass(unsigned code)
+{
+    constexpr unsigned Codes[] = {1040, 1047, 1053, 1203, 1213, 1927, 2006, 2013, 2055};
+    return std::find(std::begin(Codes), std::end(Codes), code) != std::end(Codes);
 }
 
 } // namespace
@@ -46,13 +61,14 @@ std::string binaryLiteral(const std::string& text)
 SqlConnection::SqlConnection(const SqlSettings& settings)
     : m_handle(mysql_init(nullptr), mysql_close),
       m_name((settings.database.empty() ? "" : settings.database + " ") + "on " + settings.server +
-             " port " + settings.port)
+             " port " + settings.port),
+      m_limits(settings.limits)
 {
     if (m_handle == nullptr)
         refuse("there is no memory for a connection to the database");
-    mysql_options(handle(), MYSQL_OPT_CONNECT_TIMEOUT, &settings.connectSeconds);
-    mysql_options(handle(), MYSQL_OPT_READ_TIMEOUT, &settings.answerSeconds);
-    mysql_options(handle(), MYSQL_OPT_WRITE_TIMEOUT, &settings.answerSeconds);
+    mysql_options(handle(), MYSQL_OPT_CONNECT_TIMEOUT, &m_limits.connect);
+    mysql_options(handle(), MYSQL_OPT_READ_TIMEOUT, &m_limits.answer);
+    mysql_options(handle(), MYSQL_OPT_WRITE_TIMEOUT, &m_limits.answer);
     const Clock::time_point start = Clock::now();
     // atoi on purpose: a port that is no number becomes 0, the client library's default port.
     if (mysql_real_connect(handle(), settings.server.c_str(), settings.user.c_str(),
@@ -62,12 +78,13 @@ SqlConnection::SqlConnection(const SqlSettings& settings)
 
     const unsigned code = mysql_errno(handle());
     std::string reason = whyNotConnected(code);
-    if (isSilent(code, settings, Clock::now() - start))
-        reason =
-            "it does not answer within " + std::to_string(settings.connectSeconds) + " seconds";
+    const bool isLate = isSilent(code, start, m_limits.connect);
+    if (isLate)
+        reason = silence(m_limits.connect);
     const std::string original = mysql_error(handle());
     refuse("the database " + m_name + " cannot be used as \"" + settings.user +
-           "\": " + (reason.empty() ? original : reason + " (" + original + ")"));
+               "\": " + (reason.empty() ? original : reason + " (" + original + ")"),
+           mayPass(code) && !isLate);
 }
 
 std::string SqlConnection::literal(const std::string& text) const
@@ -75,30 +92,46 @@ std::string SqlConnection::literal(const std::string& text) const
     return "_" + charset() + " " + binaryLiteral(text);
 }
 
-std::vector<Row> SqlConnection::rows(const std::string& question)
+SqlResult SqlConnection::query(const std::string& question)
 {
-    using Result = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
-    if (mysql_query(handle(), question.c_str()) != 0)
-        refuseAnswer("could not be asked");
-    const Result result(mysql_store_result(handle()), mysql_free_result);
+    SqlResult result(nullptr, mysql_free_result);
+    if (ask(question))
+        result.reset(mysql_store_result(handle()));
     if (!result)
         refuseAnswer("could not be asked");
+    return result;
+}
+
+std::vector<Row> SqlConnection::rows(const std::string& question)
+{
+    const SqlResult result = query(question);
     std::vector<Row> all;
     while (MYSQL_ROW fields = mysql_fetch_row(result.get())) {
+        const unsigned long* const lengths = mysql_fetch_lengths(result.get());
         Row& row = all.emplace_back();
         for (unsigned i = 0; i < mysql_num_fields(result.get()); ++i)
-            row.emplace_back(fields[i] == nullptr ? "" : fields[i]);
+            row.emplace_back(fields[i] == nullptr ? "" : fields[i], lengths[i]);
     }
     return all;
 }
 
 void SqlConnection::run(const std::string& statement)
 {
-    if (mysql_query(handle(), statement.c_str()) != 0)
+    if (!ask(statement))
         refuseAnswer("refused a change");
+}
+
+bool SqlConnection::ask(const std::string& statement)
+{
+    m_asked = Clock::now();
+    return mysql_query(handle(), statement.c_str()) == 0;
 }
 
 void SqlConnection::refuseAnswer(const std::string& attempt) const
 {
-    refuse("the database " + attempt + ": " + mysql_error(handle()));
+    const unsigned code = mysql_errno(handle());
+    const bool isLate = isSilent(code, m_asked, m_limits.answer);
+    refuse("the database " + attempt + ": " +
+               (isLate ? silence(m_limits.answer) : mysql_error(handle())),
+           mayPass(code) && !isLate);
 }

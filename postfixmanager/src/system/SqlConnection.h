@@ -8,9 +8,17 @@
 
 #include <mysql/mysql.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
+
+struct TimeLimits { // in seconds
+    unsigned connect = 10;
+    // Longer than the database waits for a row that somebody else has locked (50 by default).
+    unsigned answer = 60;
+};
 
 struct SqlSettings {
     std::string user;
@@ -18,12 +26,29 @@ struct SqlSettings {
     std::string server;
     std::string port; // decimal text
     std::string database;
-    unsigned connectSeconds = 10;
-    // Longer than the database waits for a row that somebody else has locked (50 by default).
-    unsigned answerSeconds = 60;
+    TimeLimits limits = {};
 };
 
 using Row = std::vector<std::string>;
+using SqlResult = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
+
+// How long, in milliseconds, to wait before what may pass is tried again.
+constexpr int Pauses[] = {100, 400, 1600};
+
+// Runs what asks the database, and again where it is refused for what may pass.
+template <class Question> auto askPatiently(const Question& question)
+{
+    for (const int pause : Pauses) {
+        try {
+            return question();
+        } catch (const Refusal& refusal) {
+            if (!refusal.mayPass)
+                throw;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+    }
+    return question();
+}
 
 // As a literal that needs no quotes, whatever the text holds. It is compared byte by byte.
 std::string binaryLiteral(const std::string& text);
@@ -40,6 +65,8 @@ public:
     // The same, but compared as the column that it is compared with.
     std::string literal(const std::string& text) const;
 
+    SqlResult query(const std::string& question);
+
     // The rows that answer a question. A field that is null is empty.
     std::vector<Row> rows(const std::string& question);
     void run(const std::string& statement);
@@ -47,10 +74,13 @@ public:
     MYSQL* handle() const { return m_handle.get(); }
 
 private:
+    bool ask(const std::string& statement);
     [[noreturn]] void refuseAnswer(const std::string& attempt) const;
 
     std::unique_ptr<MYSQL, decltype(&mysql_close)> m_handle;
     std::string m_name;
+    TimeLimits m_limits;
+    std::chrono::steady_clock::time_point m_asked; // the last statement
 };
 
 #endif

@@ -188,7 +188,7 @@ void makeDirectories(Journal& journal, const Stage& stage)
 Journal prepareCommit(Stage& stage)
 {
     if (!stage.failure().empty())
-        refuse(stage.failure());
+        refuse(stage.failure(), stage.failureMayPass());
 
     Journal journal;
     const std::vector<Publication> publications = publicationsOf(stage);

@@ -160,19 +160,20 @@ Findings mendOnce(Host& host)
     constexpr int Rounds = 3; // a map that is back has entries, a tree that is made lacks homes
     Mending first(host);
     Findings mended = mendAll(lookAtLock(host), Mend::First, first);
-    beginRepair(host);
+    Findings entries;
     try {
-        Findings findings = look(host);
-        for (int round = 0; round < Rounds && isAny(findings, Mend::Beside); ++round) {
-            Mending beside(host);
-            append(mended, mendAll(findings, Mend::Beside, beside));
-            beside.finishBeside();
-            findings = look(host);
-        }
-        Mending inTransaction(host);
-        const Findings entries = mendAll(findings, Mend::InTransaction, inTransaction);
-        inTransaction.stage();
-        finishChange(host);
+        repair(host, [&] {
+            Findings findings = look(host);
+            for (int round = 0; round < Rounds && isAny(findings, Mend::Beside); ++round) {
+                Mending beside(host);
+                append(mended, mendAll(findings, Mend::Beside, beside));
+                beside.finishBeside();
+                findings = look(host);
+            }
+            Mending inTransaction(host);
+            entries = mendAll(findings, Mend::InTransaction, inTransaction);
+            inTransaction.stage();
+        });
         append(mended, entries);
     } catch (const Stop&) { // of the transaction, nothing was changed; of the rest, this
         for (const Finding& finding : mended)

@@ -313,19 +313,21 @@ void checkValues(SqlConnection& database, Findings& findings)
 bool checkSchema(const Settings& settings, Findings& findings)
 {
     return asked(settings, [&](SqlConnection& database) {
+        Findings found; // handed on once all questions are answered: they may be asked again
         const Columns columns = readColumns(database);
         bool isReadable = true;
         for (const Table& table : Tables) {
-            const auto found = columns.find(table.name);
+            const auto place = columns.find(table.name);
             const bool isThere = checkColumns(
-                table, found == columns.end() ? std::vector<Column>() : found->second, findings);
-            isReadable = isThere && checkRights(database, settings, table, findings) && isReadable;
+                table, place == columns.end() ? std::vector<Column>() : place->second, found);
+            isReadable = isThere && checkRights(database, settings, table, found) && isReadable;
         }
         if (columns.size() == Tables.size()) {
-            checkCollations(columns, findings);
-            checkKeys(database, findings);
-            checkEngines(database, findings);
+            checkCollations(columns, found);
+            checkKeys(database, found);
+            checkEngines(database, found);
         }
+        findings.insert(findings.end(), found.begin(), found.end());
         return isReadable;
     });
 }
@@ -333,8 +335,10 @@ bool checkSchema(const Settings& settings, Findings& findings)
 void checkRows(const Settings& settings, const Hosting& hosting, Findings& findings)
 {
     asked(settings, [&](SqlConnection& database) {
-        checkValues(database, findings);
-        checkTwice(database, hosting, findings);
-        checkSelfRows(hosting, findings);
+        Findings found;
+        checkValues(database, found);
+        checkTwice(database, hosting, found);
+        checkSelfRows(hosting, found);
+        findings.insert(findings.end(), found.begin(), found.end());
     });
 }

@@ -11,8 +11,8 @@ _qvmailctl_help() {
 # _qvmailctl_names ARGUMENT OBJECT - what may stand for an argument of the help
 _qvmailctl_names() {
     case $1 in
-        BACKEND) echo files mysql ;;
-        TYPE) echo user admin ;;
+        BACKEND) printf '%s\n' files mysql ;;
+        TYPE) printf '%s\n' user admin ;;
         FILE) compgen -f -- "$current" ;;
         DOMAIN | USER | ADDRESS | TARGET | MEMBER)
             [ "$EUID" -eq 0 ] || return
@@ -25,7 +25,8 @@ _qvmailctl_names() {
             # Of a new address, the domain.
             [[ $current != *@* ]] || qvmailctl domain list | sed "s/^/${current%%@*}@/"
             ;;
-    esac 2> /dev/null
+    esac 2> /dev/null | # compgen expands its words: a name that is read back must not be a command
+        grep -E '^[[:alnum:]/._+@=~-]+$'
 }
 
 _qvmailctl() {

@@ -117,6 +117,13 @@ std::string_view domainOf(std::string_view address)
     return at == std::string_view::npos ? std::string_view() : address.substr(at + 1);
 }
 
+bool isWritable(const std::string& text)
+{
+    return std::none_of(text.begin(), text.end(), [](unsigned char c) {
+        return c == '\'' || c == '\\' || c < ' ' || c == 0x7f;
+    });
+}
+
 const char* faultOfDomain(std::string_view domain)
 {
     if (domain.size() > LongestDomain)

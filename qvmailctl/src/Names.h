@@ -24,6 +24,9 @@ const char* faultOfDomain(std::string_view domain);
 const char* faultOfAddress(std::string_view address);
 const char* faultOfTarget(const std::string& target);
 
+// Whether a statement can hold it. What is read back may be written by anybody.
+bool isWritable(const std::string& text);
+
 // Where mail is forwarded to: an address anywhere. Its capital letters stay, before the "@": what
 // they mean is for the server there to say.
 std::string checkedTarget(const std::string& text);

@@ -2,6 +2,7 @@
 
 #include "Output.h"
 
+#include "Programs.h"
 #include "maps/MapLines.h"
 
 #include <array>
@@ -46,6 +47,8 @@ std::string printable(std::string_view text)
     unsigned char before = 0;
     for (const unsigned char c : text) {
         const bool isHighControl = c >= 0x80 && c < 0xa0 && (before < 0x80 || before == 0xc2);
+        if (isHighControl && before == 0xc2)
+            line.replace(line.size() - 1, 1, "\\xc2");
         if (c < ' ' || c == 0x7f || isHighControl)
             line.append({'\\', 'x', Digits[c >> 4U], Digits[c & 15U]});
         else
@@ -55,10 +58,11 @@ std::string printable(std::string_view text)
     return line;
 }
 
+// In ASCII: it may be for a terminal.
 std::string documentOf(const Json& document)
 {
     constexpr int OneLine = -1;
-    return document.dump(OneLine, ' ', false, Json::error_handler_t::replace) + "\n";
+    return document.dump(OneLine, ' ', true, Json::error_handler_t::replace) + "\n";
 }
 
 Json errorOf(Status status, const std::string& sentence)
@@ -68,25 +72,32 @@ Json errorOf(Status status, const std::string& sentence)
 
 } // namespace
 
-QuietLibrary::QuietLibrary(bool verbose)
+QuietLibrary::QuietLibrary(bool verbose) : m_isVerbose(verbose)
 {
     answers = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     messages = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-    const int nowhere = verbose ? messages : open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (answers < 0 || messages < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
         stop(Status::NotFit,
              "standard output and standard error must be open, and /dev/null must exist");
-    if (!verbose && (m_complaints = memfd_create("complaints", MFD_CLOEXEC)) >= 0)
-        dup2(m_complaints, STDERR_FILENO);
+    m_complaints = memfd_create("complaints", MFD_CLOEXEC);
+    if (m_complaints < 0)
+        return;
+    dup2(m_complaints, STDERR_FILENO);
+    if (verbose)
+        dup2(m_complaints, STDOUT_FILENO);
 }
 
 QuietLibrary::~QuietLibrary()
 {
     // What the library still has in its buffers must not follow to standard output.
     dup2(messages, STDERR_FILENO);
+    if (m_isVerbose)
+        for (const std::string& line : linesOf(complaints()))
+            writeAll(messages, printable(line) + "\n");
 }
 
-void QuietLibrary::showComplaints(bool all) const
+std::string QuietLibrary::complaints() const
 {
     std::string text;
     std::array<char, 4096> piece{};
@@ -96,12 +107,15 @@ void QuietLibrary::showComplaints(bool all) const
         text.append(piece.data(), count);
         offset += count;
     }
-    for (std::size_t begin = 0; begin < text.size();) {
-        const std::string line(textBefore(std::string_view(text).substr(begin), '\n'));
-        if (all || isWarning(line))
-            tell(line);
-        begin += line.size() + 1;
-    }
+    return text;
+}
+
+void QuietLibrary::showComplaints(bool all) const
+{
+    if (!m_isVerbose)
+        for (const std::string& line : linesOf(complaints()))
+            if (all || isWarning(line))
+                tell(line);
 }
 
 bool give(const Answer& answer, bool asJson)

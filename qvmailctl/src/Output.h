@@ -22,8 +22,9 @@ struct Answer { // NOLINT(bugprone-exception-escape): to move a Json throws noth
 };
 
 // While it lives, the library's progress lines (password hashes among them) stay off standard
-// output: they go nowhere or, when verbose, to standard error. What the commands that it runs
-// complain of is held back: most of it is about files that need not be there.
+// output: they go nowhere or, when verbose, to standard error when it ends, as a terminal may show
+// them. What the commands that it runs complain of is held back: most of it is about files that need
+// not be there.
 class QuietLibrary
 {
 public:
@@ -36,6 +37,9 @@ public:
     void showComplaints(bool all) const;
 
 private:
+    std::string complaints() const;
+
+    bool m_isVerbose;
     int m_complaints = -1;
 };
 

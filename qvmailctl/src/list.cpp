@@ -45,6 +45,18 @@ Hosting readList(Host& host, const Address& address)
     return hosting;
 }
 
+// A list's former members are written back when others join or leave.
+Addresses requireWritable(const Host& host, const Hosting& hosting, const std::string& address)
+{
+    Addresses members = hosting.targetsOf(address);
+    for (const std::string& member : members)
+        if (host.settings.usesSql && !isWritable(member))
+            stop(Status::Refused,
+                 "the list " + address + " has the member " + inQuotes(member) +
+                     ", which no statement can hold; give it others with \"qvmailctl list set\"");
+    return members;
+}
+
 // As readList, for a command that needs it to be there.
 Hosting requireList(Host& host, const Address& address)
 {
@@ -102,7 +114,7 @@ Answer join(Host& host, const Given& given)
     const Addresses joining = checkedMembers(given, address.text);
     change(host, [&] {
         const Hosting hosting = requireList(host, address);
-        Addresses members = hosting.targetsOf(address.text);
+        Addresses members = requireWritable(host, hosting, address.text);
         const std::size_t before = members.size();
         for (const std::string& member : joining)
             if (!isMember(members, member))
@@ -119,7 +131,7 @@ Answer leave(Host& host, const Given& given)
     const Addresses leaving = checkedMembers(given, address.text);
     change(host, [&] {
         const Hosting hosting = requireList(host, address);
-        Addresses members = hosting.targetsOf(address.text);
+        Addresses members = requireWritable(host, hosting, address.text);
         const std::size_t before = members.size();
         for (const std::string& member : leaving)
             if (!isMember(members, member))

@@ -258,8 +258,30 @@ class ADomainsLife:
         self.refused(EXISTS, "mailbox add bob@d.test --dry-run")
 
 
+    def test_planted_names_reach_no_terminal_and_no_statement(self):
+        for name in ("e\x1b]0;x\a", "c\x9b2J", "d\x7f", "q'or--", "b\\", "$(exit)"):
+            self.plant(name)
+        queries = "domain list", "mailbox list", "mailbox list d.test", "alias list", "list list d.test", "search d", "export"
+        changes = ("list join team@d.test x@e.org", "list leave team@d.test list@d.test", "mailbox passwd bob@d.test",
+                   "check --repair", "check", "domain delete d.test --yes --dry-run", "domain delete d.test --yes")
+        for command in [*queries, *changes]:
+            for option in ([], ["--json"], ["--verbose"]):
+                done = subprocess.run([QVMAILCTL, *command.split(), *option], text=True, capture_output=True, input="secret\n")
+                self.assertNotRegex(done.stdout + done.stderr, r"[^\n -~]", command)  # in ASCII
+                self.assertNotIn("domain add $(exit)", done.stdout)
+                expected = REFUSED if self.quotes_matter and command.startswith("list join") else done.returncode
+                self.assertEqual(expected, done.returncode, command)
+        self.answers("domain list", *sorted(line for line in self.ctl("domain list").splitlines() if line != "d.test"))
+
+
 class OnFiles(ADomainsLife, EmptyWorld):
-    type = "user"
+    type, quotes_matter = "user", False
+
+    def plant(self, name):
+        for file, line in (("vpasswd", "{0}@d.test:x:1:1::/home:/bin/false"), ("vshadow", "{0}@d.test:$1$a$b:1::99999::::0"),
+                           ("valias.txt", "team@d.test {0}@d.test,list@d.test\nto{0}@d.test {0}@d.test"), (LIST, "{0}.test")):
+            with (ETC / file).open("a") as map:
+                print(line.format(name), file=map)
 
     def entries(self):
         return output("/usr/sbin/postmap", "-s", ETC / "vmaps.txt")
@@ -270,7 +292,44 @@ class OnFiles(ADomainsLife, EmptyWorld):
 
 class OnTables(ADomainsLife, EmptyWorld):
     settings = MYSQL
-    type = None
+    type, quotes_matter = None, True
+
+    def plant(self, name):
+        def as_bytes(text):
+            return "_utf8mb4 x'" + text.encode().hex() + "'"
+        address = as_bytes(name + "@d.test")
+        output("mariadb", "qvmail", "-e", f"insert into virtual_users values ({address}, '', -1);"
+               f"insert into virtual_aliases values ('team@d.test', {address}), ({address}, {address}), ({address}, {address});"
+               f"insert into virtual_domains values ({as_bytes(name + '.test')})")
+
+    def test_a_row_that_somebody_else_has_locked(self):
+        def statement(text):
+            print(text, file=other.stdin, flush=True)
+
+        def wait_for_change():  # which then waits for the row
+            while output("mariadb", "-NBe", "select count(*) from information_schema.innodb_trx where trx_state = 'LOCK WAIT'") != "1\n":
+                time.sleep(0.2)
+
+        other = subprocess.Popen(["mariadb", "qvmail"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
+        for name in range(20):
+            statement(f"insert into virtual_domains values ('{name}.test');")
+        statement("begin; delete from virtual_domains where name like '%.test' and name <> 'd.test';"  # a long transaction stays
+                  "select * from virtual_aliases where source = 'bob@d.test' for update;")
+        while output("mariadb", "-NBe", "select count(*) from information_schema.innodb_trx") != "1\n":
+            time.sleep(0.2)
+        CONF.write_text(MYSQL.replace('"60"', '"2"'))
+        before = self.entries()
+        self.ctl("mailbox delete bob@d.test", status=NOT_WRITTEN, says=["Lock wait timeout", "nothing was changed"])
+        self.assertEqual(before, self.entries())
+        CONF.write_text(MYSQL)
+        change = subprocess.Popen([QVMAILCTL, *"mailbox delete bob@d.test --yes".split()], text=True,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        wait_for_change()
+        statement("select * from virtual_users where email = 'bob@d.test' for update; rollback;")
+        other.communicate()
+        self.assertIn("tried again", change.communicate()[1])
+        self.assertEqual(0, change.returncode)
+        self.answers("mailbox list d.test", "list@d.test")
 
     def entries(self):
         return output("mariadb", "qvmail", "-Ne", "select name from virtual_domains union "
@@ -285,8 +344,8 @@ class OnTables(ADomainsLife, EmptyWorld):
         for old, new, says in (('"secret"', '"wrong"', "password"), ('"qvmail"\nMailSqlPassword', '"who"\nMailSqlPassword', "who"),
                                ('Database "qvmail"', 'Database "gone"', "gone"), ("3306", "3398", "3398"),
                                ("3306", "3399", "does not answer"), ("127.0.0.1", "no-such-host.invalid", "no-such-host.invalid")):
-            CONF.write_text(MYSQL.replace(old, new))
-            for command in ["mailbox list d.test", "mailbox add x@d.test"][:1 if new == "3399" else 2]:
+            CONF.write_text(MYSQL.replace(old, new).replace('"10"', '"1"'))
+            for command in "mailbox list d.test", "mailbox add x@d.test":
                 done = subprocess.run([QVMAILCTL, *command.split()], text=True, capture_output=True, input="x\n")
                 self.assertEqual((UNREACHABLE, ""), (done.returncode, done.stdout), new + done.stderr)
                 self.assertIn(says, done.stderr)
@@ -448,7 +507,8 @@ class Commands(EmptyWorld):
         for text, says in (("\nMailBackend mysql\n", "line 2"), ('MailBackend="mysql"\n', "line 1"), ('DovecotLDA "Yes"\n', '"Yes"'),
                            ('MailBackend "ldap"\n', "ldap"), ("#" * 119 + "\n" + MYSQL, "line 1 "), ("#" * 1000 + "\n" + MYSQL, "line 1 "),
                            ('MailBackend "files"\nMailBackend "mysql"\n', "twice"), (MYSQL.replace("MailSqlUser", "User"), "MailSqlUser"),
-                           (MYSQL.replace("3306", "x"), "MailSqlPort"), ('\ufeffMailBackend "mysql"\n', "byte-order mark"),
+                           (MYSQL.replace("3306", "x"), "MailSqlPort"), (MYSQL.replace('"60"', '"0"'), "from 1 to 3600"),
+                           (MYSQL.replace('"10"', '"5s"'), '"5s"'), ('\ufeffMailBackend "mysql"\n', "byte-order mark"),
                            ('MailBackendOld "mysql"\n', "MailBackend is not understood"), (MYSQL.replace("secret", "se\0ret"), "NUL")):
             CONF.write_text(text)
             self.refused(NOT_FIT, ["domain add d.test boss", "domain list"], says, "/etc/Quorvel.conf")

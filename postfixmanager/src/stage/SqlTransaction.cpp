@@ -146,7 +146,12 @@ SqlTransaction::SqlTransaction(const SqlSettings& settings) : m_connection(setti
     // Not "start transaction": the database ends a transaction by itself, to resolve a deadlock say,
     // and what then follows would be committed statement by statement.
     // And no value is cut short to fit its column, as old settings of a server would have it.
-    m_connection.run("set autocommit = 0, sql_mode = concat(@@sql_mode, ',STRICT_ALL_TABLES')");
+    // And a wait for a row ends before the wait for the answer does: the database does not notice that
+    // nobody waits any more, and would keep what the transaction has locked.
+    const unsigned seconds = std::max(1U, settings.limits.answer * 5 / 6);
+    m_connection.run("set autocommit = 0, sql_mode = concat(@@sql_mode, ',STRICT_ALL_TABLES'), "
+                     "innodb_lock_wait_timeout = least(@@innodb_lock_wait_timeout, " +
+                     std::to_string(seconds) + ")");
 }
 
 void SqlTransaction::checkEngines()

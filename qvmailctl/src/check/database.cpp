@@ -189,11 +189,13 @@ bool checkRights(SqlConnection& database, const Settings& settings, const Table&
 
 void add(Findings& findings, const char* kind, const char* table, const std::string& name,
          const std::string& fault, const std::string& remedy,
-         std::function<void(PostfixManager& library)> call)
+         std::function<void(PostfixManager& library)> call, const Addresses& destinations = {})
 {
     // What belongs to no name cannot be put into a statement.
-    const bool isPlain = faultOfAddress(name) == nullptr ||
-                         faultOfDomain(name.substr(name.find('@') + 1)) == nullptr;
+    const bool isPlain = isWritable(name) &&
+                         std::all_of(destinations.begin(), destinations.end(), isWritable) &&
+                         (faultOfAddress(name) == nullptr ||
+                          faultOfDomain(name.substr(name.find('@') + 1)) == nullptr);
     Finding finding = {kind, table, name, fault, "correct it with a client of the database"};
     if (isPlain) {
         finding.wayOut = remedy;
@@ -228,13 +230,15 @@ void checkSelfRows(const Hosting& hosting, Findings& findings)
                 });
     for (const std::string& address : hosting.selfRows)
         if (hosting.mailbox(address) == nullptr)
-            add(findings, "self-row-left", "virtual_aliases", address,
+            add(
+                findings, "self-row-left", "virtual_aliases", address,
                 shown(address) + " has a row for itself and is no mailbox: its mail is taken, "
                                  "then returned",
                 "the row is removed",
                 [address, others = hosting.targetsOf(address)](PostfixManager& library) {
                     setDestinations(library, address, others);
-                });
+                },
+                hosting.targetsOf(address));
 }
 
 // The destinations of a name, each once.
@@ -272,11 +276,12 @@ void checkTwice(SqlConnection& database, const Hosting& hosting, Findings& findi
         if (source == former)
             continue; // its rows are all written anew
         former = source;
-        add(findings, "row-twice", "virtual_aliases", source,
+        const Addresses once = distinctDestinations(hosting, source);
+        add(
+            findings, "row-twice", "virtual_aliases", source,
             shown(source) + " leads to " + shown(row[1]) + " by " + row[2] + " rows", "one is left",
-            [source, once = distinctDestinations(hosting, source)](PostfixManager& library) {
-                setDestinations(library, source, once);
-            });
+            [source, once](PostfixManager& library) { setDestinations(library, source, once); },
+            once);
     }
     for (const Row& row : database.rows("select lower(email), count(*) from virtual_users "
                                         "group by lower(email) having count(*) > 1"))

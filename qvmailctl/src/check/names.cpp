@@ -37,7 +37,8 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
         if (faultOfDomain(domainOf(address)) == nullptr) // else its line is told of
             ++mailboxes[std::string(domainOf(address))];
     for (const std::string& domain : hosting.domains)
-        if (mailboxes.count(domain) == 0)
+        if (mailboxes.count(domain) == 0 &&
+            faultOfDomain(domain) == nullptr) // nor is it for a shell
             findings.push_back(halfMade(domain, places));
     for (const auto& [domain, count] : mailboxes)
         if (!hosting.hosts(domain))

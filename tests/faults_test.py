@@ -15,6 +15,7 @@ import contextlib
 import ctypes
 import functools
 import itertools
+import json
 import os
 import re
 import shutil
@@ -342,7 +343,7 @@ def setUpModule():
 
 
 def tearDownModule():
-    print(f"{BACKEND}: points tried: {dict(COUNTS)}", file=sys.stderr)
+    print("reliability:", json.dumps(COUNTS), file=sys.stderr)
     if CLIENT:
         CLIENT.communicate("")
 

@@ -9,6 +9,7 @@ nobody touches must be found at every single look, and in the end there is what 
 import collections
 import contextlib
 import ctypes
+import json
 import os
 import random
 import struct
@@ -120,6 +121,7 @@ class Races(unittest.TestCase):
             reader.join()
         print(f"{sum(statuses.values())} commands in {time.monotonic() - begin:.0f} s, statuses {dict(statuses)}; "
               f"look-ups {dict(made)}, missed {dict(missed)}", file=sys.stderr)
+        print("reliability:", json.dumps({"commands": sum(statuses.values()), "look-ups": sum(made.values())}), file=sys.stderr)
 
         served = "VirtualHosts vpasswd vshadow vmaps.txt valias.txt vquota.txt vmaps.txt.db valias.txt.db vquota.txt.db".split()
         gone = collections.Counter(name for name in disappearances.names() if name in served)

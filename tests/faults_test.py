@@ -31,6 +31,7 @@ BACKEND, SAMPLE, QVMAILCTL, INJECT = sys.argv[1:5]
 EVERY, SEED = map(int, f"{SAMPLE}+0".split("+")[:2])
 ETC, SPOOL, LIST, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quorvel.conf")
 NOTHING_CHANGED = 64, 65, 67, 69, 73, 74, 75, 77, 78  # exit statuses
+DONE_ALREADY = 67, 73  # a repeated deletion or addition
 POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
 TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
 SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$")  # what a change may leave
@@ -162,8 +163,8 @@ class World:
         (SPOOL / "b.test/mail/inbox/cba@b.test").write_text("mail of old\n")
         (SPOOL / "ab.test/mail/home/dba@ab.test/folder").write_text("mail of old\n")
         self.old = state()
-        run("cp", "-a", *below_etc(), SPOOL.rename(SPOOL.with_name("spool")), self.saved)
-        SPOOL.with_name("spool").rename(SPOOL)
+        run("cp", "-a", *below_etc(), self.saved)
+        run("cp", "-aT", SPOOL, self.saved / "spool")
         if BACKEND == "mysql":
             self.rows = {table: ask(f"select * from {table}") for table in TABLES}
 
@@ -194,7 +195,7 @@ class World:
 world = functools.lru_cache(None)(World)
 
 
-class Faults(unittest.TestCase):
+class Interruptions(unittest.TestCase):
     def setUp(self):
         self.faults, self.points = [], 0
 
@@ -202,40 +203,52 @@ class Faults(unittest.TestCase):
         if self.faults:
             self.fail(f"{len(self.faults)} of {self.points} points show faults, the first of them:" + "".join(self.faults[:12]))
 
-    def outcome(self, what, here, words, prefix=(), fault=contextlib.nullcontext(), must_say="", second=None):
+    def outcome(self, what, here, words, prefix=(), fault=contextlib.nullcontext(), must_say="", second=None,
+                later=contextlib.nullcontext()):
         """The command's end, and what it did wrong goes to the faults. It has to fail if it must say why; a second
-        interruption is one of the next command."""
-        old, new = here.old, here.new(words)
+        interruption is one of the next command. What is there is looked at later, once that has begun."""
+        here.new(words)
         here.restore()
         with fault:
             done = qvmailctl(words, prefix)
         self.assertNotEqual(125, done.returncode, done.stderr)
-        if second:
-            qvmailctl(HARMLESS, second)
-        if not prefix:
-            COUNTS["by tools and disks"] += 1
-        now = state()
-        nothing_changed = must_say or done.returncode in NOTHING_CHANGED
+        self.points += 1
         wrong = ""
         if must_say and (done.returncode == 0 or not re.search(must_say, done.stderr)):
             wrong += f"\n    it should have failed and have said: {must_say}"
-        allowed = [old] if nothing_changed else [new] if done.returncode == 0 else [old, new]
+        with later:
+            wrong += self.judged(here, words, done.returncode, bool(must_say), second)
+        if wrong:
+            self.faults.append(f"\n  {words}, {what}, status {done.returncode} {done.stderr.strip()}{wrong}")
+        return done
+
+    def judged(self, here, words, status, nothing_changed, second=None):
+        """What is wrong with the state that a command left that ended with this status."""
+        old, new, wrong = here.old, here.new(words), ""
+        if second:
+            qvmailctl(HARMLESS, second)
+        now = state()
+        nothing_changed = nothing_changed or status in NOTHING_CHANGED
+        allowed = [old] if nothing_changed else [new] if status == 0 else [old, new]
         bad = [place for place in {*old, *new} if now.get(place) not in [whole.get(place) for whole in allowed]
                and not (place.startswith(str(SPOOL)) and old.get(place) != new.get(place))]  # trees come and go by files
         if bad:
             wrong += f"\n    at once:{differences(only(bad, allowed[-1]), only(bad, now))}"
-        after = qvmailctl(HARMLESS)
-        then = state()
-        if after.returncode != 0:
-            wrong += f"\n    the next command answers {after.returncode}: {after.stderr}"
-        if then != old and (nothing_changed or then != new):
-            wrong += f"\n    then it is not the old state:{differences(old, then)}"
-            wrong += f"\n    nor the new one:{differences(new, then)}" if not nothing_changed else ""
-        if wrong:
-            self.faults.append(f"\n  {words}, {what}, status {done.returncode} {done.stderr.strip()}{wrong}")
-        self.points += 1
-        return done
+        if self.points % 2:
+            after = qvmailctl(HARMLESS)
+            then = state()
+            if after.returncode != 0:
+                wrong += f"\n    the next command answers {after.returncode}: {after.stderr}"
+            if then != old and (nothing_changed or then != new):
+                wrong += f"\n    then it is not the old state:{differences(old, then)}"
+                wrong += f"\n    nor the new one:{differences(new, then)}" if not nothing_changed else ""
+        again = qvmailctl(words)
+        if again.returncode not in (0, *DONE_ALREADY) or (again.returncode != 0 and nothing_changed) or state() != new:
+            wrong += f"\n    repeated, it answers {again.returncode}: {again.stderr}{differences(new, state())}"
+        return wrong
 
+
+class Faults(Interruptions):
     def interrupted(self, *kinds, twice=False):
         """Each command at each point with each kind of interruption, or a part of these; if so, at some point of the
         next command again."""
@@ -255,6 +268,15 @@ class Faults(unittest.TestCase):
 
     def test_killed_before_each_change(self):
         self.interrupted("kill")
+
+    def test_killed_while_a_tool_is_at_work(self):
+        self.interrupted("--children kill", "--children killmain", "--children killall")
+
+    def test_a_tool_fails_at_each_change(self):
+        self.interrupted("--children ENOSPC", "--children EIO", "--children EACCES", "--children EMFILE")
+
+    def test_no_process_and_no_program_starts(self):
+        self.interrupted("--starts EAGAIN", "--starts ENOENT")
 
     def test_killed_and_the_next_command_too(self):
         self.interrupted("kill", twice=True)

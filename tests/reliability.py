@@ -21,6 +21,7 @@ WORLD = [TOP / "scripts/private-world", "python3"]
 SUITES = {
     "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "1", QVMAILCTL, INJECT],
     "faults.mysql": [*WORLD, TOP / "tests/faults_test.py", "mysql", "1", QVMAILCTL, INJECT],
+    "power_cuts": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
     "races": [*WORLD, TOP / "tests/races_test.py", QVMAILCTL, "--wait", "60"]}
 ROW = re.compile(r"^\| `(.+)` \|.*$", re.M)
 MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)

@@ -1,10 +1,18 @@
-// inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...] - interrupts a command at a change
+// inject [--children|--sockets|--reads|--starts|--syncs] HOW N COMMAND [ARG ...] - interrupts a command
 //
-// Carries out COMMAND up to its N-th system call that changes a file. That one is not carried out:
-// COMMAND's main process is killed before it ("kill"), or it fails (ENOSPC, EIO, EACCES, EMFILE).
-// With --sockets, calls that send or receive on sockets count instead, with --reads those that open
-// or read regular files and directories below /etc and /var. The processes that COMMAND starts are
-// left alone.
+// Carries out COMMAND up to the N-th system call of its main process that changes a file. That one is
+// not carried out, but HOW says:
+//     kill             its process is killed
+//     killmain         COMMAND's main process is killed
+//     killall          all processes that COMMAND has started are killed
+//     ENOSPC, EIO, ... it fails so
+//     pretend          it does nothing, and answers 0
+// N is 0 for every such call. Other calls than those of the main process that change a file:
+//     --children       those of the processes that it starts
+//     --sockets        its sending and receiving on sockets
+//     --reads          its opening and reading of regular files and directories below /etc and /var
+//     --starts         the starting of processes and programs, by any process
+//     --syncs          its fsync and the like
 //
 // Exit status: COMMAND's; 128 and the signal's number when it was killed; 125 when it cannot be
 // followed. When the N-th call was reached, standard error has a line "inject: CALL FILE".
@@ -16,6 +24,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <set>
 #include <string>
 
 #include <fcntl.h>
@@ -41,7 +51,7 @@ constexpr std::size_t ResultRegister = offsetof(user_regs_struct, eax);
 using Arguments = decltype(__ptrace_syscall_info::entry.args);
 
 // Where a call names its file, and with what flags it opens it.
-enum class Names { Descriptor, Path, Opened, Created, Socket };
+enum class Names { Descriptor, Path, Opened, Created, Socket, Started };
 
 struct Call {
     unsigned long number;
@@ -85,9 +95,18 @@ const Call Reads[] = {
     CALL(open, Opened, 0), CALL(openat, Opened, 1), CALL(read, Descriptor, 0), CALL(readv, Descriptor, 0),
     CALL(pread64, Descriptor, 0), CALL(preadv, Descriptor, 0), CALL(getdents64, Descriptor, 0),
 };
+const Call Starts[] = {
+    CALL(clone, Started, 0), CALL(clone3, Started, 0), CALL(fork, Started, 0), CALL(vfork, Started, 0),
+    CALL(execve, Path, 0),
+};
+const Call Syncs[] = {
+    CALL(fsync, Descriptor, 0), CALL(fdatasync, Descriptor, 0), CALL(syncfs, Descriptor, 0),
+};
 // clang-format on
 
-enum class Mode { Changes, Exchanges, Reads } mode = Mode::Changes;
+enum class Mode { Changes, Children, Exchanges, Reads, Starts, Syncs };
+constexpr const char* Options[] = {"", "--children", "--sockets", "--reads", "--starts", "--syncs"};
+Mode mode = Mode::Changes;
 
 bool beginsWith(const std::string& text, const char* start)
 {
@@ -120,6 +139,8 @@ std::string fileOf(pid_t process, const std::string& link)
 bool counts(pid_t process, const Call& call, const Arguments& arguments, std::string& file)
 {
     const auto argument = arguments[call.argument];
+    if (call.names == Names::Started)
+        return true;
     if (call.names == Names::Socket) {
 #ifdef __i386__
         return call.number != SYS_socketcall ||
@@ -157,17 +178,25 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
 
 template <std::size_t Size> const Call* find(const Call (&calls)[Size], unsigned long number)
 {
-    for (const Call& call : calls)
-        if (call.number == number)
-            return &call;
-    return nullptr;
+    const auto* const call = std::find_if(std::begin(calls), std::end(calls),
+                                          [&](const Call& each) { return each.number == number; });
+    return call == std::end(calls) ? nullptr : call;
 }
 
 const Call* countedCall(unsigned long number)
 {
-    if (mode == Mode::Changes)
+    switch (mode) {
+    case Mode::Exchanges:
+        return find(Exchanges, number);
+    case Mode::Reads:
+        return find(Reads, number);
+    case Mode::Starts:
+        return find(Starts, number);
+    case Mode::Syncs:
+        return find(Syncs, number);
+    default:
         return find(Changes, number);
-    return mode == Mode::Reads ? find(Reads, number) : find(Exchanges, number);
+    }
 }
 
 int die(const std::string& why)
@@ -181,65 +210,136 @@ int statusOf(int waited)
     return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
 }
 
-// error: 0 for a kill.
-int follow(pid_t process, int error, long countdown)
+// What becomes of the call, where that is no error.
+enum Death { OfCaller = -1, OfMain = -2, OfAll = -3 };
+
+class Command
 {
-    bool failIt = false;
-    int waited = 0;
-    for (int signal = 0;;) {
-        if (ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0 ||
-            waitpid(process, &waited, 0) < 0)
-            return die(strerror(errno));
-        if (!WIFSTOPPED(waited))
-            return statusOf(waited);
-        signal = WSTOPSIG(waited);
-        if (signal != (SIGTRAP | 0x80)) {
-            signal = waited >> 16 == PTRACE_EVENT_EXEC ? 0 : signal;
-            continue;
+public:
+    Command(pid_t main, int how, long countdown)
+        : m_main(main), m_how(how), m_countdown(countdown), m_all{main}
+    {
+    }
+
+    int follow()
+    {
+        pid_t process = m_main;
+        int signal = 0;
+        while (m_all.count(m_main) > 0 || followsChildren()) {
+            if (process != 0 && ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0 &&
+                errno != ESRCH)
+                return die(strerror(errno));
+            int waited = 0;
+            process = waitpid(-1, &waited, __WALL);
+            if (process < 0)
+                break; // the last one has ended
+            signal = 0;
+            if (WIFSTOPPED(waited)) {
+                signal = signalFor(process, waited);
+                continue;
+            }
+            m_all.erase(process);
+            if (process == m_main)
+                m_status = statusOf(waited);
+            process = 0;
         }
-        signal = 0;
+        return m_status;
+    }
+
+    static bool followsChildren() { return mode == Mode::Children || mode == Mode::Starts; }
+
+private:
+    // Looks at what a process has stopped for. Returns the signal that it is to get.
+    int signalFor(pid_t process, int waited)
+    {
+        const int signal = WSTOPSIG(waited);
+        const bool isNew = m_all.insert(process).second;
+        if (waited >> 16 == PTRACE_EVENT_EXEC)
+            m_isRunning = true;
+        if (signal == (SIGTRAP | 0x80))
+            lookAtCall(process);
+        return waited >> 16 != 0 || signal == (SIGTRAP | 0x80) || (isNew && signal == SIGSTOP)
+                   ? 0
+                   : signal;
+    }
+
+    void lookAtCall(pid_t process)
+    {
         __ptrace_syscall_info call = {};
         if (ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof call, &call) <= 0)
-            return die(strerror(errno));
-        if (failIt && call.op == PTRACE_SYSCALL_INFO_EXIT) {
-            ptrace(PTRACE_POKEUSER, process, ResultRegister, static_cast<long>(-error));
-            failIt = false;
-        }
-        if (call.op != PTRACE_SYSCALL_INFO_ENTRY)
-            continue;
+            return; // it is being killed
+        if (call.op == PTRACE_SYSCALL_INFO_EXIT && m_failing.erase(process) > 0)
+            ptrace(PTRACE_POKEUSER, process, ResultRegister, static_cast<long>(-m_how));
+        const bool isMain = process == m_main;
+        if (call.op != PTRACE_SYSCALL_INFO_ENTRY || !m_isRunning ||
+            (isMain ? mode == Mode::Children : !followsChildren()))
+            return;
         const Call* const known = countedCall(call.entry.nr);
         std::string file;
-        if (known == nullptr || !counts(process, *known, call.entry.args, file) || --countdown != 0)
-            continue;
-        fprintf(stderr, "inject: %s %s\n", known->name, file.c_str());
-        if (error == 0) {
-            kill(process, SIGKILL);
-            waitpid(process, &waited, 0);
-            return statusOf(waited);
-        }
-        ptrace(PTRACE_POKEUSER, process, CallRegister, -1L); // no call at all
-        failIt = true;
+        if (known == nullptr || !counts(process, *known, call.entry.args, file) ||
+            --m_countdown > 0)
+            return;
+        if (m_countdown == 0)
+            fprintf(stderr, "inject: %s %s\n", known->name, file.c_str());
+        else if (!m_isEach)
+            return;
+        interrupt(process);
     }
+
+    void interrupt(pid_t process)
+    {
+        if (m_how >= 0) {
+            ptrace(PTRACE_POKEUSER, process, CallRegister, -1L); // no call at all
+            m_failing.insert(process);
+        } else if (m_how == OfAll) {
+            for (const pid_t each : m_all)
+                kill(each, SIGKILL);
+        } else {
+            kill(m_how == OfMain ? m_main : process, SIGKILL);
+        }
+    }
+
+    pid_t m_main;
+    int m_how;
+    long m_countdown;
+    bool m_isEach = m_countdown == 0;
+    bool m_isRunning = false;
+    int m_status = 125;
+    std::set<pid_t> m_all, m_failing;
+};
+
+// 0 to pretend.
+int meaningOf(const std::string& how)
+{
+    constexpr int Unknown = INT_MAX;
+    if (how == "pretend")
+        return 0;
+    if (beginsWith(how, "kill"))
+        return how == "kill"       ? OfCaller
+               : how == "killmain" ? OfMain
+               : how == "killall"  ? OfAll
+                                   : Unknown;
+    for (int error = 1; error < 134; ++error)
+        if (strerrorname_np(error) != nullptr && how == strerrorname_np(error))
+            return error;
+    return Unknown;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    constexpr int Errors[] = {ENOSPC, EIO, EACCES, EMFILE};
-    const std::string option = argc > 1 ? argv[1] : "";
-    if (option == "--sockets" || option == "--reads") {
-        mode = option == "--reads" ? Mode::Reads : Mode::Exchanges;
+    const auto* const option =
+        std::find(std::begin(Options), std::end(Options), std::string(argc > 1 ? argv[1] : ""));
+    if (option != std::end(Options)) {
+        mode = static_cast<Mode>(option - Options);
         ++argv;
         --argc;
     }
-    const std::string what = argc > 3 ? argv[1] : "";
-    int error = what == "kill" ? 0 : -1;
-    for (const int number : Errors)
-        if (what == strerrorname_np(number))
-            error = number;
-    if (error < 0)
-        return die("usage: inject [--sockets|--reads] kill|ERRNAME N COMMAND [ARG ...]");
+    const int how = meaningOf(argc > 3 ? argv[1] : "");
+    if (how == INT_MAX)
+        return die("usage: inject [--children|--sockets|--reads|--starts|--syncs] HOW N COMMAND "
+                   "[ARG ...]");
 
     const pid_t process = fork();
     if (process == 0) {
@@ -248,10 +348,12 @@ int main(int argc, char** argv)
         execvp(argv[3], argv + 3);
         _exit(die(std::string(argv[3]) + ": " + strerror(errno)));
     }
+    const int children = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE;
     int waited = 0;
     if (process < 0 || waitpid(process, &waited, 0) < 0 ||
         ptrace(PTRACE_SETOPTIONS, process, nullptr,
-               PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL) != 0)
+               PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL |
+                   (Command::followsChildren() ? children : 0)) != 0)
         return die(strerror(errno));
-    return follow(process, error, atol(argv[2]));
+    return Command(process, how, atol(argv[2])).follow();
 }

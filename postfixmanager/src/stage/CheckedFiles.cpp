@@ -128,9 +128,9 @@ std::string identityOf(const std::string& path)
     if (!S_ISREG(entry.st_mode))
         refuse(path + " is not a regular file" + (S_ISLNK(entry.st_mode) ? " but a link" : "") +
                "; put the file itself there");
-    return std::to_string(entry.st_dev) + ":" + std::to_string(entry.st_ino) + ":" +
-           std::to_string(entry.st_size) + ":" + std::to_string(entry.st_mtim.tv_sec) + "." +
-           std::to_string(entry.st_mtim.tv_nsec);
+    // Not its disk's number: that may be another after the next boot.
+    return std::to_string(entry.st_ino) + ":" + std::to_string(entry.st_size) + ":" +
+           std::to_string(entry.st_mtim.tv_sec) + "." + std::to_string(entry.st_mtim.tv_nsec);
 }
 
 std::size_t copyMap(const std::string& from, const std::string& to)

@@ -323,7 +323,10 @@ int removeFromSpool(const std::string& path)
     const Place place = placeOf(path);
     if (!place.parent.isOpen())
         return errno == ENOENT ? 0 : errno;
-    return removeTree(place.parent.number(), place.name.c_str());
+    if (const int failure = removeTree(place.parent.number(), place.name.c_str()))
+        return failure;
+    // Synced: with a loss of power it would come back, and nobody would remember that it is to go.
+    return fsync(place.parent.number()) == 0 ? 0 : errno;
 }
 
 bool isInSpool(const std::string& path)
@@ -342,10 +345,10 @@ int identityInSpool(const std::string& path, std::string& identity)
     if (!place.parent.isOpen() || statx(place.parent.number(), place.name.c_str(),
                                         AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &entry) != 0)
         return errno == ENOENT ? 0 : errno;
-    // The time of birth, too: a file system soon gives a freed number to another file.
-    identity = std::to_string(entry.stx_dev_major) + ":" + std::to_string(entry.stx_dev_minor) +
-               ":" + std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) +
-               "." + std::to_string(entry.stx_btime.tv_nsec);
+    // The time of birth, too: a file system soon gives a freed number to another file. Not its disk's
+    // number: that may be another after the next boot.
+    identity = std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) + "." +
+               std::to_string(entry.stx_btime.tv_nsec);
     return 0;
 }
 

@@ -93,7 +93,7 @@ void populateFiles(const World& world)
     writeLines(VQUOTAFILE, world.accounts, [](int i) { return quotaLine(addressOf(i)); });
     writeLines(
         VMAPSFILE, world.accounts, [](int i) { return mapLine(domainOf(i), addressOf(i)); },
-        "@" + world.domain + " " + world.domain + "/mail/inbox/" + world.address + "\n");
+        "@" + world.domain + " " + world.domain + "/mail/inbox/" + world.plainAddress + "\n");
     writeLines(
         VALIASFILE, world.accounts, [](int i) { return aliasOf(i) + " " + addressOf(i); },
         world.address + " " + Elsewhere + "\n" + world.list + " " + world.address + "," +
@@ -154,9 +154,12 @@ void populateDatabase(const World& world)
                world.kind == "mysql-aliases" ? MailboxesPerDomain : 0,
                [&](int i) { return pair(aliasOf(world.accounts - i - 1), world.address); });
     const std::string others[] = {
-        pair(world.address, Elsewhere),          pair(world.alias, Elsewhere),
-        pair("@" + world.domain, world.address), pair(world.list, world.address),
-        pair(world.list, world.plainAddress),    pair(world.list, Elsewhere),
+        pair(world.address, Elsewhere),
+        pair(world.alias, Elsewhere),
+        pair("@" + world.domain, world.plainAddress),
+        pair(world.list, world.address),
+        pair(world.list, world.plainAddress),
+        pair(world.list, Elsewhere),
     };
     insertRows(connection.get(), "virtual_aliases", std::size(others),
                [&](int i) { return others[i]; });
@@ -185,14 +188,35 @@ void restoreRows(const World& world)
     execute(connection.get(), "commit");
 }
 
+// The spool tree of the domain that holds this mailbox and the ones before it.
+void makeDomain(const World& world, int lastMailbox)
+{
+    const std::string domain = domainOf(lastMailbox);
+    CQVTrackManager tracing;
+    world.manager(tracing).Postfix_CreateDomDir(domain);
+    for (int i = lastMailbox; i >= 0 && domainOf(i) == domain; --i)
+        makeHome(VSPOOLDIR "/" + domain + "/mail/home/" + addressOf(i));
+}
+
+void makeSpool(const World& world)
+{
+    for (const auto& domain : std::filesystem::directory_iterator(VSPOOLDIR))
+        std::filesystem::remove_all(domain);
+    for (int last = world.accounts - 1; last >= 0; last -= MailboxesPerDomain)
+        makeDomain(world, last);
+}
+
 void restoreSpool(const World& world)
 {
-    for (const std::string& domain : {world.domain, world.newDomain})
-        std::filesystem::remove_all(VSPOOLDIR "/" + domain);
-    CQVTrackManager tracing;
-    world.manager(tracing).Postfix_CreateDomDir(world.domain);
-    makeHome(world.homeOf(world.address));
-    std::ofstream{world.inboxOf(world.address)}; // an inbox without mail
+    std::filesystem::remove_all(VSPOOLDIR "/" + world.newDomain);
+    if (!std::filesystem::exists(world.tree()))
+        makeDomain(world, world.accounts - 1);
+    for (const auto& home : std::filesystem::directory_iterator(world.tree() + "/mail/home"))
+        if (home.path().filename().string().rfind("new", 0) == 0)
+            std::filesystem::remove(home);
+    if (!std::filesystem::exists(world.homeOf(world.address)))
+        makeHome(world.homeOf(world.address));
+    std::ofstream{world.inboxOf(world.address)}; // without mail
 }
 
 } // namespace
@@ -212,6 +236,7 @@ void World::populate() const
         populateDatabase(*this);
     else
         populateFiles(*this);
+    makeSpool(*this);
     restoreSpool(*this);
 }
 

@@ -147,6 +147,7 @@ Json timed(char** words)
         const pid_t child = fork();
         if (child == 0) {
             dup2(input, STDIN_FILENO);
+            dup2(STDOUT_FILENO, STDERR_FILENO);
             execvp(words[1], words + 1);
             _exit(127);
         }

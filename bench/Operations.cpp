@@ -65,11 +65,6 @@ std::string quoted(const std::string& text)
     return "'" + text + "'";
 }
 
-std::string insertion(const std::string& source, const std::string& target)
-{
-    return "insert into virtual_aliases values ('" + source + "','" + target + "')";
-}
-
 std::string deletion(const std::string& source)
 {
     return "delete from virtual_aliases where source = '" + source + "'";
@@ -84,11 +79,7 @@ Steps created(const std::string& home)
 
 Steps createdRows(const std::string& address, const std::string& home)
 {
-    return hashed(1) +
-           connected(
-               {"insert into virtual_users values ('" + address + "','" + "hash'," + Quota + ")",
-                insertion(address, address)}) +
-           madeDirectories({home});
+    return hashed(1) + connected(insertions(address)) + madeDirectories({home});
 }
 
 Steps madeTree(const std::string& domain)
@@ -318,6 +309,18 @@ Operations libraryOperations(const World& world)
         for (Operation& operation : part(world))
             all.push_back(std::move(operation));
     return all;
+}
+
+std::string insertion(const std::string& source, const std::string& target)
+{
+    return "insert into virtual_aliases values ('" + source + "','" + target + "')";
+}
+
+Statements insertions(const std::string& address)
+{
+    std::string mailbox = "insert into virtual_users values ('" + address;
+    mailbox.append("','$1$abcdefgh$0123456789012345678901',").append(Quota).append(")");
+    return {mailbox, insertion(address, address)};
 }
 
 std::string newUser(int number)

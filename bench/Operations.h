@@ -32,6 +32,10 @@ Operations transactions(const World& world);
 // What the library does for a command of qvmailctl.
 Operations commandOperations(const World& world);
 
+// The statements that make an alias; and a mailbox.
+std::string insertion(const std::string& source, const std::string& target);
+Statements insertions(const std::string& address);
+
 // Mailboxes new0, new1 and so on in the world's domain.
 std::string newUser(int number);
 void createMailbox(PostfixManager& manager, const World& world, int number);

@@ -61,10 +61,8 @@ Steps databaseFloor(const World& world, int mailboxes)
         execute(connection.get(), "start transaction");
         for (int i = 0; i < mailboxes; ++i) {
             const std::string address = newUser(i) + "@" + world.domain;
-            execute(connection.get(), "insert into virtual_users values ('" + address +
-                                          "','$1$abcdefgh$0123456789012345678901'," + Quota + ")");
-            execute(connection.get(),
-                    "insert into virtual_aliases values ('" + address + "','" + address + "')");
+            for (const std::string& statement : insertions(address))
+                execute(connection.get(), statement);
         }
         execute(connection.get(), "commit");
     }};

@@ -166,9 +166,11 @@ void populateDatabase(const World& world)
 
     for (std::size_t i = 0; i < std::size(Tables); ++i) {
         const std::string table = Tables[i];
-        execute(connection.get(), "drop table if exists pristine_" + table);
-        execute(connection.get(), "create table pristine_" + table + " as select * from " + table +
-                                      " where " + rowsOf(KeyColumns[i], world.domain));
+        const std::string pristine = "pristine_" + table;
+        execute(connection.get(), "drop table if exists " + pristine);
+        std::string copy = "create table " + pristine;
+        copy.append(" as select * from ").append(table).append(" where ");
+        execute(connection.get(), copy.append(rowsOf(KeyColumns[i], world.domain)));
         const Connection statistics = connectAsRoot(); // its answer is left unread
         execute(statistics.get(), "analyze table " + table);
     }
@@ -180,9 +182,9 @@ void restoreRows(const World& world)
     execute(connection.get(), "begin");
     for (std::size_t i = 0; i < std::size(Tables); ++i) {
         const std::string table = Tables[i];
+        const std::string deletion = "delete from " + table + " where ";
         for (const std::string& domain : {world.domain, world.newDomain})
-            execute(connection.get(),
-                    "delete from " + table + " where " + rowsOf(KeyColumns[i], domain));
+            execute(connection.get(), deletion + rowsOf(KeyColumns[i], domain));
         execute(connection.get(), "insert into " + table + " select * from pristine_" + table);
     }
     execute(connection.get(), "commit");

@@ -182,6 +182,10 @@ int main(int argc, char** argv)
     const int output = turnOutputAside();
     if (argc < 3)
         return 2;
-    const std::string answer = perform(World(argv[1], std::stoi(argv[2])), argc, argv).dump();
-    dprintf(output, "%s\n", answer.c_str());
+    try {
+        const Json answer = perform(World(argv[1], std::stoi(argv[2])), argc, argv);
+        dprintf(output, "%s\n", answer.dump().c_str());
+    } catch (const std::exception& problem) {
+        fail(problem.what());
+    }
 }

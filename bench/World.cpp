@@ -185,7 +185,8 @@ void restoreRows(const World& world)
         const std::string deletion = "delete from " + table + " where ";
         for (const std::string& domain : {world.domain, world.newDomain})
             execute(connection.get(), deletion + rowsOf(KeyColumns[i], domain));
-        execute(connection.get(), "insert into " + table + " select * from pristine_" + table);
+        std::string insertion = "insert into " + table;
+        execute(connection.get(), insertion.append(" select * from pristine_").append(table));
     }
     execute(connection.get(), "commit");
 }

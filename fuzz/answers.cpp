@@ -18,10 +18,20 @@ long long totalOf(const std::string& map, int& answer)
     return total;
 }
 
+// A sum that no number holds wraps around, on purpose.
+bool holdsHugeNumber(const std::string& text)
+{
+    constexpr int Digits = 15;
+    int digits = 0;
+    for (const char c : text)
+        if ((digits = c >= '0' && c <= '9' ? digits + 1 : 0) > Digits)
+            return true;
+    return false;
+}
+
 // Neither the order of the lines counts nor those of other domains, and 1 KiB more is 1 KiB more.
 void askForTotal(const std::string& map)
 {
-    constexpr long long Huge = 1LL << 50;
     constexpr int IsSum = 1;
     int answer = 0;
     const long long total = totalOf(map, answer);
@@ -32,7 +42,7 @@ void askForTotal(const std::string& map)
     require(totalOf(reversed + "bob@ab.test\t1024\nbob@b.test.au\t1024\n", again) == total &&
                 again == answer,
             "order or others");
-    if (contains(map, "-") || answer != IsSum || total < 0 || total > Huge)
+    if (contains(map, "-") || answer != IsSum || holdsHugeNumber(map))
         return; // no limit, or what is cut to whole KiB is less than nothing
     require(totalOf(reversed + "x@b.test\t1024\n", again) == total + 1 && again == IsSum,
             "1 KiB more");

@@ -34,7 +34,7 @@ NOTHING_CHANGED = 64, 65, 67, 69, 73, 74, 75, 77, 78  # exit statuses
 DONE_ALREADY = 67, 73  # a repeated deletion or addition
 POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
 TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
-SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$")  # what a change may leave
+SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$|\.aside-")  # what a change may leave
 NO_QUOTA_FIELDS, QUOTA_FIELDS = "no", "yes"  # DovecotLDA
 
 WORLD = """domain add b.test a; domain add ab.test a --quota 1M; mailbox add ba@b.test --quota 2M;

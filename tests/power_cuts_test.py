@@ -18,8 +18,9 @@ import unittest
 from pathlib import Path
 
 import faults_test
-from faults_test import ABOUT_QUOTAS, BACKEND, COMMANDS, COUNTS, EVERY, INJECT, SEED, SPOOL, run, tearDownModule  # noqa: F401
+from faults_test import ABOUT_QUOTAS, BACKEND, COMMANDS, COUNTS, EVERY, INJECT, SEED, SPOOL, run
 
+tearDownModule = faults_test.tearDownModule
 DISKS = {Path("/run/etc.image"): Path("/etc"), Path("/run/spool.image"): SPOOL}
 AFTER_CUT = Path("/run/after-cut")
 SYNCED_BY_OTHERS = {"nothing": (), "/etc": ("/etc",), "the spool": (SPOOL,), "both": ("/etc", SPOOL)}

@@ -17,11 +17,14 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 PAGE, BUILD = TOP / "docs/reliability.md", TOP / "build/release"
 QVMAILCTL, INJECT = BUILD / "qvmailctl/qvmailctl", BUILD / "tests/inject"
+PLAIN_CALL = BUILD / "tests/plain_call"
 WORLD = [TOP / "scripts/private-world", "python3"]
 SUITES = {
     "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "1", QVMAILCTL, INJECT],
     "faults.mysql": [*WORLD, TOP / "tests/faults_test.py", "mysql", "1", QVMAILCTL, INJECT],
     "power_cuts": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
+    "plain_calls.files": [*WORLD, TOP / "tests/plain_calls_test.py", "files", "1", QVMAILCTL, INJECT, PLAIN_CALL],
+    "plain_calls.mysql": [*WORLD, TOP / "tests/plain_calls_test.py", "mysql", "1", QVMAILCTL, INJECT, PLAIN_CALL],
     "races": [*WORLD, TOP / "tests/races_test.py", QVMAILCTL, "--wait", "60"]}
 ROW = re.compile(r"^\| `(.+)` \|.*$", re.M)
 MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)

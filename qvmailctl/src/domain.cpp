@@ -6,6 +6,7 @@
 #include "Results.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace
 {
@@ -42,6 +43,11 @@ Answer add(Host& host, const Given& given)
             return;
         warnOfOwnNames({first.domain});
 
+        // A table would list a half-made one twice.
+        if (host.read(domainAlone(first.domain), Domains).hosts(first.domain))
+            conclude(host, host.library.Postfix_VHostFile(first.domain, "RmvDomain"),
+                     {PostfixResult::Done},
+                     "the domain " + first.domain + " could not be listed anew");
         // The library's call takes a clear password, of which it would leave copies.
         conclude(host,
                  host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
@@ -61,8 +67,11 @@ Answer add(Host& host, const Given& given)
 // False when there is nothing of it, and that is all right (--if-there).
 bool mayRemove(const Host& host, const Hosting& hosting, const std::string& domain)
 {
-    // What an interrupted deletion left may have mailboxes and no entry in the list.
-    if (hosting.hosts(domain) || !hosting.mailboxes.empty() || !hosting.aliases.empty())
+    // What an interrupted deletion left may be any part of it, and its mail alone.
+    const std::filesystem::path tree = VSPOOLDIR "/" + domain;
+    if (hosting.hosts(domain) || !hosting.mailboxes.empty() || !hosting.aliases.empty() ||
+        !hosting.quotas.empty() || !hosting.catchAllOf(domain).empty() ||
+        std::filesystem::exists(std::filesystem::symlink_status(tree)))
         return true;
     missing(host, "the domain " + domain + " is not hosted here");
     return false;

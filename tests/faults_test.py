@@ -31,7 +31,8 @@ BACKEND, SAMPLE, QVMAILCTL, INJECT = sys.argv[1:5]
 EVERY, SEED = map(int, f"{SAMPLE}+0".split("+")[:2])
 ETC, SPOOL, LIST, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quorvel.conf")
 NOTHING_CHANGED = 64, 65, 67, 69, 73, 74, 75, 77, 78  # exit statuses
-DONE_ALREADY = 67, 73  # a repeated deletion or addition
+EXISTS = 73
+DONE_ALREADY = 67, EXISTS  # a repeated deletion or addition
 POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
 TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
 SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$|\.aside-")  # what a change may leave
@@ -280,6 +281,19 @@ class Faults(Interruptions):
 
     def test_killed_and_the_next_command_too(self):
         self.interrupted("kill", twice=True)
+
+    def test_the_next_owner_does_not_see_former_mail(self):
+        mail, here = SPOOL / "ab.test/mail/home/dba@ab.test/folder", world(NO_QUOTA_FIELDS)
+        for point in itertools.count(1 + SEED % EVERY, EVERY):
+            here.restore()
+            deleted = qvmailctl("domain delete ab.test --yes", (INJECT, "kill", str(point)))
+            qvmailctl("domain add ab.test a")
+            added = qvmailctl("mailbox add dba@ab.test")
+            self.assertIn(added.returncode, (0, EXISTS), added.stderr)
+            self.assertNotEqual(added.returncode == 0, mail.exists(), f"killed at {point}")
+            if "inject: " not in deleted.stderr:
+                break
+            COUNTS["kill"] += 1
 
     def test_each_change_fails(self):
         self.interrupted("ENOSPC", "EIO", "EACCES", "EMFILE")

@@ -16,7 +16,6 @@ inline Answer answerOf(const Object& object, const Given& given, const Options& 
     Host host(options);
     try {
         Answer answer = object.actions.front().run(host, given);
-        finishChange(host);
         return answer.result.is_null() ? host.changes.answer(options.dryRun) : answer;
     } catch (const Stop& refusal) {
         return {{}, {}, refusal.status, refusal.sentence};

@@ -38,7 +38,7 @@ int updatePassword(PostfixManager& manager, const std::string& mailbox, const st
         return PostfixResult::Failed;
     std::cout << "cp1" << std::endl;
     rewriteAccounts(
-        PasswordWriter, [&](const std::string& name) { return equalIgnoringCase(name, mailbox); },
+        PasswordWriter, [&](std::string_view name) { return equalIgnoringCase(name, mailbox); },
         [&](std::string_view line) {
             // A fresh salt for each line.
             std::optional<std::string> newLine = withPassword(line, *hashOf(password));
@@ -85,7 +85,7 @@ int updateUserType(PostfixManager& manager, const std::string& mailbox, bool isA
     const std::string flag = isAdmin ? "1" : "0";
 
     // Anywhere in the name, on purpose, unlike a password's change.
-    const auto isMine = [&](const std::string& name) { return standsFor(name, name, mailbox); };
+    const auto isMine = [&](std::string_view name) { return standsFor(name, name, mailbox); };
     if (!rewriteAccounts(UserTypeWriter, isMine,
                          [&](std::string_view line) { return withGroup(line, gid); }))
         return PostfixResult::Failed;

@@ -61,14 +61,14 @@ void closeAppended(FILE* stream, const std::string& file, bool isWritten)
 }
 
 bool rewriteAccounts(const MapVariant& variant,
-                     const std::function<bool(const std::string& name)>& isMine,
+                     const std::function<bool(std::string_view name)>& isMine,
                      const std::function<std::optional<std::string>(std::string_view)>& edited)
 {
-    std::string name;
+    bool isPicked = isMine({});
     return rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
         if (!line.empty())
-            name = accountName(line);
-        if (!isMine(name))
+            isPicked = isMine(accountName(line));
+        if (!isPicked)
             newFile.writeLine(line);
         else if (const std::optional<std::string> newLine = edited(line))
             newFile.writeLine(*newLine);

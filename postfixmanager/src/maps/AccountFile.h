@@ -25,7 +25,7 @@ void closeAppended(FILE* stream, const std::string& file, bool isWritten);
 // it, on purpose: so it is copied, or edited like that line, and one more stands at the file's end.
 // False when the file cannot be opened.
 bool rewriteAccounts(const MapVariant& variant,
-                     const std::function<bool(const std::string& name)>& isMine,
+                     const std::function<bool(std::string_view name)>& isMine,
                      const std::function<std::optional<std::string>(std::string_view)>& edited);
 
 // The line of vshadow with another password field; nothing for a line without one, which a

@@ -27,8 +27,9 @@ void storeInTables(SqlTransaction& database, const Hashes& hashes)
     }
 }
 
-std::string inLowerCase(std::string text)
+std::string inLowerCase(std::string_view name)
 {
+    std::string text(name);
     for (char& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
@@ -46,7 +47,7 @@ void storeInFile(const Hashes& hashes)
         wanted[inLowerCase(address)].hash = hash;
 
     Wanted* mine = nullptr;
-    const auto isMine = [&](const std::string& name) {
+    const auto isMine = [&](std::string_view name) {
         const auto found = wanted.find(inLowerCase(name));
         mine = found == wanted.end() ? nullptr : &found->second;
         return mine != nullptr;

@@ -67,7 +67,7 @@ bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
             stop(Status::Exists, "the mailbox " + address.text + " exists already");
         return false;
     }
-    if (!host.settings.usesSql && host.library.Postfix_IsMailboxExists(address.text))
+    if (!hosting.mailboxes.empty())
         stop(Status::Exists,
              "the mailbox " + address.text + " exists already, with capital letters");
     requireFree(host, hosting, address);

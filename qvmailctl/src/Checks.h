@@ -15,6 +15,7 @@ void requireHomes(const std::string& domain);
 // Whether the mailbox may be made. False when it is there and that is all right (--if-missing). Ends
 // the command when the address is taken, or when something left over or similar would keep the new
 // mailbox from being written, from getting its mail, or would give it another's.
+// hosting: what is there of the address in any letters.
 bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address);
 
 // The same of an address that has no mailbox, but for one in capital letters: ends the command.

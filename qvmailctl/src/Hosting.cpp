@@ -93,8 +93,9 @@ void readAccounts(Hosting& hosting, const Wanted& wanted, const std::string& tex
         hosting.mailboxes[std::string(accountName(line))].isInShadow = false;
         return afterLineOf(wanted);
     });
-    readMap(VSHADOWFILE, text, [&](std::string_view line) {
-        if (!isWanted(wanted, accountName(line)))
+    readMap(VSHADOWFILE, wanted.anyLetters ? "" : text, [&](std::string_view line) {
+        if (!isWanted(wanted, accountName(line)) &&
+            !(wanted.anyLetters && equalIgnoringCase(accountName(line), wanted.address)))
             return GoOn;
         const auto [place, isNew] = hosting.mailboxes.try_emplace(std::string(accountName(line)));
         Mailbox& mailbox = place->second;
@@ -294,6 +295,13 @@ void requireNoEmptyLink(const std::string& map)
     if (leadsNowhere(map))
         stop(Status::NotWritten,
              map + " cannot be read: it is a link, and nothing is where it leads");
+}
+
+Wanted inAnyLetters(const Address& address)
+{
+    Wanted wanted = addressAlone(address);
+    wanted.anyLetters = true;
+    return wanted;
 }
 
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts)

@@ -69,10 +69,12 @@ struct Wanted {
     std::string domain = {};
     std::string address = {};
     bool forwarders = false; // of an address: also the entries that lead to it
+    bool anyLetters = false; // of an address: also a mailbox of it with other capital letters
 };
 Wanted everything();
 Wanted domainAlone(const std::string& domain);
 Wanted addressAlone(const Address& address);
+Wanted inAnyLetters(const Address& address); // the library takes such mailboxes for one
 
 // Ends the command when the map is a link that leads nowhere.
 void requireNoEmptyLink(const std::string& map);

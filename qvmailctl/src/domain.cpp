@@ -14,8 +14,7 @@ namespace
 // Whether the domain may be made with that first mailbox; see mayAddMailbox.
 bool mayAdd(Host& host, const Address& first)
 {
-    const Hosting hosting =
-        host.read(domainAlone(first.domain), Domains | Accounts | Quotas | Aliases);
+    const Hosting hosting = host.read(domainAlone(first.domain), Domains | Accounts);
     // One that is listed without a mailbox is what an interrupted creation leaves: it goes on.
     if (!hosting.mailboxes.empty()) {
         if (host.options.ifMissing && hosting.hosts(first.domain))
@@ -25,7 +24,7 @@ bool mayAdd(Host& host, const Address& first)
                                  "add " +
                                  first.text + "\"");
     }
-    return mayAddMailbox(host, hosting, first);
+    return mayAddMailbox(host, host.read(inAnyLetters(first), Accounts | Quotas | Aliases), first);
 }
 
 Answer add(Host& host, const Given& given)

@@ -13,7 +13,7 @@ namespace
 
 bool mayAdd(Host& host, const Address& address)
 {
-    const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Quotas | Aliases);
+    const Hosting hosting = host.read(inAnyLetters(address), Domains | Accounts | Quotas | Aliases);
     requireHosted(hosting, address.domain);
     requireHomes(address.domain);
     return mayAddMailbox(host, hosting, address);
@@ -53,8 +53,8 @@ Answer setPassword(Host& host, const Given& given)
     change(host, [&] {
         const Hosting hosting = host.read(addressAlone(address), Accounts);
         const bool isEnabled = requireMailbox(hosting, address.text).isEnabled();
-        writeHashes(host, {{address.text, (isEnabled ? "" : std::string(1, DisabledMark)) +
-                                              password.hash()}});
+        writeHashes(host, {{address.text,
+                            (isEnabled ? "" : std::string(1, DisabledMark)) + password.hash()}});
         host.changes.changed(Kind::Mailbox, address.text, "password");
     });
     return {};

@@ -22,14 +22,16 @@ CREATE TABLE virtual_domains (
 ) ENGINE=InnoDB DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
 
 -- One row for each mailbox. "email" is unique: with two rows Dovecot refuses every login, and the sums
--- of quotas count twice. "quota" is in bytes, 0 for no limit.
+-- of quotas count twice. "quota" is in bytes, 0 for no limit; its key answers whether any mailbox is
+-- without one.
 CREATE TABLE virtual_users (
   email VARCHAR(320) NOT NULL,
   password VARCHAR(128) NOT NULL,
   quota BIGINT NOT NULL DEFAULT 0,
   id BIGINT UNSIGNED NOT NULL AUTO_INCREMENT INVISIBLE,
   PRIMARY KEY (id),
-  UNIQUE KEY email (email)
+  UNIQUE KEY email (email),
+  KEY quota (quota)
 ) ENGINE=InnoDB DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
 
 -- One row for each address and one of its destinations: forwarders, the members of lists, the mailbox

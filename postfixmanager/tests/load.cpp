@@ -193,6 +193,7 @@ static std::vector<std::string> namesIn(const std::string& text, const std::stri
 template <class Map> static std::vector<std::string> keysOf(const Map& map)
 {
     std::vector<std::string> keys;
+    keys.reserve(map.size());
     for (const auto& [key, value] : map)
         keys.push_back(key);
     return keys;

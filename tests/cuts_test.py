@@ -115,9 +115,7 @@ class Proxy(threading.Thread):
         self.begin(0, "")
 
 
-class Cuts(unittest.TestCase):
-    setUp, tearDown, outcome = faults.Faults.setUp, faults.Faults.tearDown, faults.Faults.outcome
-
+class Cuts(faults.Interruptions):
     def interrupted(self, all_words, kinds, attempt):
         """Each command at each packet in each way, or a part of these."""
         for number, words in enumerate(all_words):

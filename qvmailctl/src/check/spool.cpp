@@ -200,7 +200,8 @@ Finding treeOf(const std::string& domain)
     return {"tree-without-domain", path, domain, "is of " + domain + ", which is not hosted",
             "host it with \"qvmailctl domain add " + domain +
                 " USER --take-over\", import its accounts if they are still elsewhere "
-                "(docs/moving.md), or move it away"};
+                "(docs/moving.md), or remove it with \"qvmailctl domain delete " +
+                domain + "\""};
 }
 
 std::map<std::string, Addresses> mailboxesByDomain(const Hosting& hosting)

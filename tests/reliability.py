@@ -17,7 +17,7 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 PAGE, BUILD = TOP / "docs/reliability.md", TOP / "build/release"
 QVMAILCTL, INJECT = BUILD / "qvmailctl/qvmailctl", BUILD / "tests/inject"
-PLAIN_CALL = BUILD / "tests/plain_call"
+PLAIN_CALL, PANEL = BUILD / "tests/plain_call", BUILD / "tests/panel"
 WORLD = [TOP / "scripts/private-world", "python3"]
 SUITES = {
     "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "1", QVMAILCTL, INJECT],
@@ -25,6 +25,12 @@ SUITES = {
     "power_cuts": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
     "plain_calls.files": [*WORLD, TOP / "tests/plain_calls_test.py", "files", "1", QVMAILCTL, INJECT, PLAIN_CALL],
     "plain_calls.mysql": [*WORLD, TOP / "tests/plain_calls_test.py", "mysql", "1", QVMAILCTL, INJECT, PLAIN_CALL],
+    # A third of the packets, in 20 minutes, and a ninth: each silence takes as long as the time limit.
+    "cuts.cut": [*WORLD, TOP / "tests/cuts_test.py", "3", QVMAILCTL, "cut"],
+    "cuts.silence": [*WORLD, TOP / "tests/cuts_test.py", "9", QVMAILCTL, "silence"],
+    "load.files": [*WORLD, TOP / "tests/load_test.py", "files", "200", QVMAILCTL, PANEL],
+    "load.mysql": [*WORLD, TOP / "tests/load_test.py", "mysql", "200", QVMAILCTL, PANEL],
+    "Load": ["env", "LOAD=10000", WORLD[0], BUILD / "postfixmanager/tests/postfixmanager-tests", "--gtest_filter=Load.*"],
     "races": [*WORLD, TOP / "tests/races_test.py", QVMAILCTL, "--wait", "60"]}
 ROW = re.compile(r"^\| `(.+)` \|.*$", re.M)
 MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)

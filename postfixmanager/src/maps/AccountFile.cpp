@@ -64,7 +64,7 @@ bool rewriteAccounts(const MapVariant& variant,
                      const std::function<bool(std::string_view name)>& isMine,
                      const std::function<std::optional<std::string>(std::string_view)>& edited)
 {
-    bool isPicked = isMine({});
+    bool isPicked = isMine("");
     return rewriteMap(variant, [&](std::string_view line, MapWriter& newFile) {
         if (!line.empty())
             isPicked = isMine(accountName(line));

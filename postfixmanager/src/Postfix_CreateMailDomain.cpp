@@ -1,5 +1,7 @@
 #include "CallConvention.h"
 #include "maps/MapRewrite.h"
+#include "system/DomainTree.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 
@@ -21,8 +23,7 @@ struct FirstMailbox {
 
     FirstMailbox(const std::string& domain, const std::string& user,
                  const std::string& clearPassword, const passwd& owner)
-        : address(user + "@" + domain), home(VSPOOLDIR "/" + domain + "/mail/home/" + address),
-          password(clearPassword)
+        : address(user + "@" + domain), home(homeOf(domain, address)), password(clearPassword)
     {
         password.resize(std::max(password.size(), PasswordBufferSize));
 
@@ -66,7 +67,7 @@ int PostfixManager::Postfix_CreateMailDomain(std::string DomainName, std::string
     if (ErrNo != PostfixResult::Done)
         return PostfixResult::DomainNotCreated;
 
-    const passwd* const owner = getpwnam("qvadmin");
+    const passwd* const owner = getpwnam(MailOwner);
     if (owner == nullptr)
         return PostfixResult::DomainNotCreated;
     FirstMailbox mailbox(DomainName, UserName, Passwd, *owner);

@@ -2,6 +2,7 @@
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
 #include "PasswordHash.h"
+#include "QuotaText.h"
 #include "stage/Effects.h"
 #include "system/DomainTree.h"
 
@@ -12,7 +13,7 @@ bool recordInFiles(PostfixManager& manager, SvpopUser* record, const std::string
                    const std::string& user, const std::string& quota)
 {
     const std::string address = user + "@" + domain;
-    const bool hasQuota = quota != "-1";
+    const bool hasQuota = quota != UnlimitedQuota;
     // Kept: the record may be one that getpwnam returned, and the look-ups below overwrite it.
     const std::string home = record->Password->pw_dir;
 
@@ -49,7 +50,7 @@ bool recordInDatabase(const PostfixManager& manager, SvpopUser* record, const st
     if (!hashPassword(hash))
         return false;
     if (!sql.execute("insert into virtual_users values ('" + address + "','" + hash + "'," +
-                     (quota == "-1" ? "0" : quota) + ")"))
+                     quotaInDatabase(quota) + ")"))
         return false;
     // The self row: without it the domain's catch-all, an alias too, would take the mailbox's mail.
     sql.executeUnannounced("insert into virtual_aliases values ('" + address + "','" + address +
@@ -72,7 +73,7 @@ int PostfixManager::Postfix_CreateMailbox(SvpopUser* vpopUserData, std::string D
     if (!recorded)
         return PostfixResult::MailboxNotCreated;
 
-    if (!makeSpoolDirectory(VSPOOLDIR "/" + DomainName + "/mail/home/" + address, 02775, HomeMode))
+    if (!makeSpoolDirectory(homeOf(DomainName, address), 02775, HomeMode))
         return PostfixResult::Failed;
     return PostfixResult::MailboxCreated;
 }

@@ -1,6 +1,7 @@
 #include "CallConvention.h"
 #include "maps/MapLines.h"
 #include "maps/MapRewrite.h"
+#include "system/SystemAccounts.h"
 
 #include <grp.h>
 
@@ -14,5 +15,5 @@ int PostfixManager::Postfix_DeleteMailboxUser(std::string UserName, const char* 
             newFile.writeLine(line);
     });
     // The lines are gone all the same.
-    return getgrnam("qvadmin") == nullptr ? PostfixResult::GroupUnknown : PostfixResult::Done;
+    return getgrnam(MailOwner) == nullptr ? PostfixResult::GroupUnknown : PostfixResult::Done;
 }

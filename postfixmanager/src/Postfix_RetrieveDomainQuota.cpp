@@ -1,4 +1,5 @@
 #include "CallConvention.h"
+#include "QuotaText.h"
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
 
@@ -59,7 +60,7 @@ int totalFromMap(const std::string& domain, long long& total)
         if (!entry || entry->domain != domain)
             continue;
         found = true;
-        if (entry->quota == "-1") {
+        if (entry->quota == UnlimitedQuota) {
             std::cout << "Unlimited Qouta set" << std::endl;
             bytes = -1;
             break;

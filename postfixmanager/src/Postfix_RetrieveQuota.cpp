@@ -1,4 +1,5 @@
 #include "CallConvention.h"
+#include "QuotaText.h"
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
 
@@ -7,18 +8,16 @@
 namespace
 {
 
-constexpr const char* Unlimited = "-1";
-
 std::string retrieveFromDatabase(const PostfixManager& manager, const std::string& user)
 {
     SqlCall sql = connectSql(manager);
     if (!sql.isConnected())
-        return Unlimited;
+        return UnlimitedQuota;
 
     std::optional<std::string> quota;
     if (!sql.readFirstRow("select quota from virtual_users where email = '" + user + "'", quota))
         std::cout << "No mailbox found" << std::endl;
-    return !quota || *quota == "0" ? Unlimited : *quota;
+    return !quota || *quota == "0" ? UnlimitedQuota : *quota;
 }
 
 // Of the line, what its first tab begins, the tab included, on purpose: hosts trim it.
@@ -29,7 +28,7 @@ std::string retrieveFromMap(const std::string& user)
     while (map.nextLine(line))
         if (standsFor(line, mapKey(line), user))
             return std::string(line.substr(textBefore(line, '\t').size()));
-    return Unlimited;
+    return UnlimitedQuota;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "CallConvention.h"
 #include "maps/MapEntries.h"
 #include "maps/MapLines.h"
+#include "system/DomainTree.h"
 
 #include <iostream>
 
@@ -25,7 +26,7 @@ int updateDatabase(PostfixManager& manager, const std::string& domain, const std
 int updateMap(const std::string& domain, const std::string& user)
 {
     const std::string key = "@" + domain;
-    const std::string entry = key + " " + domain + "/mail/inbox/" + user + key;
+    const std::string entry = key + " " + inboxOf(domain, user + key);
 
     backUpIfThere(VMAPSFILE, CatchAllWriter.backupSuffix);
     const LineTest isMine = [&](std::string_view line) { return isKeyedBy(line, key); };

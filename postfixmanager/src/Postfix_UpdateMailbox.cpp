@@ -4,6 +4,7 @@
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
 #include "stage/Effects.h"
+#include "system/SystemAccounts.h"
 
 #include <iostream>
 
@@ -78,7 +79,7 @@ std::string withFlag(std::string_view line, const std::string& flag)
 
 int updateUserType(PostfixManager& manager, const std::string& mailbox, bool isAdmin)
 {
-    const group* const system = getgrnam(isAdmin ? "mail" : "qvadmin");
+    const group* const system = getgrnam(isAdmin ? MailReaders : MailOwner);
     if (system == nullptr)
         return PostfixResult::Failed;
     const std::string gid = std::to_string(system->gr_gid);

@@ -1,6 +1,7 @@
 #include "CallConvention.h"
 #include "maps/MapEntries.h"
 #include "maps/MapLines.h"
+#include "system/DomainTree.h"
 
 namespace
 {
@@ -23,7 +24,7 @@ int PostfixManager::Postfix_VMaps(std::string UserName, std::string DomainName, 
 
     if (Task == "AddUser") {
         const std::string address = UserName + "@" + DomainName;
-        const std::string entry = address + " " + DomainName + "/mail/inbox/" + address;
+        const std::string entry = address + " " + inboxOf(DomainName, address);
         if (addEntry(MailboxMapWriter, address, holds(address), entry) == Added::No)
             return PostfixResult::Done;
     } else if (Task == "RmvUser") {

@@ -1,6 +1,7 @@
 #include "CallConvention.h"
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
+#include "QuotaText.h"
 #include "maps/MapEntries.h"
 #include "maps/MapLines.h"
 
@@ -20,7 +21,7 @@ int changeInDatabase(const PostfixManager& manager, const std::string& mailbox,
         value = "0";
         done = PostfixResult::Done;
     } else if (action == "UpdateQuota") {
-        value = quota == "-1" ? "0" : quota;
+        value = quotaInDatabase(quota);
         done = PostfixResult::QuotaUpdated;
     } else {
         sql.leaveOpen();

@@ -3,7 +3,10 @@
 #include "DovecotManager.h"
 #include "MapFiles.h"
 #include "Passwords.h"
+#include "QuotaText.h"
 #include "Results.h"
+#include "system/DomainTree.h"
+#include "system/SystemAccounts.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -14,9 +17,9 @@ namespace
 
 // Looked up once: an import makes thousands of mailboxes. beginChange has seen that they are there.
 struct Owners {
-    uid_t user = getpwnam("qvadmin")->pw_uid;
-    gid_t groupOfUsers = getpwnam("qvadmin")->pw_gid;
-    gid_t groupOfAdmins = getgrnam("mail")->gr_gid;
+    uid_t user = getpwnam(MailOwner)->pw_uid;
+    gid_t groupOfUsers = getpwnam(MailOwner)->pw_gid;
+    gid_t groupOfAdmins = getgrnam(MailReaders)->gr_gid;
 };
 
 // A mailbox's account as the library takes it. The strings that the record points to live beside it.
@@ -32,7 +35,7 @@ struct AccountRecord {
     SvpopUser record = {};
 
     AccountRecord(const Address& address, char* password, Mailbox::Type type)
-        : name(address.text), home(VSPOOLDIR "/" + address.domain + "/mail/home/" + address.text)
+        : name(address.text), home(homeOf(address.domain, address.text))
     {
         static const Owners owners;
         const bool isAdmin = type == Mailbox::Admin;
@@ -152,5 +155,5 @@ void removeCatchAll(Host& host, const std::string& domain)
 
 std::string libraryText(const Quota& quota)
 {
-    return quota ? std::to_string(*quota) : "-1";
+    return quota ? std::to_string(*quota) : UnlimitedQuota;
 }

@@ -7,6 +7,7 @@
 #include "Programs.h"
 #include "Results.h"
 #include "maps/MapLines.h"
+#include "system/DomainTree.h"
 
 #include <algorithm>
 
@@ -52,7 +53,7 @@ const Mailbox& requireMailbox(const Hosting& hosting, const std::string& address
 
 void requireHomes(const std::string& domain)
 {
-    const std::string homes = VSPOOLDIR "/" + domain + "/mail/home";
+    const std::string homes = VSPOOLDIR "/" + domain + HomeDirectory;
     if (!isThere(homes))
         stop(Status::NotFit, "the directory " + homes +
                                  " is missing, so the mailbox would get no home; is the spool "

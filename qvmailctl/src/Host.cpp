@@ -8,6 +8,7 @@
 #include "Programs.h"
 #include "Results.h"
 #include "maps/MapVariants.h"
+#include "system/SystemAccounts.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -32,7 +33,7 @@ const Options& onlyForRoot(const Options& options)
 
 void requireAccounts()
 {
-    for (const char* const name : {"mail", "qvadmin"})
+    for (const char* const name : {MailReaders, MailOwner})
         if (getpwnam(name) == nullptr || getgrnam(name) == nullptr)
             stop(Status::NotFit, "the system account or group \"" + std::string(name) +
                                      "\", which mail files belong to, is missing; add it with "

@@ -7,6 +7,7 @@
 #include "stage/Effects.h"
 #include "stage/Stage.h"
 #include "system/RegularFile.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -37,7 +38,7 @@ FILE* openLockedForAppend(const std::string& file)
     Stage* const stage = openStage();
     FILE* stream = nullptr;
     // Not by getpwnam: the record to be written may be the very one that it returned to the host.
-    if (stage == nullptr ? ownershipApart("root", "mail") : knownOwner("root", "mail")) {
+    if (stage == nullptr ? ownershipApart("root", MailReaders) : knownOwner("root", MailReaders)) {
         const std::string path = stage == nullptr ? file : stage->mapToChange(file);
         const int descriptor = openRegular(path, O_RDWR | O_CREAT, 0640);
         if (descriptor >= 0 && lockWholeFile(descriptor))

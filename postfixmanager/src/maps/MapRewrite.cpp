@@ -8,6 +8,7 @@
 #include "stage/Stage.h"
 #include "system/RegularFile.h"
 #include "system/Shell.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,11 +29,11 @@ bool giveToNewOwner(const std::string& path, NewOwner owner)
 {
     switch (owner) {
     case GroupOfMail:
-        return giveTo(path, "root", "mail");
+        return giveTo(path, "root", MailReaders);
     case GroupOfQvadmin:
-        return giveTo(path, "root", "qvadmin");
+        return giveTo(path, "root", MailOwner);
     case CallerAndQvadmin: {
-        const group* const own = getgrnam("qvadmin");
+        const group* const own = getgrnam(MailOwner);
         return own != nullptr && chown(path.c_str(), getuid(), own->gr_gid) == 0;
     }
     case OwnerAsCreated:

@@ -41,7 +41,7 @@ void reloadPostfix()
 bool makeSpoolDirectory(const std::string& path, mode_t madeWith, mode_t mode)
 {
     Stage* const stage = openStage();
-    const std::optional<Ownership> owner = knownOwner("qvadmin", "mail");
+    const std::optional<Ownership> owner = knownOwner(MailOwner, MailReaders);
     if (!owner) {
         if (stage != nullptr)
             stage->fail("the system account \"qvadmin\" or \"mail\" is missing");

@@ -1,8 +1,15 @@
-// The directories of a domain below the spool.
+// The directories of a domain below the spool, and what is in them for a mailbox.
 #ifndef QV_DOMAINTREE_H
 #define QV_DOMAINTREE_H
 
+#include "MapFiles.h"
+
+#include <string>
+
 #include <sys/types.h>
+
+inline constexpr const char* InboxDirectory = "/mail/inbox"; // below the domain's own
+inline constexpr const char* HomeDirectory = "/mail/home";
 
 struct TreeDirectory {
     const char* path; // below the domain's own
@@ -15,11 +22,22 @@ struct TreeDirectory {
 inline constexpr TreeDirectory DomainTree[] = {
     {"", 02775, 0775},
     {"/mail", 02775, 02775},
-    {"/mail/inbox", 02777, 02777},
-    {"/mail/home", 02775, 02775},
+    {InboxDirectory, 02777, 02777},
+    {HomeDirectory, 02775, 02775},
     {"/mail/home/oldaccounts", 02775, 02775},
 };
 
-inline constexpr mode_t HomeMode = 02777; // of a mailbox's home, in mail/home
+inline constexpr mode_t HomeMode = 02777; // of a mailbox's home
+
+inline std::string homeOf(const std::string& domain, const std::string& address)
+{
+    return VSPOOLDIR "/" + domain + HomeDirectory + "/" + address;
+}
+
+// As the mailbox map names it: below the spool.
+inline std::string inboxOf(const std::string& domain, const std::string& address)
+{
+    return domain + InboxDirectory + "/" + address;
+}
 
 #endif

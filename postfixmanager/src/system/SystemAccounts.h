@@ -5,6 +5,10 @@
 
 #include <sys/types.h>
 
+// The account that mail belongs to, and the one whose primary group the mail servers' processes have.
+inline constexpr const char* MailOwner = "qvadmin";
+inline constexpr const char* MailReaders = "mail";
+
 // A user id and a group id, looked up in the system's accounts at the moment of asking.
 struct Ownership {
     uid_t user;

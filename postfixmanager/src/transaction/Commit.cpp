@@ -6,6 +6,7 @@
 #include "stage/CheckedFiles.h"
 #include "system/Shell.h"
 #include "system/SpoolTree.h"
+#include "system/SystemAccounts.h"
 #include "transaction/Changes.h"
 #include "transaction/StageDirectory.h"
 
@@ -167,7 +168,7 @@ void makeDirectories(Journal& journal, const Stage& stage)
 {
     if (stage.directoriesToMake().empty())
         return;
-    const std::optional<Ownership> owner = ownershipOf("qvadmin", "mail");
+    const std::optional<Ownership> owner = ownershipOf(MailOwner, MailReaders);
     if (!owner)
         refuse("the system account \"qvadmin\" or \"mail\" is missing");
 

@@ -5,6 +5,7 @@
 
 #include "Paths.h"
 #include "system/Refusal.h"
+#include "system/SystemAccounts.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -75,7 +76,7 @@ void checkMapDirectory(Findings& findings)
 // servers pass it by their group.
 void checkSpoolDirectory(const MailServers& servers, Findings& findings)
 {
-    const group* const mail = getgrnam("mail");
+    const group* const mail = getgrnam(MailReaders);
     const std::optional<PathFacts> facts = factsOfDirectory(VSPOOLDIR, findings);
     if (!facts || mail == nullptr)
         return; // told elsewhere
@@ -104,20 +105,20 @@ void checkSpoolDirectory(const MailServers& servers, Findings& findings)
 
 void checkAccounts(const MailServers& servers, Findings& findings)
 {
-    for (const char* const name : {"mail", "qvadmin"})
+    for (const char* const name : {MailReaders, MailOwner})
         if (getpwnam(name) == nullptr || getgrnam(name) == nullptr)
             findings.push_back({"account-missing", "/etc/passwd", name,
                                 "the system account or group " + std::string(name) +
                                     " is missing, and all mail belongs to it",
                                 "\"qvmailctl init\" adds it"});
-    const passwd* const owner = getpwnam("qvadmin");
+    const passwd* const owner = getpwnam(MailOwner);
     if (owner == nullptr)
         return;
     const auto lowest =
         static_cast<uid_t>(std::atoi(servers.dovecotSetting("first_valid_uid").c_str()));
     if (owner->pw_uid == 0 || owner->pw_uid < lowest)
         findings.push_back(
-            {"account-id", "/etc/passwd", "qvadmin",
+            {"account-id", "/etc/passwd", MailOwner,
              "qvadmin has the user id " + std::to_string(owner->pw_uid) +
                  (owner->pw_uid == 0 ? ", which is root's: mail would be delivered as root"
                                      : ", below first_valid_uid of Dovecot, which refuses it"),

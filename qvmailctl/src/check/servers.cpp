@@ -7,6 +7,7 @@
 #include "Programs.h"
 #include "maps/LineReader.h"
 #include "maps/MapLines.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 #include <set>
@@ -97,7 +98,7 @@ void readDovecot(MailServers& servers)
 // Of the group that passes the spool.
 std::string numberOfMail()
 {
-    const group* const mail = getgrnam("mail");
+    const group* const mail = getgrnam(MailReaders);
     return mail == nullptr ? "" : std::to_string(mail->gr_gid);
 }
 
@@ -331,7 +332,7 @@ bool MailServers::dovecotPassesSpool() const
 {
     const std::string gid = dovecotSetting("mail_gid");
     const bool hasOwnGroups = contains(userdb, VPASSWDFILE) && !contains(userdb, "gid=mail");
-    return dovecot.empty() || ((gid == "mail" || gid == numberOfMail()) && !hasOwnGroups);
+    return dovecot.empty() || ((gid == MailReaders || gid == numberOfMail()) && !hasOwnGroups);
 }
 
 std::string MailServers::postfixSetting(const std::string& name) const

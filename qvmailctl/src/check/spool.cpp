@@ -7,6 +7,7 @@
 #include "Output.h"
 #include "Paths.h"
 #include "system/DomainTree.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 #include <set>
@@ -187,9 +188,9 @@ void checkTree(const Spool& spool, const std::string& domain, const Addresses& m
         const bool isReached = part.empty() || unfit.count(holder) == 0;
         if (!isReached || !checkDirectory(spool, wanted, part.empty(), domain))
             unfit.insert(part);
-        else if (part == "/mail/inbox")
+        else if (part == InboxDirectory)
             checkInboxes(spool, path, orphans);
-        else if (part == "/mail/home")
+        else if (part == HomeDirectory)
             checkHomes(spool, path, mailboxes, orphans);
     }
 }
@@ -224,7 +225,7 @@ bool areAllTreesGone(const Hosting& hosting)
 
 void checkSpool(const Hosting& hosting, Findings& findings)
 {
-    const Spool spool = {hosting, ownershipApart("qvadmin", "mail"), findings};
+    const Spool spool = {hosting, ownershipApart(MailOwner, MailReaders), findings};
     std::map<std::string, Addresses> mailboxes = mailboxesByDomain(hosting);
     const bool isMissing = !isThere(VSPOOLDIR);
     if (isMissing || (!mailboxes.empty() && areAllTreesGone(hosting))) {

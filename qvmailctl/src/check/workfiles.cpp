@@ -8,6 +8,7 @@
 #include "maps/LineReader.h"
 #include "maps/MapVariants.h"
 #include "system/Refusal.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -82,7 +83,7 @@ void publish(const std::string& map, Mending& mending)
 
 void takePlace(const std::string& workFile, const std::string& map, Mending& mending)
 {
-    giveRights(workFile, ownershipApart("root", "mail").value_or(Ownership{0, 0}), MapMode);
+    giveRights(workFile, ownershipApart("root", MailReaders).value_or(Ownership{0, 0}), MapMode);
     moveAside(workFile, map);
     publish(map, mending);
 }

@@ -4,6 +4,7 @@
 #define QVMAILCTL_INIT_FILES_H
 
 #include "init/Setup.h"
+#include "system/SystemAccounts.h"
 
 #include <string>
 
@@ -18,7 +19,7 @@ constexpr Readers RootAlone = {0600, nullptr};
 
 // Who may pass a directory.
 constexpr Readers ForAll = {0755, nullptr};
-constexpr Readers ForGroupMail = {0710, "mail"}; // the mail servers' processes for mailboxes
+constexpr Readers ForGroupMail = {0710, MailReaders}; // the mail servers' processes for mailboxes
 
 bool isFile(const std::string& path);
 

@@ -6,6 +6,7 @@
 #include "Programs.h"
 #include "Results.h"
 #include "init/Files.h"
+#include "system/SystemAccounts.h"
 
 #include <algorithm>
 
@@ -17,7 +18,6 @@ namespace
 {
 
 constexpr int Seconds = 60; // no program takes longer, but for the table of a very large map
-constexpr const char* Account = "qvadmin";
 constexpr const char* Maps[] = {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE,
                                 VMAPSFILE,   VALIASFILE,  VQUOTAFILE};
 constexpr const char* PostfixSettings = "/etc/postfix/main.cf";
@@ -68,7 +68,7 @@ void requirePackages(const Setup& setup, bool withDatabaseServer)
 
 void requireMailGroup()
 {
-    if (getpwnam("mail") == nullptr || getgrnam("mail") == nullptr)
+    if (getpwnam(MailReaders) == nullptr || getgrnam(MailReaders) == nullptr)
         stop(Status::NotFit, "the system account or group \"mail\", which mail files belong to, is "
                              "missing; every Debian has it (package base-passwd), bring it back");
 }
@@ -88,15 +88,15 @@ void requireNoLostMap()
 
 void makeAccount(Setup& setup)
 {
-    const std::string name = Account;
-    if (getgrnam(Account) != nullptr) {
+    const std::string name = MailOwner;
+    if (getgrnam(MailOwner) != nullptr) {
         setup.kept.push_back("group " + name);
     } else {
         if (!setup.dryRun)
             mustRun({"groupadd", "--system", name});
         setup.made.push_back("group " + name);
     }
-    if (getpwnam(Account) != nullptr)
+    if (getpwnam(MailOwner) != nullptr)
         return setup.kept.push_back("account " + name);
     if (!setup.dryRun)
         mustRun({"useradd", "--system", "--gid", name, "--no-create-home", "--home-dir", VSPOOLDIR,

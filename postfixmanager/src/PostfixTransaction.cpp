@@ -1,6 +1,6 @@
 #include "PostfixTransaction.h"
 
-#include "CallConvention.h"
+#include "Backend.h"
 #include "maps/MapLines.h"
 #include "maps/MapRewrite.h"
 #include "stage/SqlTransaction.h"

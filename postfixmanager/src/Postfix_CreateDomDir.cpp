@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "stage/Effects.h"
 #include "system/DomainTree.h"
 

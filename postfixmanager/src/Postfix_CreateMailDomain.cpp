@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "maps/MapRewrite.h"
 #include "system/DomainTree.h"
 #include "system/SystemAccounts.h"

@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "maps/MapEntries.h"
 #include "maps/MapLines.h"
 

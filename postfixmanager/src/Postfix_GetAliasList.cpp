@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
 

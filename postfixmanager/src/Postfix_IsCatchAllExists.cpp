@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 
 bool PostfixManager::Postfix_IsCatchAllExists(std::string DomainName)
 {

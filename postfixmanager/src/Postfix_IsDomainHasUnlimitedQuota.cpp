@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 
 // The domain is not part of the question, on purpose: one unlimited mailbox anywhere makes the
 // total of every domain unlimited.

@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 
 // A mailbox's self row is no forward.
 bool PostfixManager::Postfix_IsVAliasExists(std::string Address)

@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 
 // Any source counts, a mailbox's self row included: its address is taken.
 bool PostfixManager::Postfix_IsVListExists(std::string Address)

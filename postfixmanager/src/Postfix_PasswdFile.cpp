@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "maps/AccountFile.h"
 #include "maps/MapRewrite.h"
 

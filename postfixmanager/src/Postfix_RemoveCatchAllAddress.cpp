@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 #include "maps/MapLines.h"
 #include "maps/MapRewrite.h"
 

@@ -1,4 +1,4 @@
-#include "CallConvention.h"
+#include "Backend.h"
 #include "maps/MapLines.h"
 #include "maps/MapReader.h"
 #include "maps/MapRewrite.h"

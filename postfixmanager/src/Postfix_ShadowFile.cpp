@@ -1,6 +1,6 @@
 #include "system/LargeFilesAndDates.h"
 
-#include "CallConvention.h"
+#include "CallTrace.h"
 #include "PasswordHash.h"
 #include "maps/AccountFile.h"
 #include "maps/MapRewrite.h"

@@ -1,4 +1,5 @@
-#include "CallConvention.h"
+#include "Backend.h"
+#include "CallTrace.h"
 #include "PasswordHash.h"
 #include "maps/AccountFile.h"
 #include "maps/MapLines.h"

@@ -1,4 +1,5 @@
-#include "CallConvention.h"
+#include "Backend.h"
+#include "CallTrace.h"
 #include "maps/MapEntries.h"
 #include "maps/MapLines.h"
 

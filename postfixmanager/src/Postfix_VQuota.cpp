@@ -1,4 +1,5 @@
-#include "CallConvention.h"
+#include "Backend.h"
+#include "CallTrace.h"
 #include "DeliveryAgent.h"
 #include "DovecotManager.h"
 #include "QuotaText.h"

@@ -1,15 +1,8 @@
-#include "CallConvention.h"
+#include "Backend.h"
 
 #include <iostream>
 
 #include <strings.h>
-
-void traceCall(const PostfixManager& manager, const char* method, const VectorString& values,
-               const VectorString& names)
-{
-    manager.TrackManager->CQVMethodName(method);
-    manager.TrackManager->CQVMethodArguments(values, names);
-}
 
 bool usesSql(const PostfixManager& manager)
 {

@@ -1,13 +1,14 @@
 // The tracing interface, as far as this library uses it.
 //
-// PostfixManager calls it unasked: a host that traces nothing gives this class, never null.
+// PostfixManager never tests it for null: a host that traces nothing passes an object of this
+// class.
 //
 // This is a stand-in for the control panel's closed tracing library. A host that has the real one
 // puts that header and library in this place. A host without it uses this class as it is (nothing
 // is traced) or derives from it to record or log what each operation was asked to do.
 //
-// What the calls bring can be secret: the values of domain creation and of a password change hold
-// the clear password. A host that logs them must leave it out.
+// The argument values can be secret: those of domain creation and of a password change hold the
+// clear password. A host that logs them must leave it out.
 #ifndef QV_CQVTRACKMANAGER_H
 #define QV_CQVTRACKMANAGER_H
 

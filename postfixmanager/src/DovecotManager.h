@@ -7,18 +7,20 @@
 
 // DovecotManager - the delivery agent's quota fields in /etc/vmail/vpasswd
 //
-// Where Dovecot delivers mail, it reads its users from vpasswd, and each line carries two more
-// fields: ":userdb_mail=mbox:HOME userdb_quota_rule=*:storage=QUOTA" and "B", the unit. Each
-// operation finds the first line whose name is the mailbox (whole name, any letter case), rewrites
-// that line and leaves every other as it is, but for empty lines: those before the mailbox's line
-// are dropped, and one is added at the end of the file.
+// Where Dovecot delivers mail, it reads its users from vpasswd. The line of a mailbox with a quota
+// carries more behind its seven fields: ":userdb_mail=mbox:HOME userdb_quota_rule=*:storage=QUOTA"
+// and "B", the unit. Each operation finds the first line whose name is the mailbox (whole name, any
+// letter case), rewrites that line and leaves every other as it is, but for empty lines: those
+// before the mailbox's line are dropped, and one is added at the end of a file that ends in a line
+// feed.
 //
 // mailbox  the mailbox's address.
 // quota    a number of bytes, without unit, as text. It is written unchecked: Dovecot refuses a
 //          negative number ("-1"); "0" is no limit for it.
 //
 // All three return
-//   0  the line was found and the file replaced
+//   0  the line was found and the file replaced; where the new file could not be written whole, the
+//      old one stays, and this is not detected
 //   1  the work file or vpasswd could not be opened; nothing was replaced
 //   2  no line belongs to the mailbox; vpasswd is as it was
 //

@@ -12,9 +12,10 @@
 #define VSPOOLDIR "/var/spool/vmail"     // mail, one subtree per domain
 #define QVCONFFILE "/etc/Quorvel.conf"   // the product configuration file
 
-// Of transactions, for root alone: the staged maps and tables, and the journal of a commit that is
-// being carried out or was interrupted. The directory is also their lock. The domain list's copy is
-// staged beside it, since /etc may be another file system than /etc/vmail.
+// What transactions use, for root alone: the staged maps and their lookup tables, and the journal
+// of a commit that is being carried out or was interrupted. The directory is also their lock. The
+// copy of the domain list is staged beside the list, since /etc may be another file system than
+// /etc/vmail, and a rename cannot cross file systems.
 #define VSTAGEDIR VMAPDIR "/transaction"
 #define VJOURNALFILE VSTAGEDIR "/journal"
 #define VLISTSTAGEDIR VDOMAINFILE "-transaction"

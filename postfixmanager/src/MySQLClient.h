@@ -42,7 +42,8 @@ public:
     char ExecuteQuery(std::string query, MYSQL* connection);
 
     // Runs a reading statement. Returns its stored result set, which the caller frees with
-    // mysql_free_result, or null after printing "Unable to execute query".
+    // mysql_free_result; null after printing "Unable to execute query", or without a word for a
+    // statement that has no result set.
     MYSQL_RES* GetQueryResult(std::string query, MYSQL* connection);
 };
 

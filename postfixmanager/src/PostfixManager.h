@@ -7,15 +7,15 @@
 // What holds for every operation:
 //
 // Backend    m_mailAccountBackend "mysql", in any letter case, keeps the mail accounts in the
-//            tables virtual_domains, virtual_users and virtual_aliases; anything else keeps them in
-//            the map files named in MapFiles.h. Where an operation says "tables" or "files", it
-//            means the one or the other.
+//            database, in its tables virtual_domains, virtual_users and virtual_aliases; anything
+//            else keeps them in the map files named in MapFiles.h. Where an operation says "with a
+//            database" or "with files", it means the one or the other.
 // Rights     Operations write system files, change owners and run "cp", "postmap" and "postfix"
 //            through the shell: run them as root, with a PATH on which these are found.
 // Names      Domains, user names, addresses and quotas reach shell commands, map lines and
 //            statements as they are given. The caller checks them first.
 // Words      Action and Task take the words in quotes that an operation lists, letter for letter.
-//            With another one, an operation changes nothing and its answer says little.
+//            With any other word, an operation changes nothing, and its answer says little.
 // Matching   Most maps are searched for a text that occurs anywhere in a key, so that a call for
 //            bob@example.com also means jim.bob@example.com. Each operation says so; hosts rely
 //            on it.
@@ -24,22 +24,24 @@
 //            undone. Maps are copied aside first, mostly to FILE.qvbackup, for the administrator.
 //            PostfixTransaction.h has calls that are checked and undone.
 // Odd files  A map, or the settings, may be a link to a regular file. A fifo, a directory, a socket
-//            or a device there counts as a map that cannot be opened, and a line of more than 16 MiB
-//            as its end: no call waits for ever or fills the memory.
-// Spool      Who may write below a domain's directory, as "qvadmin" may, leads no operation out of it
-//            by a link. Only the domain's directory itself may be one. While a mailbox's mail is
-//            removed, DOMAIN and DOMAIN/mail belong to root, and nobody else may write there.
+//            or a device there counts as a map that cannot be opened, and a line of more than 16
+//            MiB as a read error: no call waits for ever or fills the memory.
+// Spool      An account that may write below a domain's directory, as "qvadmin" may, cannot lead an
+//            operation out of it by a link. Only the domain's directory itself may be a link. While
+//            a mailbox's mail is removed, DOMAIN and DOMAIN/mail belong to root, and nobody else
+//            may write there.
 // Order      One operation at a time, in one process: work files have fixed names and only the two
 //            account writers lock their file. The object is not thread-safe.
 // Tracing    Unless it says otherwise, an operation first reports its name, the values of its
 //            arguments and their names to the tracing object, which must not be null.
 // Output     Progress goes to standard output, a line each: "query=" and the statement before each
-//            statement, and what the operation names. With tables, a connection that fails prints
-//            the message of MySQLClient first.
-// Left open  With tables, Postfix_UpdateMailbox, Postfix_VQuota, Postfix_VAlias and Postfix_VList
-//            keep their connection open when Action is none that they act on there: each such call
-//            costs the server a connection until the process ends. Hosts of today see it so, and it
-//            stays. Not while a transaction is open: they share its connection.
+//            statement, and what the operation names. With a database, a connection that fails
+//            prints the message of MySQLClient first.
+// Left open  With a database, Postfix_UpdateMailbox, Postfix_VQuota, Postfix_VAlias and
+//            Postfix_VList keep their connection open when Action is none that they act on there:
+//            each such call costs the server a connection until the process ends. It stays so for
+//            the hosts that were built with it. While a transaction is open they share its
+//            connection.
 // ErrNo      Operations that call others keep each callee's result in ErrNo; some map editors keep
 //            their own there. Nothing clears it.
 // Spelling   "Retreive" and "Qouta" are the interface's and stay: hosts are built against them.
@@ -63,7 +65,7 @@ class QV_EXPORT PostfixManager
 public:
     CQVTrackManager* TrackManager; // the caller's, never null, never deleted here
     int ErrNo;                     // result of the last sub-operation; not set by the constructor
-    std::string m_dovecotLDA;      // always empty: /etc/Quorvel.conf decides when it matters
+    std::string m_dovecotLDA;      // always empty: DovecotLDA in /etc/Quorvel.conf counts instead
     std::string m_mailAccountBackend;
     std::string m_mailSqlUser;
     std::string m_mailSqlUserPassword;
@@ -72,8 +74,8 @@ public:
     std::string m_mailSqlServerPort; // decimal text; empty: the client library's default port
 
     // Keeps the settings as they are given, reports "PostfixManager" to TrackMgr, opens nothing.
-    // TrackMgr must not be null, and must outlive the object. dovecotLDA has no effect. Mind the order of the arguments:
-    // it is not that of the members.
+    // TrackMgr must not be null, and must outlive the object. dovecotLDA has no effect. Mind the
+    // order of the arguments: it is not that of the members.
     PostfixManager(CQVTrackManager* TrackMgr, std::string dovecotLDA,
                    std::string mailAccountBackend, std::string mailSqlServerIP,
                    std::string mailSqlServerPort, std::string mailSqlUser,
@@ -114,24 +116,26 @@ public:
     // "ab.com", and removing "b.com" removes "ab.com" and "b.com.au" too, and empty lines.
     //
     // 0  done, nothing to do, or another Task
-    // 1  "RmvDomain": the list cannot be opened; with tables: no connection, or a failed statement
+    // 1  "RmvDomain": the list cannot be opened; with a database: no connection, or a failed
+    //    statement
     //
-    // Files: /etc/VirtualHosts, its copy .qvbackup (made at every call, with tables too) and the
-    // work file /etc/VirtualHosts-temp.txt. Table: virtual_domains.
+    // Files: /etc/VirtualHosts, its copy .qvbackup (made at every call, with a database too) and
+    // the work file /etc/VirtualHosts-temp.txt. Table: virtual_domains.
     int Postfix_VHostFile(std::string DomainName, std::string Task);
 
     // Removes a domain and all that belongs to it: its entry in the list, its lines in vpasswd,
-    // vshadow, vmaps.txt and vquota.txt (or its rows of virtual_users), its aliases, its spool
-    // tree. Traces as "Postfix_CreateMailDomain". Prints the "rm -r" command before it runs it.
+    // vshadow, vmaps.txt and vquota.txt (with a database: its rows of virtual_users), its aliases,
+    // its spool tree. Traces as "Postfix_CreateMailDomain". Prints the "rm -r" command before it
+    // runs it.
     //
-    // The list and the aliases are searched by containing text: "b.com" takes the listed domain and
-    // the aliases of "ab.com" with it. The tables of vmaps.txt and vquota.txt are not rebuilt
-    // here: until the next change of these maps, Postfix goes on finding the domain's entries in
-    // them, its catch-all too.
+    // With files, a listed domain and the key of an alias match when they contain the name: "b.com"
+    // takes the listed domain and the aliases of "ab.com" with it. The lookup tables of vmaps.txt
+    // and vquota.txt are not rebuilt here: until the next change of these maps, Postfix goes on
+    // finding the domain's entries in them, its catch-all too.
     //
     // 317  deleted; a domain that is not listed, or a spool tree that is not there, is no error
     // 0    a step on the list, a file or the aliases failed (ErrNo holds its result)
-    // 1    with tables: no connection, or the statement on virtual_users failed
+    // 1    with a database: no connection, or the statement on virtual_users failed
     int Postfix_DeleteMailDomain(std::string DomainName);
 
     // Strips one file of the lines whose address lies in exactly this domain, and of empty lines.
@@ -149,7 +153,7 @@ public:
     // rows whose source lies in it. An empty line shares the fate of the line before it.
     //
     // 0  done; with files also when there is no map
-    // 1  with tables: no connection, or a failed statement
+    // 1  with a database: no connection, or a failed statement
     //
     // Files: /etc/vmail/valias.txt (afterwards of "root" and the primary group of "qvadmin"; no
     // copy is made), the work file valias-temp.txt; "postmap" and "postfix reload" in any case.
@@ -165,9 +169,9 @@ public:
     //
     // With files: the vpasswd line, the delivery agent's quota fields when DovecotLDA is "yes", the
     // vshadow line, the quota line (both quotas unless "-1"), the mailbox map line. ErrNo holds the
-    // last step's result. With tables: a row of virtual_users, where no limit is 0, and the row of
-    // virtual_aliases that keeps a catch-all from taking the mailbox's mail; ErrNo is left alone.
-    // Then, for both, the home directory /var/spool/vmail/DOMAIN/mail/home/ADDRESS.
+    // last step's result. With a database: a row of virtual_users, where no limit is 0, and the row
+    // of virtual_aliases that keeps a catch-all from taking the mailbox's mail; ErrNo is left
+    // alone. Then, for both, the home directory /var/spool/vmail/DOMAIN/mail/home/ADDRESS.
     //
     // 305  created; a home directory that is there is taken over, and anything else left alone
     // 306  a step failed, or there is no connection; a quota line that matches already counts as
@@ -183,7 +187,7 @@ public:
     //
     // With files, every line that contains the address goes, in vpasswd and vshadow, in the mailbox
     // map, and by its key in the alias and quota maps: deleting bob@example.com also deletes
-    // jim.bob@example.com there. With tables, the rows of exactly this address go.
+    // jim.bob@example.com there. With a database, the rows of exactly this address go.
     //
     // 307  deleted; a mailbox that was not there is no error
     // 308  a step failed (with files ErrNo holds its result), or there is no connection
@@ -193,7 +197,8 @@ public:
     int Postfix_DeleteMailbox(std::string UserName, std::string DomainName);
 
     // Drops from one file every line that contains UserName. Other lines stay, empty ones too, and
-    // one more empty line stands at the end. A file that cannot be read becomes an empty one.
+    // one more empty line stands at the end. A file that is missing is made, empty; one that cannot
+    // be read stays as it is.
     //
     // FPath  the file's full path, not null.
     //
@@ -215,24 +220,24 @@ public:
     // With files, the password is the second field of the vshadow line; the type is the gid in the
     // vpasswd line (of the group "mail" for an administrator, else "qvadmin") and the flag in the
     // vshadow line (1 or 0). Empty lines count with the line before them: mostly one more stands at
-    // the file's end. With tables, a type changes nothing, and its call keeps its connection open
-    // (see "Left open"): do without it there.
+    // the file's end. With a database, a type changes nothing, and its call keeps its connection
+    // open (see "Left open"): do without it there.
     //
     // 321  done; a mailbox that is not there is no error
     // 1    an account file cannot be opened (a changed vpasswd stays changed), the password is too
-    //      long or cannot be hashed, the group is unknown; with tables: no connection, or a failed
-    //      statement
-    // ErrNo as it stands, with files, for another Action; with tables that is 321
+    //      long or cannot be hashed, the group is unknown; with a database: no connection, or a
+    //      failed statement
+    // ErrNo as it stands, with files, for another Action; with a database that is 321
     //
     // Prints its own name, the steps "cp" and "cp1" and the changed vshadow line, hash included;
-    // with tables "mysql is used", "UpdatePasswd" and the statement.
+    // with a database "mysql is used", "UpdatePasswd" and the statement.
     // Files: /etc/vmail/vshadow, vpasswd (afterwards of "root" and the primary group of "qvadmin",
     // mode 0644; no copy is made), the work files vshadow_temp.txt and vpasswd_temp.txt; then
     // "postfix reload". Table: virtual_users.
     int Postfix_UpdateMailbox(std::string Mailbox, std::string Value, std::string Action);
 
-    // Appends the local parts of a domain's mailboxes to Users. The domain is compared exactly with
-    // files, and as the database compares with tables.
+    // Appends the local parts of a domain's mailboxes to Users. With files the domain is compared
+    // exactly, with a database as that compares.
     //
     // 0   done; a domain without mailboxes is no error
     // 63  /etc/vmail/vpasswd cannot be opened; no connection; the statement failed (printed as
@@ -254,7 +259,8 @@ public:
     // of "mail", mode 0644. Traces no arguments.
     //
     // 0    written
-    // 306  the file cannot be opened, locked or written, or an account that is to own it is unknown
+    // 306  the file cannot be opened or locked, the record makes no line (a field holds a colon,
+    //      say), or an account that is to own the file is unknown. A full disk is not detected.
     int Postfix_PasswdFile(SvpopUser* vpopUserData);
 
     // The same for the record's Shadow and /etc/vmail/vshadow. Sets the day of the change and the
@@ -290,13 +296,13 @@ public:
     // included. "UpdateQuota" replaces every matching line, or adds one through "AddQuota" when
     // there is none. While DovecotLDA is "yes", "UpdateQuota" and "DeleteQuota" also keep the
     // delivery agent's fields in step (its "-1" is refused by Dovecot: use "DeleteQuota"). With
-    // tables, removal sets the column to 0, which is no limit, and an address that has no row is
+    // database, removal sets the column to 0, which is no limit, and an address that has no row is
     // no failure.
     //
     // 0    "AddQuota", "DeleteQuota": done
     // 325  "UpdateQuota": done
     // 1    "AddQuota": a line matches already; "DeleteQuota", "UpdateQuota": the map cannot be
-    //      opened; with tables: no connection, a failed statement, "AddQuota" or another Action
+    //      opened; with a database: no connection, a failed statement, "AddQuota" or another Action
     // ErrNo as it stands, with files, for another Action; the table is rebuilt all the same
     //
     // Files: /etc/vmail/vquota.txt, its copy .qvbackup, the work file vquota-temp.txt, and those of
@@ -307,8 +313,8 @@ public:
     // read.
     //
     // With files, the first line counts whose text up to a blank contains UserName, the address;
-    // the answer begins with the line's tab ("\t500"): trim it. With tables, it is the bare value,
-    // and a stored 0 is answered as "-1"; a failed statement prints "No mailbox found".
+    // the answer begins with the line's tab ("\t500"): trim it. With a database, it is the bare
+    // value, and a stored 0 is answered as "-1"; a failed statement prints "No mailbox found".
     std::string Postfix_RetrieveQuota(std::string UserName);
 
     // The sum of a domain's quotas, in KiB (bytes divided by 1024, cut).
@@ -316,14 +322,14 @@ public:
     // 0  the quota map cannot be opened ("qouta file not found"); no connection; the statement
     //    failed ("No quota resultset found"). ll_refQouta is not touched.
     // 1  ll_refQouta holds the sum. With files it is 0 when a mailbox of the domain has no limit
-    //    ("Unlimited Qouta set"); with tables it is not touched when the domain has no mailbox.
-    // 2  with files, no mailbox of the domain has a quota; with tables, some mailbox of any domain
-    //    has no limit. ll_refQouta is -1.
+    //    ("Unlimited Qouta set"); with a database it is not touched when the domain has no mailbox.
+    // 2  with files, no mailbox of the domain has a quota; with a database, some mailbox of any
+    //    domain has no limit. ll_refQouta is -1.
     //
     // Does not trace.
     int Postfix_RetrieveDomainQuota(std::string szMailDomainName, long long& ll_refQouta);
 
-    // With tables, whether any mailbox of any domain has no limit; the domain is not looked at.
+    // With a database, whether any mailbox of any domain has no limit; the domain is not looked at.
     // True with files, and when there is no connection; false when the statement failed
     // ("resultset is null"). Prints "found=" and 1 or 0. Does not trace.
     bool Postfix_IsDomainHasUnlimitedQuota(std::string DomainName);
@@ -340,14 +346,14 @@ public:
     // Alias    the destination; ignored on removal.
     // Action   "AddAlias", "UpdateAlias" or "DeleteAlias".
     //
-    // With tables, a mailbox without a forward has the row (address, address): a forward takes its
-    // place, and removal brings it back, also for an address that has no mailbox.
+    // With a database, a mailbox without a forward has the row (address, address): a forward takes
+    // its place, and removal brings it back, also for an address that has no mailbox.
     //
     // 327  "AddAlias" done
     // 329  "DeleteAlias" done; also when there is no map
     // 321  "UpdateAlias" done; a forward that was not there is added
-    // 0    with files, "AddAlias": an entry stands for the address already. With tables: the same,
-    //      no connection, a failed statement (earlier ones stay done), another Action
+    // 0    with files, "AddAlias": an entry stands for the address already. With a database: the
+    //      same, no connection, a failed statement (earlier ones stay done), another Action
     // 1    with files, "UpdateAlias": the map cannot be opened
     // ErrNo as it stands, with files, for another Action; the table is rebuilt all the same
     //
@@ -359,7 +365,7 @@ public:
     // Adds, sets or removes a mailing list.
     //
     // Addresses  the members: one element, comma-separated. With files every element is written, a
-    //            blank before each; with tables only the first is read, split at commas, and a
+    //            blank before each; with a database only the first is read, split at commas, and a
     //            member of one character ends it. May be null or empty for "DeleteList".
     // Action     "AddList", "UpdateList" or "DeleteList".
     //
@@ -367,20 +373,20 @@ public:
     // 309  "AddList": the list is there already
     // 323  "UpdateList" done; with files a list that is not there stays away
     // 319  "DeleteList" done
-    // 1    "UpdateList": with files the map cannot be opened; with tables the old rows could not be
-    //      deleted
-    // 0    with files, "DeleteList": the map cannot be opened. With tables: no connection, no
+    // 1    "UpdateList": with files the map cannot be opened; with a database the old rows could
+    //      not be deleted
+    // 0    with files, "DeleteList": the map cannot be opened. With a database: no connection, no
     //      member, a failed statement (after "UpdateList" the old rows are gone), another Action
     // ErrNo as it stands, with files, for another Action; the table is rebuilt all the same
     //
-    // The members are not traced. Prints, with tables, "ptr=" and the rest while it splits. ErrNo,
-    // with files, holds the code of what was done. Files and table: as for Postfix_VAlias, but a
-    // copy is also tried when there is no map.
+    // The members are not traced. Prints, with a database, "ptr=" and the rest while it splits.
+    // ErrNo, with files, holds the code of what was done. Files and table: as for Postfix_VAlias,
+    // but a copy is also tried when there is no map.
     int Postfix_VList(std::string ListName, VectorString* Addresses, std::string Action);
 
     // Appends the local parts of the addresses that forward to EmailAddress to Aliases. Reads the
-    // alias map, with tables too, and passes over lines with three "@" or more, which are lists.
-    // The address counts wherever it occurs in a destination.
+    // alias map, with a database too, and passes over lines with three "@" or more, which are
+    // lists. The address counts wherever it occurs in a destination.
     //
     // 0   done
     // 63  the map cannot be opened
@@ -388,13 +394,13 @@ public:
 
     // Where mail for UserName, an address, is forwarded to; empty when it is not, or nothing could
     // be read. With files, the value of the first entry that stands for the address, all of it;
-    // with tables, the first row's destination. Prints, with tables, "Forward Address=" and it, or
-    // "No forward address found" when the statement fails.
+    // with a database, the first row's destination. Prints, with a database, "Forward Address=" and
+    // it, or "No forward address found" when the statement fails.
     std::string Postfix_RetrieveAlias(std::string UserName);
 
-    // With tables, whether the address forwards elsewhere. True with files, and when there is no
-    // connection; false when the statement failed ("resultset is null"). Prints "found=" and 1 or
-    // 0. Does not trace.
+    // With a database, whether the address forwards elsewhere. True with files, and when there is
+    // no connection; false when the statement failed ("resultset is null"). Prints "found=" and 1
+    // or 0. Does not trace.
     bool Postfix_IsVAliasExists(std::string Address);
 
     // Appends the local parts of a domain's lists to Lists. With files: of all entries in which the
@@ -404,15 +410,15 @@ public:
     // 63  the map cannot be opened; no connection; the statement failed ("No list member found")
     int Postfix_GetLists(std::string DomainName, VectorString* Lists);
 
-    // Appends a list's members to Members: with tables one a row; with files the blank-separated
-    // words of every entry with exactly this key, commas and all.
+    // Appends a list's members to Members: with a database one a row; with files the
+    // blank-separated words of every entry with exactly this key, commas and all.
     //
     // 0   done; a list that is not there has no members
     // 63  as above
     int Postfix_GetListSettings(std::string EmailAddress, VectorString* Members);
 
-    // With tables, whether the address has any entry, a mailbox's own row included. Otherwise as
-    // Postfix_IsVAliasExists.
+    // With a database, whether the address has any entry, a mailbox's own row included. Otherwise
+    // as Postfix_IsVAliasExists.
     bool Postfix_IsVListExists(std::string Address);
 
     // ---- Catch-all --------------------------------------------------------------------------
@@ -440,15 +446,15 @@ public:
     int Postfix_RemoveCatchAllAddress(std::string szDomain);
 
     // Stores a domain's catch-all in szCatchAllAddress: the local part with files, the whole
-    // address with tables. With files the map is copied to .CABackup and the line printed. Does not
-    // trace.
+    // address with a database. With files the map is copied to .CABackup and the line printed. Does
+    // not trace.
     //
-    // 1  found; with tables also when there is none, and szCatchAllAddress is not touched
+    // 1  found; with a database also when there is none, and szCatchAllAddress is not touched
     // 0  not found; the map cannot be opened ("File does not exist."); no connection; the statement
     //    failed ("unable to run get catch all query")
     int Postfix_RetreiveCatchAllAddress(std::string szDomain, std::string& szCatchAllAddress);
 
-    // With tables, whether a domain has a catch-all. Otherwise as Postfix_IsVAliasExists.
+    // With a database, whether a domain has a catch-all. Otherwise as Postfix_IsVAliasExists.
     bool Postfix_IsCatchAllExists(std::string DomainName);
 };
 

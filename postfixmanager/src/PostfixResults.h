@@ -6,14 +6,14 @@
 namespace PostfixResult
 {
 
-// Building blocks: the map editors and the domain's steps.
+// Steps of larger operations: changes of a map, and a domain's list entry, tree and mailbox lines.
 constexpr int Done = 0;
 constexpr int Failed = 1;
 
 // Queries whose map or database could not be read. A mailbox count of 63 looks the same.
 constexpr int NotRead = 63;
 
-// The agent's requests.
+// What a panel asks for.
 constexpr int DomainCreated = 303;
 constexpr int DomainNotCreated = 304;
 constexpr int MailboxCreated = 305;
@@ -37,10 +37,10 @@ constexpr int CatchAllNotRemoved = 334;
 // Where 0 is the failure: domain deletion (a step on files), aliases and lists.
 constexpr int RequestFailed = 0;
 
-// The removal of one mailbox's account lines: the group "qvadmin" is unknown.
+// Postfix_DeleteMailboxUser: the group "qvadmin" is unknown.
 constexpr int GroupUnknown = -1;
 
-// A domain's total quota, and the catch-all query's two answers.
+// Postfix_RetrieveDomainQuota, and the two answers of Postfix_RetreiveCatchAllAddress.
 constexpr int TotalNotRead = 0;
 constexpr int TotalRead = 1;
 constexpr int TotalUnlimited = 2;

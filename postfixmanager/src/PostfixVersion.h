@@ -14,7 +14,7 @@
     (POSTFIXMANAGER_VERSION_MAJOR * 10000 + POSTFIXMANAGER_VERSION_MINOR * 100 +                   \
      POSTFIXMANAGER_VERSION_PATCH)
 
-// As text, "1.0.0"; the two other macros help.
+// The version as text, "1.0.0". The two macros below it serve only this one.
 #define POSTFIXMANAGER_VERSION                                                                     \
     QV_TEXT(POSTFIXMANAGER_VERSION_MAJOR)                                                          \
     "." QV_TEXT(POSTFIXMANAGER_VERSION_MINOR) "." QV_TEXT(POSTFIXMANAGER_VERSION_PATCH)

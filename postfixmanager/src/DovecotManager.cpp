@@ -14,7 +14,7 @@ constexpr int Replaced = 0;
 constexpr int NotOpened = 1;
 constexpr int NoSuchMailbox = 2;
 
-// The frame of all three editors.
+// What all three operations do; only edited differs.
 int editMailboxLine(const std::string& mailbox, const MapVariant& variant,
                     const std::function<std::string(std::string_view line)>& edited)
 {
@@ -28,8 +28,8 @@ int editMailboxLine(const std::string& mailbox, const MapVariant& variant,
             newFile.writeLine(edited(line));
             found = true;
         } else if (found || !line.empty()) {
-            // Empty lines are dropped up to the mailbox's line and kept behind it, so that the one
-            // after the last line end becomes part of the file.
+            // Empty lines before the mailbox's line are dropped, those after it are kept: also the
+            // one that LineReader yields at the end, which so becomes part of the file.
             newFile.writeLine(line);
         }
     };

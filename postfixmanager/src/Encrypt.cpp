@@ -16,14 +16,14 @@ constexpr char SaltTemplate[] = "$1$........";
 constexpr int SaltStart = 3;
 constexpr int SaltLength = 8;
 
-// Not the order of crypt's own alphabet.
+// The product's own order of the letters that crypt takes in a salt.
 constexpr char SaltAlphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz./";
 
 void seedFromClock()
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    // On a full second there is nothing to divide by.
+    // On a full second tv_usec is 0, and nothing can be divided by it.
     const auto seed = now.tv_usec == 0 ? now.tv_sec : now.tv_sec % now.tv_usec;
     srandom(static_cast<unsigned int>(seed));
 }

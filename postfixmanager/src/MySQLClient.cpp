@@ -19,7 +19,7 @@ MYSQL* MySQLClient::CreateDBConnection(std::string database)
         std::cout << "unable to initialize mysql" << std::endl;
         return nullptr;
     }
-    // atoi on purpose: a port that is no number becomes 0, the client library's default port.
+    // atoi is deliberate: a port that is no number becomes 0, the client library's default port.
     mysql_real_connect(MySQL, HostName, UserName, Password, nullptr, atoi(Port), nullptr, 0);
     if (mysql_errno(MySQL) != 0) {
         std::cout << "Unable to connect mysql server" << std::endl;

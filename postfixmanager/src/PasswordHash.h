@@ -6,14 +6,14 @@
 #include <string>
 #include <string_view>
 
-// False for what crypt gives for a password that it cannot take (nothing, or a token that begins
-// with "*"): stored, that would be an account that nobody can log in to.
+// Whether this is a hash. For a password that it cannot take, crypt gives null or a token that
+// begins with "*": stored, that would be an account that nobody can log in to.
 inline bool isPasswordHash(const char* text)
 {
     return text != nullptr && text[0] == '$';
 }
 
-// Whether a hash can be stored as it is given: it stands between colons in vshadow and between quotes
+// Whether a hash can be stored as it is: it will stand between colons in vshadow and between quotes
 // in a statement.
 inline bool isStorable(std::string_view hash)
 {
@@ -24,11 +24,11 @@ inline bool isStorable(std::string_view hash)
     return !hash.empty() && std::none_of(hash.begin(), hash.end(), isUnfit);
 }
 
-// Puts its hash in the place of an account record's password; in a transaction that is given hashes
-// it is there already. False when crypt refuses the password.
+// Replaces an account record's password by its hash, unless the open transaction is given hashes
+// (createMailboxWithHash). False when crypt refuses the password.
 bool hashPassword(char*& password);
 
-// The statement that stores a password's hash in the tables.
+// The statement that stores a password's hash in the database.
 inline std::string passwordUpdate(const std::string& mailbox, const std::string& hash)
 {
     return "update virtual_users set password = '" + hash + "' where email = '" + mailbox + "'";

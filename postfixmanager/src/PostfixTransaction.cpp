@@ -17,7 +17,7 @@
 
 #include <unistd.h>
 
-// Everything that an open transaction holds; let go of from the last to the first.
+// Everything that an open transaction holds. It is released from the last member to the first.
 struct PostfixTransaction::State {
     State(const PostfixManager& manager, const TimeLimits& limits, int patience)
         : settings{manager.m_mailSqlUser,     manager.m_mailSqlUserPassword,
@@ -59,7 +59,7 @@ bool isSelfRow(const std::string& table, const Row& row)
     return table == "virtual_aliases" && row.at(0) == row.at(1);
 }
 
-// A row that makes way for another of the same name is changed.
+// A removed and an added row of the same name are told as one change.
 void addTableChanges(std::vector<Change>& all, const Stage& stage)
 {
     if (!stage.database)
@@ -93,8 +93,8 @@ void addSpoolChanges(std::vector<Change>& all, const Stage& stage)
             all.push_back({VSPOOLDIR, Change::Added, directory.path});
 }
 
-// Commits in the database. Where its answer says otherwise, or does not arrive, it is asked over
-// another connection what became of it. False when it cannot be asked; why is the stage's failure.
+// Commits in the database. When that fails, or the answer does not arrive, asks over another
+// connection what became of it. False when that cannot be asked; the stage's failure says why.
 bool commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& witness)
 {
     try {
@@ -115,7 +115,7 @@ bool commitInDatabase(Stage& stage, const SqlSettings& settings, const Witness& 
     return true;
 }
 
-// Runs a step. Returns why it could not be done; without a reason when it was.
+// Runs a step. Returns why it could not be done; a refusal without a reason when it was done.
 template <class Step> Refusal faultOf(const Step& step)
 {
     try {
@@ -286,7 +286,7 @@ PostfixTransaction::Outcome PostfixTransaction::commit()
         return Unfinished;
     }
 
-    // From here on the change will be carried out, by whomever.
+    // From here on the change will be carried out, if not by this process then by the next one.
     Journal::Rest rest;
     m_reason = faultOf([&] {
                    rest = journal.carryOut([](const std::string&) { return false; });

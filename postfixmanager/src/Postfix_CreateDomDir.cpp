@@ -4,8 +4,8 @@
 
 int PostfixManager::Postfix_CreateDomDir(std::string DomainName)
 {
-    // The names list holds the domain itself instead of a label, on purpose: the control panel's
-    // tracing records show it that way.
+    // The list of names holds the domain itself in place of a label: deliberate, the control
+    // panel's tracing records show it so.
     traceCall(*this, "Postfix_CreateDomDir", {DomainName}, {DomainName});
 
     for (const TreeDirectory& directory : DomainTree) {

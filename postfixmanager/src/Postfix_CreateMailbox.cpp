@@ -15,7 +15,7 @@ bool recordInFiles(PostfixManager& manager, SvpopUser* record, const std::string
 {
     const std::string address = user + "@" + domain;
     const bool hasQuota = quota != UnlimitedQuota;
-    // Kept: the record may be one that getpwnam returned, and the look-ups below overwrite it.
+    // Copied: the record may be one that getpwnam returned, and the look-ups below overwrite it.
     const std::string home = record->Password->pw_dir;
 
     manager.ErrNo = manager.Postfix_PasswdFile(record);
@@ -29,7 +29,7 @@ bool recordInFiles(PostfixManager& manager, SvpopUser* record, const std::string
     if (manager.ErrNo != PostfixResult::Done)
         return false;
 
-    // Whatever the delivery agent's setting: the panel reads quotas from this map.
+    // Whether or not Dovecot delivers: the panel reads quotas from this map.
     if (hasQuota) {
         manager.ErrNo = manager.Postfix_VQuota(address, quota, "AddQuota");
         if (manager.ErrNo != PostfixResult::Done)
@@ -53,7 +53,7 @@ bool recordInDatabase(const PostfixManager& manager, SvpopUser* record, const st
     if (!sql.execute("insert into virtual_users values ('" + address + "','" + hash + "'," +
                      quotaInDatabase(quota) + ")"))
         return false;
-    // The self row: without it the domain's catch-all, an alias too, would take the mailbox's mail.
+    // The self row. Without it the domain's catch-all would take the mailbox's mail.
     sql.executeUnannounced("insert into virtual_aliases values ('" + address + "','" + address +
                            "')");
     return true;

@@ -13,8 +13,8 @@ int deleteFromDatabase(const PostfixManager& manager, const std::string& domain)
                : PostfixResult::Failed;
 }
 
-// The domain anywhere in the key, on purpose. An empty line bears the key of the line before it and
-// shares its fate, the one after the last line end too.
+// The domain may stand anywhere in the key: deliberate, hosts rely on it. An empty line counts with
+// the line before it, also the one that LineReader yields at the end.
 int deleteFromMap(const std::string& domain)
 {
     std::string previous;
@@ -24,7 +24,7 @@ int deleteFromMap(const std::string& domain)
         if (!liesIn(previous, mapKey(previous), domain))
             newMap.writeLine(line);
     });
-    // Also when there is no map.
+    // Deliberate, for the hosts that see it so: also when there is no map.
     publish(DomainAliasesWriter);
     return PostfixResult::Done;
 }

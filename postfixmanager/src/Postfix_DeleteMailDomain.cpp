@@ -24,7 +24,7 @@ bool deleteMailboxLines(PostfixManager& manager, const std::string& domain)
 
 int PostfixManager::Postfix_DeleteMailDomain(std::string DomainName)
 {
-    // Under the name of creation, on purpose: the control panel's tracing records show it that way.
+    // The name is that of creation: deliberate, the control panel's tracing records show it so.
     traceCall(*this, "Postfix_CreateMailDomain", {DomainName}, {"DomainName"});
 
     ErrNo = Postfix_VHostFile(DomainName, "RmvDomain");

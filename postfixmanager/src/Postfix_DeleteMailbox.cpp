@@ -52,7 +52,7 @@ int PostfixManager::Postfix_DeleteMailbox(std::string UserName, std::string Doma
     const std::string home = mail + "/home/" + address;
     const std::string inbox = mail + "/inbox/" + address;
     removeSpoolPath("rm -r " + home, home);
-    // Two blanks, on purpose: hosts that watch the commands compare them as they are.
+    // Two blanks: deliberate, for hosts that watch the commands and compare their text.
     removeSpoolPath("rm  " + inbox, inbox);
     return PostfixResult::MailboxDeleted;
 }

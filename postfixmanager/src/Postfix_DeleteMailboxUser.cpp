@@ -9,11 +9,12 @@ int PostfixManager::Postfix_DeleteMailboxUser(std::string UserName, const char* 
 {
     traceCall(*this, "Postfix_DeleteMailboxUser", {UserName, FPath}, {"UserName", "FPath"});
 
-    // Unlike the other writers, this one keeps empty lines, the one after the last line end too.
+    // Unlike the other writers, this one keeps empty lines, also the one that LineReader yields at
+    // the end.
     rewriteMap(MailboxLinesWriter, FPath, [&](std::string_view line, MapWriter& newFile) {
         if (!standsFor(line, line, UserName))
             newFile.writeLine(line);
     });
-    // The lines are gone all the same.
+    // The lines are gone also when the group is unknown.
     return getgrnam(MailOwner) == nullptr ? PostfixResult::GroupUnknown : PostfixResult::Done;
 }

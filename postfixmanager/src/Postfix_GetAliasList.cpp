@@ -7,7 +7,7 @@
 namespace
 {
 
-// With three addresses or more the line is a list's.
+// A line with three addresses or more is a list's.
 constexpr int ListAddresses = 3;
 
 bool forwardsTo(std::string_view line, const std::string& address)
@@ -18,7 +18,7 @@ bool forwardsTo(std::string_view line, const std::string& address)
 
 } // namespace
 
-// Reads the map with tables too, on purpose.
+// Reads the map also when accounts are in the database: deliberate, hosts see it so.
 int PostfixManager::Postfix_GetAliasList(std::string EmailAddress, VectorString* Aliases)
 {
     traceCall(*this, "Postfix_GetAliasList", {EmailAddress}, {"EmailAddress"});

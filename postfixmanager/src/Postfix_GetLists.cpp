@@ -35,14 +35,14 @@ int listFromMap(const std::string& domain, VectorString& lists)
     if (!map.isOpen())
         return PostfixResult::NotRead;
 
-    // The domain anywhere in the line, members included, on purpose.
+    // The domain may stand anywhere in the line, in a member too: deliberate, hosts rely on it.
     PackedNames keys;
     std::string_view line;
     while (map.nextLine(line))
         if (!line.empty() && liesIn(line, line, domain))
             keys.add(mapKey(line));
 
-    // What is a mailbox too is a forward, not a list.
+    // An address that is also a mailbox has a forwarder, not a list.
     visitShadowNames([&](std::string_view name) {
         keys.strikeOut(name);
         return true;

@@ -7,7 +7,8 @@
 namespace
 {
 
-// Unlike an unreadable file, a database that does not answer counts as "exists", on purpose.
+// A database that does not answer counts as "exists", an unreadable file does not: deliberate,
+// hosts rely on both.
 bool existsInDatabase(const PostfixManager& manager, const std::string& address)
 {
     SqlCall sql = connectSql(manager);

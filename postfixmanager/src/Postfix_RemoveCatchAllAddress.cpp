@@ -30,7 +30,7 @@ int removeFromMap(const std::string& domain)
         publish(CatchAllWriter);
     else
         std::cout << "File does not exist." << std::endl;
-    // Without a map there is no catch-all: a success here, a failure for the update.
+    // Without a map there is no catch-all to remove: a success. An update then fails.
     return PostfixResult::CatchAllRemoved;
 }
 

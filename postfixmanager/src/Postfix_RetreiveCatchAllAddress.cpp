@@ -8,7 +8,8 @@
 namespace
 {
 
-// The whole target address. "Found" also when there is no row, on purpose.
+// Stores the whole target address. Answers "found" also when there is no row: deliberate, hosts see
+// it so.
 int retrieveFromDatabase(const PostfixManager& manager, const std::string& domain,
                          std::string& target)
 {
@@ -26,13 +27,13 @@ int retrieveFromDatabase(const PostfixManager& manager, const std::string& domai
     return PostfixResult::CatchAllFound;
 }
 
-// The local part only: of the inbox path, what follows the last "/", up to the "@".
+// Stores the local part only: what stands in the inbox path after the last "/", up to the "@".
 int retrieveFromMap(const std::string& domain, std::string& target)
 {
     const std::string key = "@" + domain;
 
-    // A query, and yet the map is copied: administrators look for the copy after any catch-all
-    // call.
+    // Although this is a query, the map is copied: administrators look for the copy after any
+    // catch-all call.
     backUpIfThere(VMAPSFILE, CatchAllWriter.backupSuffix);
     MapReader map(VMAPSFILE, key);
     if (!map.isOpen()) {

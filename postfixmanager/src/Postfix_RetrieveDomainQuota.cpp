@@ -16,8 +16,8 @@ struct QuotaEntry {
     std::string quota;
 };
 
-// The entry of a quota line: the domain after the first "@", and the quota behind the first blank,
-// or else the first tab, that follows. Nothing for a line without them.
+// The entry of a quota line: the domain stands after the first "@", the quota after the next blank
+// or, if there is none, the next tab. Nothing for a line without them.
 std::optional<QuotaEntry> quotaEntry(std::string_view line)
 {
     const std::string_view::size_type at = line.find('@');
@@ -37,7 +37,7 @@ std::optional<QuotaEntry> quotaEntry(std::string_view line)
     return entry;
 }
 
-// A sum that no number holds wraps around instead of stopping the host.
+// A sum beyond the number's range wraps around: undefined behaviour must not end the host.
 long long sum(long long a, long long b)
 {
     return static_cast<long long>(static_cast<unsigned long long>(a) +
@@ -71,7 +71,7 @@ int totalFromMap(const std::string& domain, long long& total)
         total = -1;
         return PostfixResult::TotalUnlimited;
     }
-    // On purpose also for -1: a domain with an unlimited mailbox reports 0.
+    // -1 is divided too: deliberate, hosts see 0 for a domain with an unlimited mailbox.
     total = bytes / BytesPerUnit;
     return PostfixResult::TotalRead;
 }

@@ -21,7 +21,7 @@ std::string retrieveFromDatabase(const PostfixManager& manager, const std::strin
     return !quota || *quota == "0" ? UnlimitedQuota : *quota;
 }
 
-// Of the line, what its first tab begins, the tab included, on purpose: hosts trim it.
+// The line from its first tab on, the tab included: deliberate, hosts trim it.
 std::string retrieveFromMap(const std::string& user)
 {
     MapReader map(VQUOTAFILE, user);

@@ -31,7 +31,7 @@ std::optional<std::string> hashOf(const std::string& password)
 
 int updatePassword(PostfixManager& manager, const std::string& mailbox, const std::string& password)
 {
-    // Tried first: a password that cannot be hashed must not cost the file a line.
+    // Tried before anything is written: a password that cannot be hashed must change no line.
     if (!hashOf(password))
         return PostfixResult::Failed;
 
@@ -53,7 +53,7 @@ int updatePassword(PostfixManager& manager, const std::string& mailbox, const st
     return manager.ErrNo;
 }
 
-// The line with another gid, the fourth field. Colons are sought from the second character on.
+// The line with another gid, its fourth field. A colon at the very start does not count.
 std::string withGroup(std::string_view line, const std::string& gid)
 {
     if (line.empty())
@@ -86,7 +86,8 @@ int updateUserType(PostfixManager& manager, const std::string& mailbox, bool isA
     const std::string gid = std::to_string(system->gr_gid);
     const std::string flag = isAdmin ? "1" : "0";
 
-    // Anywhere in the name, on purpose, unlike a password's change.
+    // The text may stand anywhere in the name: deliberate, hosts rely on it. A password's change
+    // takes the whole name.
     const auto isMine = [&](std::string_view name) { return standsFor(name, name, mailbox); };
     if (!rewriteAccounts(UserTypeWriter, isMine,
                          [&](std::string_view line) { return withGroup(line, gid); }))
@@ -108,7 +109,7 @@ int updateInDatabase(const PostfixManager& manager, const std::string& mailbox,
         return PostfixResult::Failed;
 
     if (action != "UpdatePasswd") {
-        // The tables know no user type: a success without a change.
+        // The database keeps no user types: a success without a change.
         sql.leaveOpen();
         return PostfixResult::Updated;
     }
@@ -135,7 +136,7 @@ int PostfixManager::Postfix_UpdateMailbox(std::string Mailbox, std::string Value
     if (Action == "UpdateUserType")
         return updateUserType(*this, Mailbox, Value == "admin");
 
-    // Another action changes nothing, yet reloads, and answers with what an earlier call left.
+    // Any other action changes nothing, yet reloads, and answers with what an earlier call left.
     reloadPostfix();
     return ErrNo;
 }

@@ -56,7 +56,7 @@ int changeInMap(PostfixManager& manager, const std::string& mailbox, const std::
 {
     const std::string entry = mailbox + " " + alias;
 
-    // Unlike the list editor, this one does without a copy when there is no map.
+    // Unlike Postfix_VList, this operation tries no copy when there is no map.
     if (MapReader(VALIASFILE).isOpen()) {
         backUp(VALIASFILE, AliasMapWriter.backupSuffix);
         openMapDirectory();
@@ -70,7 +70,7 @@ int changeInMap(PostfixManager& manager, const std::string& mailbox, const std::
             return PostfixResult::RequestFailed;
         manager.ErrNo = PostfixResult::AliasAdded;
     } else if (action == "DeleteAlias") {
-        // No map is no alias: a success, published all the same.
+        // Without a map there is no alias to delete: a success, and published all the same.
         dropEntries(AliasMapWriter, isMine);
         manager.ErrNo = PostfixResult::AliasDeleted;
     } else if (action == "UpdateAlias") {
@@ -78,7 +78,7 @@ int changeInMap(PostfixManager& manager, const std::string& mailbox, const std::
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::Updated;
     }
-    // Another action changes nothing, yet publishes, and answers with what an earlier call left.
+    // Any other action changes nothing, yet publishes, and answers with what an earlier call left.
     publish(AliasMapWriter);
     return manager.ErrNo;
 }

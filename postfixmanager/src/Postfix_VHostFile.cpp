@@ -11,8 +11,8 @@ int change(const PostfixManager& manager, const std::string& statement)
     return changeTable(manager, statement) ? PostfixResult::Done : PostfixResult::Failed;
 }
 
-// A line that contains the domain counts as the domain, on purpose: hosts rely on "b.com" being
-// taken as listed beside "ab.com", and going with it.
+// A line that contains the domain counts as the domain: deliberate, hosts rely on "b.com" being
+// taken as listed beside "ab.com", and being removed with it.
 LineTest lists(const std::string& domain)
 {
     return [domain](std::string_view line) { return standsFor(line, line, domain); };
@@ -36,7 +36,7 @@ int PostfixManager::Postfix_VHostFile(std::string DomainName, std::string Task)
 {
     traceCall(*this, "Postfix_VHostFile", {DomainName, Task}, {"DomainName", "Task"});
 
-    // The file is copied whatever the backend and the task.
+    // The file is copied for every task, also when accounts are in the database.
     backUp(VDOMAINFILE, DomainListWriter.backupSuffix);
     openMapDirectory();
 

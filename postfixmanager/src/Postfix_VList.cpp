@@ -21,7 +21,7 @@ void skipWhiteSpace(std::string_view& text)
 }
 
 // Splits the comma-separated members. A member of one character ends the list, and what follows it
-// is lost: on purpose, hosts pass addresses and see the same rows as ever.
+// is lost: deliberate, hosts pass addresses and get the same rows as ever.
 VectorString splitMembers(std::string_view text)
 {
     VectorString members;
@@ -103,11 +103,11 @@ int changeInDatabase(PostfixManager& manager, const std::string& list,
 int changeInMap(PostfixManager& manager, const std::string& list, const VectorString& addresses,
                 const std::string& action)
 {
-    // Unlike the alias editor, this one tries a copy also when there is no map.
+    // Unlike Postfix_VAlias, this operation tries a copy also when there is no map.
     backUp(VALIASFILE, AliasMapWriter.backupSuffix);
     openMapDirectory();
 
-    // Every element is used here, and only the first with tables: hosts pass one, with commas.
+    // All elements are written here, with a database only the first: hosts pass one, with commas.
     std::string entry = list;
     for (const std::string& address : addresses)
         entry.append(" ").append(address);
@@ -128,7 +128,7 @@ int changeInMap(PostfixManager& manager, const std::string& list, const VectorSt
             return PostfixResult::Failed;
         manager.ErrNo = PostfixResult::ListUpdated;
     }
-    // Another action changes nothing, yet publishes, and answers with what an earlier call left.
+    // Any other action changes nothing, yet publishes, and answers with what an earlier call left.
     publish(AliasMapWriter);
     return manager.ErrNo;
 }

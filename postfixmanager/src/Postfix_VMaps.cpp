@@ -6,8 +6,9 @@
 namespace
 {
 
-// Anywhere in the line, on purpose: jim.bob's line also stands for bob's, and a removal of the bare
-// "bob" takes every line with that text. Mailbox deletion passes the whole address.
+// The text may stand anywhere in the line: deliberate, hosts rely on it. So jim.bob's line also
+// stands for bob's, and a removal of the bare "bob" takes every line with that text. Mailbox
+// deletion passes the whole address.
 LineTest holds(const std::string& text)
 {
     return [text](std::string_view line) { return standsFor(line, line, text); };
@@ -31,7 +32,7 @@ int PostfixManager::Postfix_VMaps(std::string UserName, std::string DomainName, 
         if (!dropEntries(MailboxMapWriter, holds(UserName)))
             return PostfixResult::Failed;
     }
-    // Also for another task, which changes nothing.
+    // Any other task changes nothing, yet publishes.
     publish(MailboxMapWriter);
     return PostfixResult::Done;
 }

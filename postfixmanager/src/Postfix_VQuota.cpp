@@ -33,7 +33,7 @@ int changeInDatabase(const PostfixManager& manager, const std::string& mailbox,
     return succeeded ? done : PostfixResult::Failed;
 }
 
-// The key takes in the quota, whose separator is a tab: a mailbox that occurs there matches too.
+// A blank ends the key, but a quota follows a tab: so the quota is searched for the mailbox too.
 LineTest isOf(const std::string& mailbox)
 {
     return [mailbox](std::string_view line) { return standsFor(line, mapKey(line), mailbox); };
@@ -44,7 +44,7 @@ int addQuota(PostfixManager& manager, const std::string& mailbox, const std::str
     const Added added = addEntry(QuotaMapWriter, mailbox, isOf(mailbox), entry);
     if (added == Added::No)
         return PostfixResult::Failed;
-    // Not when the map is new; hosts then see the old value.
+    // With a new map ErrNo keeps its former value: deliberate, hosts see it so.
     if (added == Added::ToMap)
         manager.ErrNo = PostfixResult::Done;
     publish(QuotaMapWriter);
@@ -99,7 +99,7 @@ int PostfixManager::Postfix_VQuota(std::string Mailbox, std::string Quota, std::
     if (Action == "UpdateQuota")
         return updateQuota(*this, Mailbox, Quota, entry);
 
-    // Another action changes nothing, yet publishes, and answers with what an earlier call left.
+    // Any other action changes nothing, yet publishes, and answers with what an earlier call left.
     publish(QuotaMapWriter);
     return ErrNo;
 }

@@ -15,8 +15,8 @@
 namespace
 {
 
-// The two readers differ in how long a line may be: a longer one fails the stream, and the scan
-// ends with what the buffer holds.
+// The two readers differ in how long a line may be. A longer one fails the stream: its first part
+// still counts, and then the scan ends.
 constexpr int ExistenceLineSize = 1000;
 constexpr int ValueLineSize = 119;
 
@@ -27,14 +27,14 @@ char* skipWhiteSpace(char* text)
     return text;
 }
 
-// What may never end stays closed.
+// A fifo or a device may never end: it is not opened.
 std::ifstream opened(const std::string& path)
 {
     return mayNeverEnd(path) ? std::ifstream() : std::ifstream(path);
 }
 
-// To the host, a file that cannot be read is one without settings. A transaction must not decide by
-// what it could not read.
+// For a plain call, a file that cannot be read is one without settings. A transaction must not
+// decide by what it could not read.
 void noteFailure(const std::ifstream& file, const std::string& path)
 {
     Stage* const stage = openStage();
@@ -87,7 +87,7 @@ int QVConfFileManager::getParamFromQVConfFile(std::string qvConfFile, std::strin
         if (strncasecmp(name, param.c_str(), param.size()) != 0)
             continue;
 
-        // The first line that matches decides, also when it has no value.
+        // The first line that matches decides, even when it has no value.
         const char* const opening = strchr(name, '"');
         if (opening == nullptr)
             return 0;

@@ -43,7 +43,8 @@ public:
     // The same for the first row alone; first stays empty when that row is missing or null.
     bool readFirstRow(const std::string& statement, std::optional<std::string>& first);
 
-    // Keeps the connection open for good: hosts see it so for an action word that is unknown.
+    // Never closes the connection. Deliberate, for the hosts: an unknown action word leaves it
+    // open.
     void leaveOpen() { m_connection = nullptr; }
 
 private:

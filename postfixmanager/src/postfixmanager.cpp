@@ -1,7 +1,7 @@
 #include "PostfixManager.h"
 
 // The argument order differs from the member order, and dovecotLDA is ignored; both belong to the
-// signature that hosts were built against. ErrNo stays as it falls: only operations set it.
+// signature that hosts were built against. ErrNo is left without a value: only operations set it.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 PostfixManager::PostfixManager(CQVTrackManager* TrackMgr, std::string /*dovecotLDA*/,
                                std::string mailAccountBackend, std::string mailSqlServerIP,

@@ -37,7 +37,8 @@ FILE* openLockedForAppend(const std::string& file)
 {
     Stage* const stage = openStage();
     FILE* stream = nullptr;
-    // Not by getpwnam: the record to be written may be the very one that it returned to the host.
+    // A plain call does not ask getpwnam here: the record to be written may be the one that
+    // getpwnam returned to the host.
     if (stage == nullptr ? ownershipApart("root", MailReaders) : knownOwner("root", MailReaders)) {
         const std::string path = stage == nullptr ? file : stage->mapToChange(file);
         const int descriptor = openRegular(path, O_RDWR | O_CREAT, 0640);
@@ -81,7 +82,7 @@ std::optional<std::string> withPassword(std::string_view line, const std::string
     const std::string_view::size_type first = std::min(line.find(':'), line.size());
     const std::string_view::size_type second = line.find(':', first + 1);
     if (second == std::string_view::npos) {
-        // A plain call drops the line, on purpose; a transaction loses none.
+        // A plain call drops the line: deliberate, hosts see it so. A transaction loses no line.
         if (Stage* const stage = openStage())
             stage->fail("the line of " + std::string(accountName(line)) +
                         " in " VSHADOWFILE " has no password field; correct it");

@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-// What keeps the readers of the map from using the line: it lacks a field, or holds what belongs to
-// no field. Null when nothing does.
+// Why the readers of the map cannot use the line: it lacks a field, or holds what belongs to no
+// field. Null when they can.
 const char* faultOfLine(std::string_view map, std::string_view line);
 
 #endif

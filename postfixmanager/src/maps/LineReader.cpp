@@ -16,12 +16,12 @@ namespace
 
 constexpr std::size_t FirstBufferSize = std::size_t{128} * 1024;
 
-// Room for a list of half a million members. A power of two times the first size, by which the
-// buffer grows.
+// Room for a list of half a million members. The buffer doubles from its first size, so this is
+// that size times a power of two.
 constexpr std::size_t LongestLine = std::size_t{16} * 1024 * 1024;
 constexpr int LineTooLong = EMSGSIZE;
 
-// From here on skipping by Horspool's rule is quicker than memmem; measured on map lines.
+// For texts of this length or more, Horspool's search was quicker than memmem on map lines.
 constexpr std::size_t LongText = 20;
 
 } // namespace

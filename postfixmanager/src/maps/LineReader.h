@@ -12,12 +12,12 @@
 //
 // The line convention of all maps stands here: a file that ends in a line feed yields one more,
 // empty, last line (so an empty file has one empty line), and a last line without a line feed is a
-// line like any other with none after it. What readers and rewriters do with that empty line is
-// theirs to say. A line is valid until the next call.
+// line like any other with none after it. Whoever reads or rewrites a map says what becomes of that
+// empty line. A line is valid until the next call.
 //
-// What cannot be read ends the file; error() tells, and no part of a line is handed out. So do what
-// is no regular file (RegularFile.h) and a line beyond all that people write: a file with a hole
-// would fill the memory.
+// A read error ends the file: error() says which, and no part of a line is handed out. What is no
+// regular file (RegularFile.h) counts as one; so does a line longer than any that people write,
+// because a file with a hole would fill the memory.
 class LineReader
 {
 public:
@@ -25,8 +25,8 @@ public:
     explicit LineReader(const std::string& path);
 
     // Reads only the lines that contain text anywhere, and skips what lies between a block at a
-    // time. Every line contains the empty text. from: a number of bytes at the file's start that
-    // are not read.
+    // time. Every line contains the empty text. from: how many bytes at the file's start are not
+    // read.
     LineReader(const std::string& path, const std::string& text, std::size_t from = 0);
 
     ~LineReader();

@@ -12,8 +12,8 @@ std::size_t hashOf(std::string_view line)
     return std::hash<std::string_view>()(wholeName(line));
 }
 
-// A transaction that adds many entries must not read the whole map for each: from the second on it
-// remembers the names. False means that no line of that name is there; true, that one may be.
+// A transaction that adds many entries must not read the whole map for each: from the second entry
+// on it remembers the names. False means that no line of that name is there; true, that one may be.
 bool mayHoldNameOf(const std::string& entry, const std::string& map)
 {
     Stage* const stage = openStage();

@@ -3,12 +3,13 @@
 
 #include "maps/MapRewrite.h"
 
-// What the operations do to the entries of a map. Each says by a test which lines stand for what it
-// is about; rewriting also drops empty lines. Publishing is left to the operation.
+// How operations change the entries of a map. Their test says which lines stand for the address or
+// domain of the call. Rewriting also drops empty lines. Publishing is left to the operation.
 using LineTest = std::function<bool(std::string_view line)>;
 
-// Appends the entry unless some line stands for it, and makes the map, with its owner and mode,
-// when there is none. text: what all such lines contain, so that the others need no look.
+// Appends the entry unless some line stands for the same, and makes the map, with its owner and
+// mode, when there is none. text: what every such line contains, so that the others are not looked
+// at.
 enum class Added { No, ToMap, ToNewMap };
 Added addEntry(const MapVariant& variant, const std::string& text, const LineTest& isMatch,
                const std::string& entry);
@@ -17,8 +18,8 @@ Added addEntry(const MapVariant& variant, const std::string& text, const LineTes
 bool dropEntries(const MapVariant& variant, const LineTest& isMatch);
 bool dropEntries(const MapVariant& variant, const std::string& map, const LineTest& isMatch);
 
-// Rewrites the map with the entry in place of each of the lines; when there is none, with the entry
-// as its last line if that is wanted.
+// Rewrites the map with the entry in place of each of the lines. When there is none, the entry
+// becomes the last line if whenAbsent is Add.
 enum class WhenAbsent { Skip, Add };
 enum class Replaced { NotOpened, None, Some };
 Replaced replaceEntries(const MapVariant& variant, const LineTest& isMatch,

@@ -1,5 +1,4 @@
-// What the maps' lines are matched by: keys and other pieces of a line, and what a call's text
-// means to them.
+// The pieces of a map line, keys among them, and what the text of a call means to a line.
 #ifndef QV_MAPLINES_H
 #define QV_MAPLINES_H
 
@@ -37,7 +36,8 @@ inline std::string_view accountName(std::string_view line)
     return textBefore(line, ':');
 }
 
-// The domain of an account line: of its name, what follows the first "@"; the whole name without.
+// The domain of an account line: what follows the first "@" of its name; the whole name when it has
+// none.
 inline std::string_view accountDomain(std::string_view line)
 {
     return textAfter(accountName(line), '@');
@@ -77,15 +77,15 @@ inline bool equalIgnoringCase(std::string_view a, std::string_view b)
 // searched  the part of the line that a plain call searches.
 bool standsFor(std::string_view line, std::string_view searched, std::string_view text);
 
-// The same where the text is a domain and the lines' names may be addresses in it.
+// The same for a text that is a domain. In a transaction it means the addresses in exactly that
+// domain.
 bool liesIn(std::string_view line, std::string_view searched, std::string_view domain);
 
-// Whether the line's name is the domain or lies in it, by nothing but that domain. found: the domain
-// that a plain call finds in the line.
+// Whether the line belongs to exactly this domain. found: the domain that a plain call reads from
+// the line; a transaction takes it from the line's whole name.
 bool isOfDomain(std::string_view line, std::string_view found, std::string_view domain);
 
-// The same where the text is an address and the searched part holds destinations, separated by
-// commas or blanks.
+// The same for an address among destinations, which commas or blanks separate.
 bool leadsTo(std::string_view searched, std::string_view address);
 
 #endif

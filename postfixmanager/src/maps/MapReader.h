@@ -7,9 +7,9 @@
 
 // MapReader - the lines of a map, wherever it is now
 //
-// In a plain call that is the map itself. In a transaction it is the staged copy of a map that the
-// transaction has changed; there empty lines are passed over, and a map that is missing or cannot
-// be read to its end makes the commit refuse.
+// In a plain call that is the map itself. In a transaction it is the staged copy, once the
+// transaction has changed the map; empty lines are then passed over, and a map that is missing or
+// cannot be read to its end makes the commit refuse.
 class MapReader
 {
 public:
@@ -23,7 +23,7 @@ public:
     // The next line, without its line end. False when there is none.
     bool nextLine(std::string_view& line);
 
-    // Whether all that there is could be read. A map that is missing has nothing to read.
+    // Whether everything could be read. A missing map counts as read: it has nothing to read.
     bool succeeded() const { return m_lines.error() == 0 || m_lines.error() == ENOENT; }
 
 private:
@@ -33,7 +33,7 @@ private:
     LineReader m_lines;
 };
 
-// Whether there is such a map. In a transaction one that is missing makes the commit refuse.
+// Whether the map is there. In a transaction a missing map makes the commit refuse.
 bool mapExists(const std::string& map);
 
 #endif

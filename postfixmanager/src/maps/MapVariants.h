@@ -1,4 +1,5 @@
-// How each writer changes its map: the procedure is one (MapRewrite.h), what differs stands here.
+// How each operation rewrites its map. The procedure is the same (MapRewrite.h); the differences
+// are the fields below.
 #ifndef QV_MAPVARIANTS_H
 #define QV_MAPVARIANTS_H
 
@@ -6,19 +7,24 @@
 
 #include <sys/types.h>
 
-// A work file that an interrupted run left over ends up at the head of the new map, or is emptied.
+// How the work file is opened. One that an interrupted run left over keeps its lines, which end up
+// at the head of the new map, or loses them.
 enum WorkFileUse { Appended, Emptied };
 
-// "root" and the primary group of an account; the calling user and the group "qvadmin"; or both as
-// the work file was created.
-enum NewOwner { GroupOfMail, GroupOfQvadmin, CallerAndQvadmin, OwnerAsCreated };
+// Who owns the new map.
+enum NewOwner {
+    GroupOfMail,      // "root" and the primary group of the account "mail"
+    GroupOfQvadmin,   // "root" and the primary group of the account "qvadmin"
+    CallerAndQvadmin, // the calling user and the group "qvadmin"
+    OwnerAsCreated,   // stays as the work file was created
+};
 constexpr mode_t ModeAsCreated = 0;
 
-// What the operation runs after the change: "postmap FILE" for a lookup table, "postfix reload" for
-// what the mail server reads otherwise.
+// What the operation runs after the change: "postmap FILE" when Postfix reads the map through a
+// lookup table, and "postfix reload".
 enum Publish { PublishNothing, ReloadOnly, PostmapAndReload };
 
-// What a rewrite does without the old map.
+// What a rewrite does when there is no old map.
 enum OldMap { FailsWithout, StartsEmpty };
 
 struct MapVariant {
@@ -63,7 +69,7 @@ inline constexpr MapVariant QuotaFieldsEditor =
     {VPASSWDFILE, ".editbak", VPASSWDFILE ".edittmp", Emptied, OwnerAsCreated, ModeAsCreated, PublishNothing, FailsWithout};
 // clang-format on
 
-// All of them, for whoever must know every work file.
+// All of them: qvmailctl looks for work files that were left over.
 inline constexpr const MapVariant* MapVariants[] = {
     &DomainListWriter,  &MailboxMapWriter,    &CatchAllWriter,        &QuotaMapWriter,
     &AliasMapWriter,    &DomainAliasesWriter, &DomainMailboxesWriter, &MailboxLinesWriter,

@@ -10,9 +10,9 @@
 class MapWriter
 {
 public:
-    // Appended: a file that is there keeps its content, which stays in front. Emptied: it loses it.
-    // A file that is not there is made, with the mode that the process's umask leaves of 0666. What
-    // is no regular file is not opened (RegularFile.h).
+    // Appended: a file that is there keeps its content, and lines are added behind it. Emptied: it
+    // loses its content. A file that is not there is made, with the mode that the process's umask
+    // leaves of 0666. What is no regular file is not opened (RegularFile.h).
     MapWriter(const std::string& path, WorkFileUse use);
     ~MapWriter();
     MapWriter(const MapWriter&) = delete;
@@ -23,7 +23,7 @@ public:
     // Writes the line and a line end.
     void writeLine(std::string_view line);
 
-    // Whether the file was opened and took all lines; errno says why not.
+    // Closes the file. Whether it was opened and took all lines; errno says why not.
     bool close();
 
 private:

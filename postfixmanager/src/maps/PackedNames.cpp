@@ -17,8 +17,8 @@ constexpr std::uint64_t OffsetMask = BlockSize - 1;
 constexpr int PlaceBits = 40;
 constexpr std::uint64_t PlaceMask = (std::uint64_t{1} << PlaceBits) - 1;
 
-// So many names are looked up together: the memory of all is asked for before the first is needed,
-// because waiting for one after the other would take most of the time.
+// How many names are looked up together. The memory that all of them need is requested before the
+// first is read: to wait for it name by name would take most of the time.
 constexpr std::size_t Together = 32;
 
 std::uint64_t eightAt(const char* text)
@@ -36,7 +36,8 @@ void mix(std::uint64_t& hash, std::uint64_t characters)
     hash ^= hash >> 32;
 }
 
-// Eight characters at a time, and letters without their case: each account's name passes here once.
+// Eight characters at a time, because each account's name passes here. Letters count without their
+// case.
 std::uint64_t hashIgnoringCase(std::string_view text)
 {
     constexpr std::size_t Step = sizeof(std::uint64_t);

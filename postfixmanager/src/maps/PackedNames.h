@@ -11,8 +11,8 @@
 // PackedNames - many names, of which some are struck out, whatever the case of their letters
 //
 // First all names are added, then some are struck out, then the rest is visited. A name takes some
-// twenty bytes beside its letters; a set of the standard library would take several times the memory
-// and the time. Names hold no line end, as they are pieces of lines.
+// twenty bytes beside its letters; a set of the standard library would take several times the
+// memory and the time. Names hold no line end, as they are pieces of lines.
 class PackedNames
 {
 public:
@@ -28,12 +28,12 @@ public:
     std::size_t most() const { return m_most; }
 
 private:
-    // Where a name stands: its block, and in the block its state, which its letters and a line end
-    // follow.
+    // Where a name stands: the number of its block, and its offset there. At that offset stands the
+    // state of the name, then its letters and a line end.
     using Place = std::uint64_t;
 
-    // A slot of the index: empty (0), or a place plus one, and in the highest bits some of the name's
-    // hash, so that few other names have to be looked at.
+    // A slot of the index: 0 when it is empty, else a place plus one, with some bits of the name's
+    // hash in the highest bits, so that few other names have to be compared.
     using Slot = std::uint64_t;
 
     struct Sought {
@@ -51,7 +51,7 @@ private:
     char& stateAt(Place place);
     std::string_view nameAt(Place place) const;
 
-    std::vector<std::string> m_blocks; // one growing text would be copied, and twice in memory
+    std::vector<std::string> m_blocks; // one text that grows would be in memory twice meanwhile
     std::size_t m_count = 0;
     std::size_t m_most = 0;
     std::vector<Slot> m_slots;                       // each different name once, by its hash

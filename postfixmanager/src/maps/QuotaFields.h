@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-// Whether the line has seven fields that are not empty, or those and the quota's. Empty ones do not
-// count, so a line with an empty comment field is none of these, and its quota cannot be changed.
+// Whether a quota can be set in the line: it has seven fields that are not empty, or those and the
+// quota's. A line with an empty comment field has too few, so its quota cannot be changed.
 bool mayHaveQuotaFields(std::string_view line);
 
 // The quota, without its unit; nothing when there are no such fields.
@@ -17,7 +17,7 @@ std::optional<std::string> quotaInFields(std::string_view line);
 // quota  a number of bytes, without unit.
 std::string addQuotaFields(std::string_view line, std::string_view home, std::string_view quota);
 
-// The line with this quota; as it is when it may have none.
+// The line with this quota; unchanged when none can be set in it.
 std::string withQuotaFields(std::string_view line, std::string_view quota);
 
 // The line cut back to its first seven fields.

@@ -5,8 +5,8 @@
 #include <string_view>
 
 // Hands over the names of vshadow's lines, in order, until take returns false. An unreadable file
-// has none. An empty line bears the name of the line before it and so brings no new one; in front
-// of all names it bears the empty name.
+// has no names. An empty line counts with the line before it and is passed over; only at the very
+// start it is a line with an empty name.
 void visitShadowNames(const std::function<bool(std::string_view name)>& take);
 
 #endif

@@ -104,7 +104,7 @@ void copyRights(int from, int to, const std::string& path)
         refuseFailed(path, "given its mode");
 }
 
-// Not blocking: what was put in a file's place may be a pipe that nobody writes to.
+// O_NONBLOCK: what was put in a file's place may be a pipe that nobody writes to.
 constexpr int Reading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
 constexpr int Writing = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
 constexpr mode_t RootOnly = 0600;
@@ -128,7 +128,7 @@ std::string identityOf(const std::string& path)
     if (!S_ISREG(entry.st_mode))
         refuse(path + " is not a regular file" + (S_ISLNK(entry.st_mode) ? " but a link" : "") +
                "; put the file itself there");
-    // Not its disk's number: that may be another after the next boot.
+    // Without the disk's number, which may be another one after the next boot.
     return std::to_string(entry.st_ino) + ":" + std::to_string(entry.st_size) + ":" +
            std::to_string(entry.st_mtim.tv_sec) + "." + std::to_string(entry.st_mtim.tv_nsec);
 }

@@ -1,5 +1,5 @@
-// The file calls of a transaction. Each did what it says when it returns; else it throws a Refusal
-// that names the path and the system's reason.
+// The file calls of a transaction. When a call returns, it has done what it says; otherwise it
+// throws a Refusal that names the path and the system's reason.
 #ifndef QV_CHECKEDFILES_H
 #define QV_CHECKEDFILES_H
 
@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-// Refuses with the errno that stands: "PATH cannot be ATTEMPTED: No space left on device".
+// Refuses for the present errno: "PATH cannot be ATTEMPTED: No space left on device".
 [[noreturn]] void refuseFailed(const std::string& path, const char* attempted);
 
-// What tells one state of a file from another: device, inode, size and time of change, as text.
-// Empty when there is none. Refuses what is there and is not a regular file, a link among others.
+// Tells one state of a file from another: inode, size and time of its last change, as text. Empty
+// when there is no file. Refuses anything that is not a regular file, a link too.
 std::string identityOf(const std::string& path);
 
 // Copies content, owner, mode and extended attributes (a security label, an access list) to a new
@@ -22,15 +22,15 @@ std::size_t copyMap(const std::string& from, const std::string& to);
 // Gives a file the owner, mode and extended attributes of another.
 void copyRights(const std::string& from, const std::string& to);
 
-// A second name for the file, or a copy of it where the file system has no second names.
+// Gives the file a second name, or copies it where the file system has no second names.
 void keepUnder(const std::string& from, const std::string& to);
 
-// Sees to it that the file's date, in seconds, is later than that of an earlier state: Dovecot tells
-// by it, and by the size, whether an account file has changed.
+// Sees to it that the file's date, in seconds, is later than that of its earlier state: by date and
+// size Dovecot tells whether an account file has changed.
 void dateAfter(const std::string& earlier, const std::string& file);
 
-// Refuses when the path, or the directory that holds it, may not be changed (chattr): a rename would
-// then fail.
+// Refuses when the path, or the directory that holds it, is protected from changes (chattr), so
+// that a rename would fail.
 void checkChangeable(const std::string& path);
 
 void moveFile(const std::string& from, const std::string& to);
@@ -40,7 +40,7 @@ void removeIfThere(const std::string& path);
 void writeSynced(const std::string& path, const std::string& text);
 std::string readWhole(const std::string& path);
 
-// The paths of what is in the directory; none when there is no such directory.
+// The paths of all entries of the directory; none when there is no such directory.
 std::vector<std::string> entriesOf(const std::string& directory);
 
 void syncFile(const std::string& path);

@@ -58,8 +58,8 @@ void removeSpoolPath(const std::string& command, const std::string& path)
         stage->remove(path);
         return;
     }
-    // The command's text is the hosts', who watch it, and its path can be led elsewhere by who may
-    // write below the spool: what it must not lead to is kept out of reach, not looked for.
+    // Hosts watch the commands, so the command stays as it is, with a path in it. Whoever may write
+    // below the spool could lead that path elsewhere: HeldWay prevents it while the command runs.
     const HeldWay way(path);
     if (way.isSafe())
         runInShell(command);

@@ -18,7 +18,7 @@ struct Statement {
     bool isUpdate = false;
 };
 
-// Takes a statement apart from the left. Every step fails once one has failed.
+// Takes a statement apart from the left. After one step has failed, all further steps fail.
 class StatementReader
 {
 public:
@@ -26,7 +26,7 @@ public:
 
     bool atEnd() const { return m_isGood && m_rest.empty(); }
 
-    // The text, whose first character is looked for behind any blanks.
+    // Skips blanks and then the text, if that is what comes next.
     bool skipIf(std::string_view text)
     {
         const std::size_t start = std::min(m_rest.find_first_not_of(' '), m_rest.size());
@@ -50,7 +50,8 @@ public:
         return text;
     }
 
-    // A value between quotes. What would end it early, or hide the quote that does, is no name.
+    // A value between quotes. It holds no quote, which would end it early, and no backslash, which
+    // could hide the quote that ends it.
     std::string quoted()
     {
         skip("'");
@@ -116,8 +117,8 @@ std::optional<Statement> readStatement(const std::string& text)
     return statement;
 }
 
-// In a pattern "%@DOMAIN", which ends the statement, the domain stands for itself, be there a "_" in
-// it, which would stand for any character.
+// Escapes the domain in a pattern "%@DOMAIN", which ends the statement: a "_" in it would otherwise
+// stand for any character.
 std::string withoutWildcards(std::string statement)
 {
     constexpr std::string_view Pattern = "like '%@";
@@ -143,10 +144,12 @@ const std::vector<const char*>& columnsOf(const std::string& table)
 
 SqlTransaction::SqlTransaction(const SqlSettings& settings) : m_connection(settings)
 {
-    // Not "start transaction": the database ends a transaction by itself, to resolve a deadlock say,
-    // and what then follows would be committed statement by statement.
-    // And no value is cut short to fit its column, as old settings of a server would have it.
-    // And a wait for a row ends before the wait for the answer does: the database does not notice that
+    // Autocommit is switched off, which "start transaction" would not do: the database may end a
+    // transaction by itself, to resolve a deadlock for example, and what follows would then be
+    // committed statement by statement.
+    // Strict mode: no value is cut short to fit its column, as old settings of a server would have
+    // it.
+    // A wait for a row ends before the wait for the answer does: the database does not notice that
     // nobody waits any more, and would keep what the transaction has locked.
     const unsigned seconds = std::max(1U, settings.limits.answer * 5 / 6);
     m_connection.run("set autocommit = 0, sql_mode = concat(@@sql_mode, ',STRICT_ALL_TABLES'), "
@@ -192,7 +195,7 @@ void SqlTransaction::execute(const std::string& text)
 
 std::vector<RowChange> SqlTransaction::changes() const
 {
-    // How often each row is there more than before, in the order in which it first turned up.
+    // How many more of each row there are than before.
     std::map<std::pair<std::string, Row>, int> balance;
     for (const RowChange& change : m_changes)
         if (change.before.empty())
@@ -212,8 +215,8 @@ std::vector<RowChange> SqlTransaction::changes() const
     return net;
 }
 
-// Rows are compared byte by byte, where the database would take "X@b.com" for "x@b.com". An added row
-// that is not found was stored otherwise than it was given, and tells nothing.
+// Rows are compared byte by byte, where the database would take "X@b.com" for "x@b.com". An added
+// row that is not found was stored otherwise than it was given: it cannot be a witness.
 Witness SqlTransaction::witness()
 {
     const std::vector<RowChange> net = changes();

@@ -1,8 +1,8 @@
 // SqlTransaction - the one connection and the one transaction of the database that all operations
 // of an open transaction share
 //
-// It learns from each statement which rows it changes, so that the caller can be shown them and so
-// that, after a crash, the database itself can be asked whether the transaction was committed.
+// It learns from each statement which rows the statement changes: to show them to the caller, and
+// to ask the database after a crash whether the transaction was committed.
 #ifndef QV_SQLTRANSACTION_H
 #define QV_SQLTRANSACTION_H
 
@@ -17,12 +17,12 @@ struct RowChange {
     Row after;  // empty: the row is gone
 };
 
-// A question to a database, and the number that answers it once the transaction is committed. The
-// empty question has no answer to wait for.
+// A question to a database, and the number that answers it once the transaction is committed. Empty
+// when the transaction changes no row.
 struct Witness {
     std::string question;
     std::string answer;
-    std::string database; // and its server
+    std::string database; // its name and its server's
 };
 
 class SqlTransaction
@@ -31,19 +31,19 @@ public:
     // Connects and begins. Throws a Refusal that says why it cannot, never with the password.
     explicit SqlTransaction(const SqlSettings& settings);
 
-    // Refuses tables whose engine (MyISAM, Aria) takes no change back.
+    // Refuses tables whose engine (MyISAM, Aria) cannot take a change back.
     void checkEngines();
 
     MYSQL* connection() { return m_connection.handle(); }
 
-    // Asks in the transaction.
+    // Asks inside the transaction, which sees its own changes.
     SqlResult query(const std::string& question) { return m_connection.query(question); }
 
-    // Runs one of the library's changing statements. Throws a Refusal when it fails, or when the
-    // names in it make another statement of it.
+    // Runs one of the library's changing statements. Throws a Refusal when it fails, or when a name
+    // in it would turn it into another statement.
     void execute(const std::string& statement);
 
-    // What is changed in the end: a row that went and came back is not.
+    // The rows that differ in the end: a row that was removed and added again is not among them.
     std::vector<RowChange> changes() const;
 
     Witness witness();
@@ -53,10 +53,11 @@ public:
     // Whether a row of the table has this value in this column.
     bool holds(const std::string& table, const std::string& column, const std::string& value);
 
-    // Gives up what was changed, and goes on.
+    // Gives up what was changed; a new transaction begins.
     void rollBack();
 
-    // Throws a Refusal when the answer of the database is not that it is committed: it may be.
+    // Throws a Refusal when the database does not answer that it is committed. It may be committed
+    // all the same.
     void commit();
 
 private:

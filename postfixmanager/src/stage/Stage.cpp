@@ -17,7 +17,7 @@ namespace
 
 Stage* current = nullptr;
 
-// Runs what a call without a transaction would do unchecked; a refusal is kept for the commit.
+// Runs a step. What it refuses makes the commit refuse.
 template <class Step> std::string guarded(Stage& stage, Step step)
 {
     try {
@@ -36,7 +36,7 @@ bool isAtOrBelow(std::string_view path, std::string_view directory)
            (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-// A path that a removal may name: below the spool, and nothing that leads out of it or is it.
+// Refuses a path that is not below the spool, or that could lead out of it.
 void checkSpoolPath(const std::string& path)
 {
     const std::string spool = VSPOOLDIR "/";

@@ -1,7 +1,7 @@
 // Stage - what the open transaction of this process keeps from everybody else until its commit
 //
-// The few places of the ground floor where a call acts on the world ask openStage(): where a map
-// is, which lines a text means, what is published, which connection is used, how the spool changes.
+// The few functions below the operations that act on the world ask openStage(): where a map is,
+// which lines a text means, what is published, which connection is used, how the spool changes.
 // Without an open transaction they act at once. No operation asks.
 #ifndef QV_STAGE_H
 #define QV_STAGE_H
@@ -28,16 +28,16 @@ struct StagedMap {
     const char* map;
     const char* directory; // of the copy
     const char* name;      // of the copy there
-    bool isTable;          // the mail server reads it through a table that postmap builds
+    bool isTable;          // the mail server reads it through a lookup table, which postmap builds
 
     bool isChanged = false;  // there is a copy, and it stands for the map
     bool isRepaired = false; // the copy is published even if no entry differs
     std::string former = {}; // identity of the map when it was copied
 
-    std::size_t copiedSize = 0; // of what was copied, while lines were only added; else 0
+    std::size_t copiedSize = 0;              // of the map, as long as lines were only added; else 0
     std::pair<int, mode_t> rights = {-1, 0}; // of the copy, as a writer has set them
 
-    // The hashes of the copy's names, kept once many entries are added.
+    // The hashes of the copy's names, kept from the second added entry on.
     int additions = 0;
     std::unordered_set<std::size_t> names = {};
 
@@ -51,7 +51,7 @@ struct StagedMap {
     }
 };
 
-// In the order in which new entries go public: an account before what routes mail to it.
+// In the order in which new entries become public: an account before the route that leads to it.
 using StagedMaps = std::array<StagedMap, 6>;
 
 struct SpoolDirectory {
@@ -62,7 +62,7 @@ struct SpoolDirectory {
 class Stage
 {
 public:
-    // onFiles  the maps hold the mail accounts: one that is missing is damage.
+    // onFiles  the accounts are in map files: a map that is missing is damage.
     explicit Stage(bool onFiles);
     ~Stage();
     Stage(const Stage&) = delete;
@@ -74,13 +74,16 @@ public:
     const std::string& failure() const { return m_failure; }
     bool failureMayPass() const { return m_failureMayPass; }
 
-    // Where the map is to be read. Empty when it is missing or no regular file.
+    // Where the map is to be read. Empty, and a failure, when it is no regular file or when it is
+    // missing although the accounts are in files.
     std::string mapToRead(const std::string& map);
 
-    // The staged copy, to be changed in place; made if need be. Empty when that fails.
+    // The staged copy, to be changed in place; it is made when there is none. Empty when that
+    // fails.
     std::string mapToChange(const std::string& map);
 
-    // A file beside the copy to write the changed map to, and what puts it in the copy's place.
+    // A file beside the copy, to write the changed map to; takeReplacement puts it in the copy's
+    // place.
     std::string replacementOf(const std::string& map);
     void takeReplacement(const std::string& map);
 
@@ -95,7 +98,7 @@ public:
     const std::vector<SpoolDirectory>& directoriesToMake() const { return m_directories; }
     const std::vector<std::string>& pathsToRemove() const { return m_removals; }
 
-    // Whether the path is removed first, with a directory above it maybe.
+    // Whether the path is to be removed, by itself or with a directory above it.
     bool isToBeRemoved(const std::string& path) const;
 
     bool makesDirectories() const { return !m_directories.empty(); }
@@ -103,15 +106,15 @@ public:
     void wantReload() { m_wantsReload = true; }
     bool wantsReload() const { return m_wantsReload; }
 
-    std::unique_ptr<SqlTransaction> database; // null: the transaction is of the maps alone
+    std::unique_ptr<SqlTransaction> database; // null: the accounts are in map files
 
-    // Whether Dovecot delivers, once it was asked for.
+    // Whether Dovecot delivers; nothing until that is asked for.
     std::optional<bool> deliveryAgent;
 
     // Whether the passwords of account records are to be stored as they are.
     bool passwordsAreHashed = false;
 
-    // By user and group account, as far as they were looked up.
+    // Owners that were looked up, by user and group account.
     std::map<std::pair<std::string, std::string>, std::optional<Ownership>> owners;
 
 private:
@@ -128,7 +131,7 @@ private:
     bool m_wantsReload = false;
 };
 
-// The process's; null when no transaction is open.
+// The stage of this process's transaction; null when none is open.
 Stage* openStage();
 
 #endif

@@ -17,8 +17,8 @@ struct TreeDirectory {
     mode_t mode;
 };
 
-// The domain's own directory ends without the set-group-id bit, on purpose; all below it keep
-// theirs.
+// The domain's own directory ends up without the set-group-id bit, all below it keep theirs:
+// deliberate, hosts find the modes so.
 inline constexpr TreeDirectory DomainTree[] = {
     {"", 02775, 0775},
     {"/mail", 02775, 02775},

@@ -3,7 +3,8 @@
 
 #include <string>
 
-// Why a step cannot be done. Thrown within a program, and never out of the library.
+// Why a step cannot be done. It is thrown inside the library and inside qvmailctl, never from one
+// to the other.
 struct Refusal {
     std::string reason;
     bool mayPass = false; // nothing is changed, and the same may succeed a moment later

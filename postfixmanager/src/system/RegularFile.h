@@ -1,6 +1,6 @@
-// Maps and settings are regular files, or links to one. Anything else in their place would not end
-// well: a fifo keeps whoever opens it waiting, some devices act on being opened, others never end.
-// Looked at before it is opened: who could change it in between is root already.
+// Maps and settings are regular files, or links to one. Anything else in their place does harm: a
+// fifo keeps whoever opens it waiting, some devices act on being opened, others never end. A path
+// is looked at before it is opened: only root could change it in between.
 #ifndef QV_REGULARFILE_H
 #define QV_REGULARFILE_H
 
@@ -13,8 +13,8 @@
 constexpr int NotRegular = EINVAL;
 int openRegular(const std::string& path, int flags, mode_t mode = 0);
 
-// Whether there is a link that leads nowhere, to a disk that is not mounted say: the file is missing,
-// and yet was never meant to be.
+// Whether the path is a link that leads nowhere, for example to a disk that is not mounted: the
+// file is missing, although it was meant to be there.
 bool leadsNowhere(const std::string& path);
 
 // Whether the path leads to a fifo or a device: a command that is given it may never end.

@@ -5,7 +5,7 @@
 
 bool runInShell(const std::string& command)
 {
-    // A host that ignores its children's ends would not be told of this one's either.
+    // A host may ignore SIGCHLD; system() could then not learn how this command ended.
     struct sigaction ofHost {
     };
     struct sigaction standard {

@@ -81,7 +81,7 @@ Place placeOf(const std::string& path)
     }
 }
 
-// Goes on to the place of another path. What many paths have in common is walked once.
+// Moves on to the place of another path. What paths in the same directory share is walked once.
 void moveTo(Place& place, std::string& holder, const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
@@ -92,7 +92,7 @@ void moveTo(Place& place, std::string& holder, const std::string& path)
     holder = path.substr(0, slash);
 }
 
-// Gives the directory itself, and nothing that a link or a second name leads to, owner and mode.
+// Sets owner and mode of the directory itself, and of nothing that a link leads to.
 bool giveRights(const Place& place, const OwnedDirectory& directory)
 {
     const Directory made = place.open();
@@ -101,8 +101,8 @@ bool giveRights(const Place& place, const OwnedDirectory& directory)
            fchmod(made.number(), directory.mode) == 0;
 }
 
-// Whether a place that could not be opened, for the reason that stands in errno, holds nothing that
-// leads on.
+// For a place that could not be opened, for the reason in errno: whether there is nothing, or
+// nothing that leads on (no link and no directory).
 bool leadsNowhere(const Place& place)
 {
     struct stat entry {
@@ -112,9 +112,9 @@ bool leadsNowhere(const Place& place)
             !S_ISLNK(entry.st_mode) && !S_ISDIR(entry.st_mode));
 }
 
-// Syncs the directories and those that hold them. To sync each of many takes seconds, to sync the
-// file system waits for the mail that others write meanwhile: so the one for a few, the other, once
-// for each file system, for a bulk of new mailboxes.
+// Syncs the directories and those that hold them. A few are synced one by one; for many that would
+// take seconds, so their file systems are synced, once each. That in turn waits for the mail that
+// others write meanwhile.
 int syncMade(const std::vector<OwnedDirectory>& directories, std::string& failed)
 {
     const bool isBulk = directories.size() > 100;
@@ -145,8 +145,8 @@ int syncMade(const std::vector<OwnedDirectory>& directories, std::string& failed
     return 0;
 }
 
-// A tree that is being removed. Below a depth, directories are moved up to its top first: each level
-// takes a descriptor, and who may write here may nest directories without end.
+// A tree that is being removed. Each level takes a descriptor, and whoever may write here may nest
+// directories without end: below a certain depth, directories are first moved up to the top.
 struct Tree {
     int top;
     unsigned moved = 0;
@@ -293,7 +293,8 @@ HeldWay::~HeldWay()
 std::string asideOf(const std::string& path)
 {
     const std::size_t name = path.rfind('/') + 1;
-    // A name that gets too long for a file system is cut: two that then are one both are to go.
+    // A name that gets too long for the file system is cut. Two that become the same are both to be
+    // removed anyway.
     return path.substr(0, name) + (".removed-" + path.substr(name)).substr(0, NAME_MAX);
 }
 
@@ -306,13 +307,13 @@ int moveAsideInSpool(const std::string& path)
     const auto move = [&] {
         const bool isMoved = renameat(place.parent.number(), place.name.c_str(),
                                       aside.parent.number(), aside.name.c_str()) == 0;
-        // Synced: it must not come back with a loss of power once the journal is gone.
+        // Synced: after a loss of power it must not be back while the journal is gone.
         return (isMoved && fsync(place.parent.number()) == 0) || errno == ENOENT ? 0 : errno;
     };
     const int failure = move();
     if (failure != ENOTEMPTY && failure != EEXIST)
         return failure;
-    // An earlier one could not be removed, or not yet.
+    // What was moved aside earlier is still there.
     if (const int stillThere = removeTree(aside.parent.number(), aside.name.c_str()))
         return stillThere;
     return move();
@@ -325,7 +326,8 @@ int removeFromSpool(const std::string& path)
         return errno == ENOENT ? 0 : errno;
     if (const int failure = removeTree(place.parent.number(), place.name.c_str()))
         return failure;
-    // Synced: with a loss of power it would come back, and nobody would remember that it is to go.
+    // Synced: after a loss of power it would be back, and nobody would know that it is to be
+    // removed.
     return fsync(place.parent.number()) == 0 ? 0 : errno;
 }
 
@@ -345,8 +347,8 @@ int identityInSpool(const std::string& path, std::string& identity)
     if (!place.parent.isOpen() || statx(place.parent.number(), place.name.c_str(),
                                         AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &entry) != 0)
         return errno == ENOENT ? 0 : errno;
-    // The time of birth, too: a file system soon gives a freed number to another file. Not its disk's
-    // number: that may be another after the next boot.
+    // With the time of birth: a file system soon gives a freed inode to another file. Without the
+    // disk's number, which may be another one after the next boot.
     identity = std::to_string(entry.stx_ino) + ":" + std::to_string(entry.stx_btime.tv_sec) + "." +
                std::to_string(entry.stx_btime.tv_nsec);
     return 0;

@@ -1,11 +1,11 @@
 // Directories and mail below the spool, reached by descriptors that follow no link.
 //
-// The account "qvadmin" may write below a domain's directory, and root acts there: a link planted
-// on the way must lead nowhere. Only a domain's own directory may be a link, to another disk say:
-// the directory that holds it is root's.
+// The account "qvadmin" may write below a domain's directory, and root acts there: a link that is
+// planted on the way must lead root nowhere. Only a domain's own directory may be a link, to
+// another disk for example: the directory that holds it belongs to root.
 //
-// Paths are "/var/spool/vmail/DOMAIN" and below. What gives a number gives 0, or the errno of what
-// failed.
+// Paths are "/var/spool/vmail/DOMAIN" and below. A function that returns int returns 0, or the
+// errno of what failed.
 #ifndef QV_SPOOLTREE_H
 #define QV_SPOOLTREE_H
 
@@ -21,19 +21,19 @@ struct OwnedDirectory {
 };
 
 // Makes the directories in this order, or takes those that are there, sets owner and mode and syncs
-// them. failed is the one that could not be made; those before it are.
+// them. failed names the one that could not be made; those before it are made.
 int makeInSpool(const std::vector<OwnedDirectory>& directories, std::string& failed);
 
-// The same for one, as plain calls do it: made with a mode of its own, and owner and mode are given
-// as far as that goes. What is there and is no directory, a link among others, stays as it is and is
-// no failure. False when it cannot be made.
+// The same for one directory, as plain calls do it: it is made with the mode madeWith, and whether
+// owner and mode can be set is not checked. Anything there that is no directory, a link too, stays
+// as it is and is no failure. False when it cannot be made.
 bool makePlainlyInSpool(const OwnedDirectory& directory, mode_t madeWith);
 
-// Keeps the way to a path from being led elsewhere as long as it lives, for a command that is to be
-// given the path. The directories on it, from the domain's own to the last but one, belong to root
-// meanwhile and nobody else may write there: then no look beforehand can be outrun. What lies below
-// the last one takes no harm, so mail is delivered as ever. A process that is killed meanwhile leaves
-// them so; making the domain's tree again mends that.
+// As long as it lives, nobody can lead the way to the path elsewhere: for a command that is given
+// the path. The directories on the way, from the domain's own to the last but one, meanwhile belong
+// to root, and nobody else may write there, so nothing changes between the look and the command.
+// Below the last directory nothing is touched, so mail is delivered as ever. A process that is
+// killed meanwhile leaves the directories so; making the domain's tree again mends that.
 class HeldWay
 {
 public:
@@ -57,19 +57,19 @@ private:
     bool m_isSafe = true;
 };
 
-// Takes a file or directory out of the way in one step, under a name of its own beside it that no
-// mailbox or domain can have, and syncs that. What is not there is out of the way already.
+// Takes a file or directory out of the way in one step, and syncs that: it is renamed beside its
+// place to a name that no mailbox or domain can have. What is not there is out of the way already.
 int moveAsideInSpool(const std::string& path);
 std::string asideOf(const std::string& path);
 
 // Removes a file, or a directory with all below it. What is not there is removed already.
 int removeFromSpool(const std::string& path);
 
-// Whether anything is there: a link that leads nowhere too, and what cannot be looked at.
+// Whether anything is there. A link that leads nowhere counts, and so does what cannot be looked
+// at.
 bool isInSpool(const std::string& path);
 
-// Gives what tells the thing that is there from what is made in its place later; nothing when there
-// is none.
+// Tells what is there from anything that is made in its place later. Empty when there is nothing.
 int identityInSpool(const std::string& path, std::string& identity);
 
 // Removes a directory that is empty; any other stays.

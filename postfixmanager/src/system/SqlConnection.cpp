@@ -10,7 +10,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// In plain words; empty where the client library's own say it best.
+// The reason in plain words. Empty where the client library's own words say it best.
 std::string whyNotConnected(unsigned code)
 {
     static const std::map<unsigned, const char*> reasons = {
@@ -25,8 +25,8 @@ std::string whyNotConnected(unsigned code)
     return reason == reasons.end() ? std::string() : reason->second;
 }
 
-// A server that is lost for as long as was waited for it is silent. Its code is one of three, by the
-// client library and by what was waited for.
+// Whether the server was silent: the connection is lost and the whole limit has passed. The code is
+// one of three, depending on the client library and on what was waited for.
 bool isSilent(unsigned code, Clock::time_point start, unsigned limit)
 {
     return (code == 2002 || code == 2003 || code == 2013) &&
@@ -38,9 +38,8 @@ std::string silence(unsigned limit)
     return "it does not answer within " + std::to_string(limit) + " seconds";
 }
 
-// What ends a transaction, and is over a moment later: a deadlock, which the nodes of a cluster also
-// answer when they have changed the same row; a node that goes away or has no majority yet; too many
-// connections.
+// Whether the reason is a passing one: a deadlock, which nodes of a cluster also report when they
+// have changed the same row; a node that goes away or has no majority yet; too many connections.
 bool mayPass(unsigned code)
 {
     constexpr unsigned Codes[] = {1040, 1047, 1053, 1203, 1213, 1927, 2006, 2013, 2055};
@@ -70,7 +69,7 @@ SqlConnection::SqlConnection(const SqlSettings& settings)
     mysql_options(handle(), MYSQL_OPT_READ_TIMEOUT, &m_limits.answer);
     mysql_options(handle(), MYSQL_OPT_WRITE_TIMEOUT, &m_limits.answer);
     const Clock::time_point start = Clock::now();
-    // atoi on purpose: a port that is no number becomes 0, the client library's default port.
+    // As MySQLClient does: a port that is no number becomes 0, the client library's default port.
     if (mysql_real_connect(handle(), settings.server.c_str(), settings.user.c_str(),
                            settings.password.c_str(), settings.database.c_str(),
                            atoi(settings.port.c_str()), nullptr, 0) != nullptr)

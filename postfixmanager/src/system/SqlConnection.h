@@ -32,10 +32,10 @@ struct SqlSettings {
 using Row = std::vector<std::string>;
 using SqlResult = std::unique_ptr<MYSQL_RES, decltype(&mysql_free_result)>;
 
-// How long, in milliseconds, to wait before what may pass is tried again.
+// How many milliseconds to wait before each new try of a step that failed for a passing reason.
 constexpr int Pauses[] = {100, 400, 1600};
 
-// Runs what asks the database, and again where it is refused for what may pass.
+// Asks the database, and asks again when it fails for a passing reason.
 template <class Question> auto askPatiently(const Question& question)
 {
     for (const int pause : Pauses) {
@@ -50,7 +50,7 @@ template <class Question> auto askPatiently(const Question& question)
     return question();
 }
 
-// As a literal that needs no quotes, whatever the text holds. It is compared byte by byte.
+// The text as an SQL literal, whatever the text holds. It is compared byte by byte.
 std::string binaryLiteral(const std::string& text);
 
 class SqlConnection
@@ -58,11 +58,11 @@ class SqlConnection
 public:
     explicit SqlConnection(const SqlSettings& settings);
 
-    // Of the database and its server.
+    // Names the database and its server, for messages and the journal.
     const std::string& name() const { return m_name; }
     std::string charset() const { return mysql_character_set_name(handle()); }
 
-    // The same, but compared as the column that it is compared with.
+    // The text as an SQL literal that is compared by the rules of the column beside it.
     std::string literal(const std::string& text) const;
 
     SqlResult query(const std::string& question);
@@ -80,7 +80,7 @@ private:
     std::unique_ptr<MYSQL, decltype(&mysql_close)> m_handle;
     std::string m_name;
     TimeLimits m_limits;
-    std::chrono::steady_clock::time_point m_asked; // the last statement
+    std::chrono::steady_clock::time_point m_asked; // when the last statement was sent
 };
 
 #endif

@@ -15,12 +15,12 @@ struct Ownership {
     gid_t group;
 };
 
-// The user id of one account and the primary group id of another (not the group of that name).
-// Nothing when either account is unknown. Looked up with getpwnam, which hosts may observe, and which
+// The user id of one account and the primary group id of another (not of the group of that name).
+// Nothing when either account is unknown. Asks getpwnam, which hosts may watch, and which
 // overwrites the record that it returned to the host before.
 std::optional<Ownership> ownershipOf(const char* user, const char* groupAccount);
 
-// The same, and leaves that record alone, for where the host's own is still to be written.
+// The same, but leaves that record alone, because the host's own record is still to be written.
 std::optional<Ownership> ownershipApart(const char* user, const char* groupAccount);
 
 #endif

@@ -11,7 +11,7 @@
 namespace
 {
 
-// The lines of one side, empty ones passed over.
+// The lines of one of the two files that are compared. Empty lines are passed over.
 class Side
 {
 public:
@@ -39,7 +39,7 @@ private:
     bool m_atEnd = false;
 };
 
-// Lines that went by one name and came by the same are one change, or none.
+// A removed and an added line of the same name are one change, or none when they are alike.
 std::vector<LineChange> joinedByName(const std::vector<LineChange>& changes)
 {
     std::unordered_map<std::string, std::size_t> gone; // by name, its place in the result
@@ -86,8 +86,8 @@ std::vector<LineChange> changesOf(const StagedMap& staged)
     if (!staged.isChanged)
         return changes;
 
-    // A staged copy keeps the order of its map: lines are dropped, replaced and added behind. Where
-    // they were only added, what was copied need not be read.
+    // A staged copy keeps the order of its map: lines are dropped, replaced and added at the end.
+    // Where lines were only added, the part that was copied need not be read.
     Side before(staged.map, "", staged.copiedSize);
     Side after(staged.copy(), "", staged.copiedSize);
     while (!before.atEnd()) {

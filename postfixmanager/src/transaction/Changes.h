@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-// An entry before and after, as whole lines. One of them is empty when it is new or gone.
+// An entry before and after, as whole lines. before is empty when it is new, after when it is gone.
 struct LineChange {
     std::string before;
     std::string after;
 };
 
-// An entry that was removed and added again as it was is unchanged.
+// The changed entries. One that was removed and added again as it was is not among them.
 std::vector<LineChange> changesOf(const StagedMap& staged);
 
 // Refuses what no reader of the map could use: a new or changed line that lacks a field or holds

@@ -33,7 +33,8 @@ std::vector<Publication> publicationsOf(Stage& stage)
         if (changes.empty() && !staged.isRepaired)
             continue;
         checkChanges(staged, changes);
-        // One whose entries are as they were takes its place all the same: its last line is ended now.
+        // A repaired map without another entry is published all the same: its last line is ended
+        // now.
         Publication publication{&staged, {}, changes.empty()};
         for (const LineChange& change : changes)
             if (change.after.empty())
@@ -47,7 +48,8 @@ std::vector<Publication> publicationsOf(Stage& stage)
 
 // ---- Tables ----
 
-// What postmap made of a staged file: one or more files named after it, as the table's type has it.
+// The files that postmap made beside a staged file: one or more, named after it, depending on the
+// type of the lookup table.
 std::vector<std::string> tableEndings(const StagedMap& staged, const std::string& file)
 {
     std::vector<std::string> endings;
@@ -74,7 +76,7 @@ std::vector<std::string> buildTable(const StagedMap& staged, const std::string& 
     if (endings.empty())
         refuse("postmap built no table of " + std::string(staged.map));
     for (const std::string& ending : endings) {
-        // As postmap itself does, which writes to the old table.
+        // postmap itself would have written to the old table, and so kept its rights.
         if (!identityOf(staged.map + ending).empty())
             copyRights(staged.map + ending, file + ending);
         syncFile(file + ending);
@@ -84,8 +86,8 @@ std::vector<std::string> buildTable(const StagedMap& staged, const std::string& 
 
 // ---- The way into the public ----
 
-// Adds the moves that put the file in its map's place, after an earlier state of it. The table comes
-// first: one that is older than its map makes the mail server warn.
+// Adds the moves that put the file in its map's place, where an earlier state of it stands. The
+// lookup table comes first: Postfix warns of a table that is older than its map.
 void addMoves(Journal& journal, const StagedMap& staged, const std::string& earlier,
               const std::string& file, const std::vector<std::string>& expected)
 {
@@ -162,8 +164,8 @@ void addRemovals(Journal& journal, const Stage& stage)
     }
 }
 
-// Those that are new are made now, when the commit can still be refused. Those that are there get
-// their owner and mode afterwards, and so do those that are to be removed first.
+// New directories are made now, while the commit can still be refused. Those that are there already
+// get their owner and mode afterwards; those in a place that is cleared first are made afterwards.
 void makeDirectories(Journal& journal, const Stage& stage)
 {
     if (stage.directoriesToMake().empty())

@@ -120,8 +120,8 @@ bool Journal::isUntouched() const
                         [](const Move& move) { return identityOf(move.from).empty(); });
 }
 
-// In two steps, so that what cannot be removed at once belongs to nobody, even when the mailbox or
-// domain is made anew.
+// Mail is first moved aside, then removed: what cannot be removed at once then belongs to nobody,
+// even when the mailbox or domain is made anew.
 void removeMail(const std::vector<Journal::Removal>& removals, Journal::Rest& rest)
 {
     std::vector<int> failures;

@@ -1,7 +1,7 @@
 // Journal - what a commit is about to do, written down and synced before the first step
 //
-// Whoever finds it, after a crash say, carries it out from the start: a step that is done already
-// is passed over or done again with the same result.
+// Whoever finds it, after a crash for example, carries it out from the start: a step that was done
+// before is passed over, or done again with the same result.
 #ifndef QV_JOURNAL_H
 #define QV_JOURNAL_H
 
@@ -18,15 +18,15 @@ struct Journal {
     struct Move {
         std::string from;
         std::string to;
-        // What may stand at that place, by identity: anything else was put there by a program that
-        // does without transactions. Empty: not looked at.
+        // The identities of what may stand at that place: anything else was put there by a program
+        // that does without transactions. Empty: it is not checked.
         std::vector<std::string> expected;
     };
     struct Removal {
         std::string path;
         std::string identity; // what was there: anything else was made since, and stays
     };
-    Witness witness; // with accounts in the database: it is to be carried out only if this is true
+    Witness witness; // with a database: the journal is carried out only if the answer fits
     std::vector<Move> moves;
     bool reloads = false;
     std::vector<Removal> removals;           // of the spool
@@ -38,7 +38,7 @@ struct Journal {
     // Writes it and syncs it. From then on it will be carried out.
     void write() const;
 
-    // What is left to do, said for the administrator; empty texts when all is done.
+    // What is left to do, in words for the administrator; empty texts when all is done.
     struct Rest {
         std::string reload;
         std::string spool;
@@ -46,15 +46,15 @@ struct Journal {
     };
 
     // Carries it out. Throws a Refusal when a map cannot take its place: the rest then waits for
-    // the next try. isTaken tells of mail that is to be removed whether its mailbox or domain was
-    // made anew by somebody else since; then it stays.
+    // the next try. isTaken says, for mail that is to be removed, whether somebody else has made
+    // its mailbox or domain anew since; then the mail stays.
     using PathTest = std::function<bool(const std::string& path)>;
     Rest carryOut(const PathTest& isTaken) const;
 
-    // Refuses when a map that is still to be replaced is not what it was, or cannot be replaced.
+    // Refuses when a map that is still to be replaced was changed meanwhile, or cannot be replaced.
     void checkPlaces() const;
 
-    // Whether no step of it can have been done yet.
+    // Whether certainly no step was done yet.
     bool isUntouched() const;
 };
 
@@ -64,10 +64,10 @@ void removeMail(const std::vector<Journal::Removal>& removals, Journal::Rest& re
 // The mailbox or domain that a path of the spool belongs to: an address or a domain.
 std::string ownerOf(const std::string& path);
 
-// The one that a process left behind.
+// The journal that a process left behind; nothing when there is none.
 std::optional<Journal> readJournal();
 
-// Removes it, when it is carried out or is not to be.
+// Removes the journal, once it is carried out or given up.
 void removeJournal();
 
 #endif

@@ -8,11 +8,12 @@
 #include <utility>
 #include <vector>
 
-// Throws a Refusal for a field that no account can have. It leaves the field out, which is a secret.
+// Throws a Refusal for a field that cannot be stored. The reason leaves the field out, which is a
+// secret.
 void checkHash(const std::string& address, std::string_view hash);
 
-// Stages the password field of each address, as PostfixTransaction::storePasswordHashes says. Throws
-// a Refusal for a field that no account can have, and for an address that has no mailbox.
+// Stages the password field of each address, as PostfixTransaction::storePasswordHashes says.
+// Throws a Refusal for a field that cannot be stored and for an address without a mailbox.
 void stagePasswordHashes(Stage& stage,
                          const std::vector<std::pair<std::string, std::string>>& hashes);
 

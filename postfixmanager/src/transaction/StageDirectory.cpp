@@ -61,7 +61,7 @@ bool hasName(const char* map, const std::string& name)
     while (reader.nextLine(line))
         if (wholeName(line) == name)
             return true;
-    return reader.error() != 0; // who knows
+    return reader.error() != 0; // it may be in the part that could not be read
 }
 
 // Whether the mailbox or domain of a spool path exists now.
@@ -211,7 +211,7 @@ void finishEarlier(SqlTransaction* database)
 
 void discardStage(SqlTransaction* database)
 {
-    // First, so that nobody carries it out once a part of what it names is gone.
+    // The journal goes first: nobody must carry it out once a part of what it names is gone.
     if (!identityOf(VJOURNALFILE).empty())
         removeJournal();
     takeBackNewDirectories(database);

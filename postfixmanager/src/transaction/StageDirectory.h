@@ -1,5 +1,5 @@
-// The directory in which transactions stage their copies: the lock that keeps them apart, and what
-// becomes of what an earlier one left there.
+// The directory in which transactions stage their copies: the lock that keeps transactions apart,
+// and what is done with the files that an earlier one left there.
 #ifndef QV_STAGEDIRECTORY_H
 #define QV_STAGEDIRECTORY_H
 
@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-// The lock of all transactions of this machine, let go of with the process in any case. It lies on
+// The lock of all transactions of this machine. It ends with its process in any case. It lies on
 // the directory itself, which only root can open: nobody else can hold it.
 class StageLock
 {
 public:
-    // Waits for it as long as the patience, in seconds, lasts; without end when that is negative.
-    // Throws a Refusal when the directory cannot be made or is not root's alone.
+    // Waits for the lock for as many seconds as patience says, without end when that is negative.
+    // Throws a Refusal when the directory cannot be made or does not belong to root alone.
     explicit StageLock(int patience);
     ~StageLock();
     StageLock(const StageLock&) = delete;
@@ -35,22 +35,23 @@ private:
     bool m_isHeld = false;
 };
 
-// Notes the directories of the spool that are about to be made, so that they go again if nothing is
-// committed.
+// Notes the directories of the spool that are about to be made, so that they are removed again if
+// nothing is committed.
 void noteNewDirectories(const std::vector<OwnedDirectory>& directories);
 
-// Carries out the journal that an earlier transaction left, or else takes back what it made and
-// empties the directory.
+// Carries out the journal that an earlier transaction left. Where there is none to carry out, takes
+// back what that transaction made and empties the directory.
 //
-// database  what a journal about the database is asked of; null when this process uses none.
+// database  answers whether a change of the database was committed; null when the accounts are in
+// files.
 void finishEarlier(SqlTransaction* database);
 
-// Takes back what was made for a commit that is not to be, and empties the directory. Directories of
-// a mailbox or domain that exists stay: somebody else has made that meanwhile.
+// Takes back what was made for a commit that was given up, and empties the directory. The
+// directories of a mailbox or domain that exists stay: somebody else has made it meanwhile.
 void discardStage(SqlTransaction* database);
 
-// Empties the directory after a commit that was carried out; the journal goes once nothing is left
-// that another transaction could take back. What could not be removed is noted for the next ones.
+// Empties the directory after a commit that was carried out. The journal goes once nothing is left
+// that the next transaction could take back. What could not be removed is noted for the next ones.
 void clearStage(const std::vector<Journal::Removal>& left);
 
 #endif

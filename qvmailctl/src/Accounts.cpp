@@ -15,14 +15,14 @@
 namespace
 {
 
-// Looked up once: an import makes thousands of mailboxes. beginChange has seen that they are there.
+// Looked up once: an import makes thousands of mailboxes. change() has checked that they exist.
 struct Owners {
     uid_t user = getpwnam(MailOwner)->pw_uid;
     gid_t groupOfUsers = getpwnam(MailOwner)->pw_gid;
     gid_t groupOfAdmins = getgrnam(MailReaders)->gr_gid;
 };
 
-// A mailbox's account as the library takes it. The strings that the record points to live beside it.
+// A mailbox's account as the library takes it, with the strings that the record points to.
 struct AccountRecord {
     std::string name;
     std::string home;
@@ -88,7 +88,7 @@ void writePasswordLine(Host& host, const Address& address)
              "the line of " + address.text + " in " VSHADOWFILE " could not be made");
 }
 
-// No limit is no quota: a "-1" in the delivery agent's fields makes Dovecot refuse the user.
+// No limit is written by deleting the quota: a "-1" in Dovecot's fields makes it refuse the user.
 void writeQuota(Host& host, const std::string& address, const Quota& quota)
 {
     conclude(host,
@@ -113,10 +113,10 @@ void writeHashes(Host& host, const std::vector<std::pair<std::string, std::strin
                                 : "the passwords could not be changed");
 }
 
-// The list's calls also serve a forwarder: they write what the forwarder's own do.
+// A forwarder is written by the calls for lists: they write the same lines and rows.
 void writeForwards(Host& host, const std::string& address, const Addresses& targets, bool hasEntry)
 {
-    // One text with commas: the form that both backends read.
+    // One text with commas: the form that is read from files and from the database.
     std::string text;
     for (const std::string& target : targets)
         text += (text.empty() ? "" : ",") + target;
@@ -127,9 +127,9 @@ void writeForwards(Host& host, const std::string& address, const Addresses& targ
         (targets.size() > 1 ? "the list " : "the forwarder ") + address + " could not be written");
 }
 
-// With the database, deleting an alias gives the address a row for itself, for its mailbox's sake.
-// Without a mailbox the server would then take its mail and bounce it: deleted as a list, nothing is
-// left.
+// With a database, deleting an alias gives the address a row for itself, which a mailbox needs.
+// Without a mailbox the server would then take its mail and return it: deleted as a list, the
+// address has no row left.
 void removeForwards(Host& host, const std::string& address, bool hasMailbox)
 {
     VectorString none;

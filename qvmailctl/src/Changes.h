@@ -14,17 +14,17 @@ enum class Kind { Domain, Mailbox, Quota, Alias, List, CatchAll };
 class Changes
 {
 public:
-    // detail  what people are told of it too, such as a quota's bytes.
+    // detail  what people are told besides the name, such as the bytes of a quota.
     void added(Kind kind, const std::string& name, const std::string& detail = "");
     void removed(Kind kind, const std::string& name);
     void changed(Kind kind, const std::string& name, const std::string& detail = "");
 
-    // More for scripts, beside the names.
+    // A further value, for scripts only.
     void tellScripts(const char* key, const Json& value) { m_more[key] = value; }
 
     bool isEmpty() const { return m_entries.empty(); }
 
-    // isDry: nothing of it was done.
+    // isDry  nothing was done: the answer says so.
     Answer answer(bool isDry) const;
 
 private:

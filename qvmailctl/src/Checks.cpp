@@ -137,7 +137,7 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
              " members; Postfix expands an address to no more than virtual_alias_expansion_limit "
              "(1000) and then puts its mail off");
 
-    // A forwarder's way is read step by step, a list's from one reading of everything.
+    // The way of one target is read step by step; for a list, everything is read once.
     constexpr unsigned Parts = Domains | Accounts | Aliases | CatchAlls;
     const bool isForwarder = targets.size() == 1;
     Hosting hosting;

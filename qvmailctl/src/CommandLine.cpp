@@ -127,7 +127,7 @@ void addObject(CLI::App& app, const Object& object, Choice& choice)
 
 // ---- Unknown words ----
 
-// How many letters must be put in, left out or replaced to make one word of the other.
+// How many letters must be added, left out or replaced to turn one word into the other.
 std::size_t distance(const std::string& from, const std::string& to)
 {
     std::vector<std::size_t> row(to.size() + 1);
@@ -143,7 +143,7 @@ std::size_t distance(const std::string& from, const std::string& to)
     return row.back();
 }
 
-// What other commands call it.
+// Words that other programs use, and the word here.
 const std::map<std::string, std::string> OtherWords = {
     {"remove", "delete"}, {"rm", "delete"},       {"del", "delete"},      {"create", "add"},
     {"new", "add"},       {"ls", "list"},         {"info", "show"},       {"get", "show"},
@@ -171,7 +171,7 @@ void requireKnown(const std::string& word, const std::string& before,
                             "\"qvmailctl " + before + "--help\" lists all");
 }
 
-// CLI11 names what it did not expect, but not what may have been meant.
+// CLI11 names the word that it did not expect, but not the one that may have been meant.
 void requireKnownWords(const std::vector<std::string>& words, const std::vector<Object>& objects)
 {
     if (words.empty())
@@ -193,7 +193,7 @@ void requireKnownWords(const std::vector<std::string>& words, const std::vector<
     requireKnown(words[1], words[0] + " ", known);
 }
 
-// The words that are no options.
+// The words that are neither options nor their values.
 std::vector<std::string> plainWords(int argc, char** argv)
 {
     static const std::set<std::string> takeValues = {"--wait", "--quota", "--config"};
@@ -216,7 +216,7 @@ bool isGiven(int argc, char** argv, const char* option)
 
 void readCommandLine(int argc, char** argv, const std::vector<Object>& objects, Choice& choice)
 {
-    choice.options.json = isGiven(argc, argv, "--json"); // for what CLI11 complains of, too
+    choice.options.json = isGiven(argc, argv, "--json"); // known before CLI11 fails
     const std::vector<std::string> words = plainWords(argc, argv);
     for (const std::string& word : words)
         choice.words += (choice.words.empty() ? "" : " ") + word;

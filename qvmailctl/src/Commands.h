@@ -1,5 +1,5 @@
-// The commands, OBJECT ACTION or one word alone: one source file per object, which hands out a table
-// of its actions.
+// The commands: OBJECT ACTION, or one word alone. Each object has one source file, which hands out
+// a table of its actions.
 #ifndef QVMAILCTL_COMMANDS_H
 #define QVMAILCTL_COMMANDS_H
 
@@ -41,7 +41,7 @@ struct Action {
     std::vector<const char*> arguments; // at most two; "[X]" may be left out, "X..." takes the rest
     unsigned takes;
     const char* examples;
-    Answer (*run)(Host& host, const Given& given); // no result: the host's changes are the answer
+    Answer (*run)(Host& host, const Given& given); // null result: host.changes is the answer
 };
 
 struct Object {

@@ -23,7 +23,7 @@ struct Node {
     std::string place;
 };
 
-// Runs a check of a name or value, whose refusal does not know the place.
+// Runs a check of a name or value, and adds the place to its refusal.
 template <class Check> auto checkedAt(const std::string& place, const Check& check)
 {
     try {
@@ -33,7 +33,7 @@ template <class Check> auto checkedAt(const std::string& place, const Check& che
     }
 }
 
-// A key that is misspelt must not be lost.
+// An unknown key is refused: it may be misspelt, and its value would be lost.
 void requireObject(const Node& node, std::initializer_list<const char*> keys)
 {
     if (!node.value.is_object())
@@ -76,7 +76,7 @@ std::string& textAt(const Node& node)
     return node.value.get_ref<std::string&>();
 }
 
-// Hands on each element of the array; none when the object has no such key.
+// Passes on each element of the array; none when the object has no such key.
 template <class Take> void forEach(const Node& node, const char* key, const Take& take)
 {
     if (!has(node, key))
@@ -187,7 +187,7 @@ Account accountAt(const Node& node, const std::string& domain)
 
 // ---- Forwarders and lists ----
 
-// key  of the targets.
+// key  the one that the targets stand under.
 Forwarding forwardingAt(const Node& node, const char* key, const std::string& domain)
 {
     requireObject(node, {"address", key});
@@ -250,16 +250,16 @@ DomainPart domainAt(const Node& node)
 
 // ---- JSON ----
 
-// What the parser says, without what it read last: that may be a password.
+// The parser's message without the text that it read last, which may be a password.
 std::string faultOfJson(const Json::exception& error)
 {
     std::string text = error.what();
-    text.erase(0, text.find("] ") + 2); // its name of the exception
+    text.erase(0, text.find("] ") + 2); // cuts the name of the exception
     return text.substr(0, text.find("; last read"));
 }
 
-// Builds the document from what the parser finds. The parser's own builder would keep one of two
-// values of a key, and say nothing.
+// Builds the document from what the parser finds. The parser's own builder would silently keep one
+// of two values of a key.
 class Builder : public Json::json_sax_t
 {
 public:
@@ -538,7 +538,7 @@ std::vector<std::string> linesOfDocument(const Json& document)
 Addresses forwardsOf(const Hosting& hosting, const std::string& address)
 {
     Addresses targets = withoutRepeats(hosting.targetsOf(address));
-    // The database has the copy as a row of its own.
+    // In the database, the row for itself means that the mailbox keeps a copy.
     if (!targets.empty() && hosting.selfRows.count(address) > 0)
         targets.insert(targets.begin(), address);
     return areSame(targets, {address}) ? Addresses() : targets;

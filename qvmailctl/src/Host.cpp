@@ -67,8 +67,8 @@ void requireMaps()
     }
 }
 
-// A rewrite of a program without transactions was interrupted: its next change would put those lines
-// into a map.
+// A program without transactions was interrupted while it rewrote a map: its next change would put
+// the work file's lines into a map.
 void requireNoWorkFiles()
 {
     for (const MapVariant* const writer : MapVariants)
@@ -80,7 +80,7 @@ void requireNoWorkFiles()
                      "and \"qvmailctl check --repair\" puts it aside");
 }
 
-// The accounts and tools that a change needs are there, and no work file is left over.
+// Ends the command when accounts or tools that a change needs are missing, or a work file is left.
 void requireFit(const Host& host)
 {
     requireAccounts();
@@ -93,7 +93,7 @@ void requireFit(const Host& host)
     requireNoWorkFiles();
 }
 
-// In steps, so that an interruption ends the waiting too.
+// Waits in steps of a second, so that an interruption can end the waiting.
 void open(Host& host)
 {
     PostfixTransaction::Outcome outcome;
@@ -109,7 +109,8 @@ void open(Host& host)
         stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
 }
 
-// To the commands that the commit runs: what is left of it may be the passwords of commands to come.
+// The commands that the commit runs get no input: what is left of it may be passwords for the
+// commands of a script that come next.
 void leaveNoInput()
 {
     const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -130,7 +131,7 @@ void finish(Host& host)
             stop(Status::NotWritten, failure + "; nothing was changed");
         return;
     }
-    // Nor are the commands that the commit runs interrupted.
+    // The commands that the commit runs are not interrupted either.
     ignoreInterruptions();
     leaveNoInput();
     const PostfixTransaction::Outcome outcome = host.transaction.commit();
@@ -188,8 +189,9 @@ void beginQuery(Host& host)
     if (!host.settings.usesSql && access(VDOMAINFILE, F_OK) != 0)
         tell("note: " VDOMAINFILE " is missing, so nothing is hosted; \"qvmailctl init\" prepares "
              "this machine");
-    // The answer should be from after the interrupted change, or from before it. Where somebody
-    // else is at work, or nothing can be written, it is from wherever that is.
+    // The answer should be from before the interrupted change or from after it, not from its
+    // middle. It may be from its middle when another change is at work, or when nothing can be
+    // written.
     if (access(VJOURNALFILE, F_OK) == 0 && host.transaction.open(0) == PostfixTransaction::Done)
         host.transaction.drop();
 }

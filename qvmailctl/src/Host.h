@@ -1,5 +1,5 @@
-// What one command works with: the options, the settings, the library's object, and what it has
-// changed.
+// What one command works with: its options, the settings, the library, the transaction, and what it
+// has changed.
 #ifndef QVMAILCTL_HOST_H
 #define QVMAILCTL_HOST_H
 
@@ -18,8 +18,8 @@ struct Options {
     bool dryRun = false;
     bool ifMissing = false; // of a creation
     bool ifThere = false;   // of a deletion
-    bool takeOver = false;  // former mail
-    int wait = 5;           // seconds, for another change to end
+    bool takeOver = false;  // the new mailbox gets former mail
+    int wait = 5;           // seconds to wait for another change to end
 };
 
 struct Host {
@@ -27,7 +27,7 @@ struct Host {
 
     Options options;
     Settings settings;
-    CQVTrackManager tracking; // traces nothing: the calls bring clear passwords
+    CQVTrackManager tracking; // traces nothing: calls carry clear passwords
     PostfixManager library;
     PostfixTransaction transaction; // of every change
     Changes changes;
@@ -42,21 +42,20 @@ struct Host {
 // for another change.
 void beginQuery(Host& host);
 
-// The same for what is read before a person is asked something: also sees that the change can go
-// through. Nobody should answer for nothing.
+// For what is read before a person is asked something. As beginQuery; also checks that the change
+// can be made, so that nobody answers in vain.
 void beginAsking(Host& host);
 
-// Makes a change in one transaction. Where the database has refused it for what may pass (a deadlock, a
-// node that is lost), all of it is made afresh, a few times. First sees that it can go through: the
-// accounts and tools that it needs are there, and no work file is left over.
+// Makes a change in one transaction. First checks that it can be made: the accounts and tools that
+// it needs are there, and no work file is left over. When the database refuses it for a passing
+// reason (a deadlock, a node that is lost), all of it is made again, a few times.
 using Work = std::function<void()>;
 void change(Host& host, const Work& work);
 
-// The same, without looking at what it needs: "check --repair" is about to mend that.
+// The same without those checks: "check --repair" is about to mend what they would refuse.
 void repair(Host& host, const Work& work);
 
-// Asks before something is deleted, unless that is agreed to beforehand (--yes) or nothing is
-// deleted (--dry-run).
+// Asks before something is deleted, unless --yes is given or --dry-run, which deletes nothing.
 void confirm(const Host& host, const std::string& deletion);
 
 #endif

@@ -32,7 +32,7 @@ bool leadsToWanted(const Wanted& wanted, const Addresses& targets)
            });
 }
 
-// "unlimited" is written as -1 or 0; what is no number limits nobody either.
+// -1 and 0 mean no limit; a text that is no number limits nobody either.
 Quota quotaIn(std::string_view text)
 {
     while (!text.empty() && text.front() == ' ')
@@ -49,13 +49,13 @@ std::string_view behindName(std::string_view line)
     return line.substr(std::min(line.size(), wholeName(line).size() + 1));
 }
 
-// "#" begins a comment, and a line without a name is nobody's: a check tells of it.
+// A line with "#" is a comment. One without a name belongs to nobody; "check" reports it.
 bool isEntry(std::string_view line)
 {
     return !wholeName(line).empty() && line.front() != '#';
 }
 
-// Hands on the lines of the map that hold the text, until take has what it wants.
+// Passes on the lines of the map that contain the text, until take has what it wants.
 enum Next { GoOn, Enough };
 using TakeLine = std::function<Next(std::string_view line)>;
 void readMap(const char* map, const std::string& text, const TakeLine& take)
@@ -70,7 +70,7 @@ void readMap(const char* map, const std::string& text, const TakeLine& take)
     requireNoEmptyLink(map);
 }
 
-// An address has one line in a map; of several, the first counts.
+// An address has one line in a map. When there are several, the first counts.
 Next afterLineOf(const Wanted& wanted)
 {
     return wanted.address.empty() ? GoOn : Enough;
@@ -173,7 +173,7 @@ Hosting readMaps(const Wanted& wanted, unsigned parts)
     if ((parts & Quotas) != 0)
         readQuotas(hosting, wanted, text);
     if ((parts & Aliases) != 0)
-        // A target may be written with capital letters, which the search for a text would not find.
+        // For targets all lines are read: a search would miss one in capital letters.
         readAliases(hosting, wanted, wanted.forwarders ? "" : text);
     if ((parts & CatchAlls) != 0)
         readCatchAlls(hosting, ofDomain);

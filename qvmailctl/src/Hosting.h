@@ -1,5 +1,5 @@
-// What is hosted, read from the map files or from the database, by whole names: what a plain query
-// of the library answers also holds what contains a name.
+// What is hosted, read from the map files or from the database by whole names: a plain query of the
+// library would also answer for longer names that contain the name.
 #ifndef QVMAILCTL_HOSTING_H
 #define QVMAILCTL_HOSTING_H
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-// Behind this mark, a stored hash lets nobody in, and is the old one again without it.
+// A stored hash with this mark before it lets nobody in. Without the mark it is the former hash.
 constexpr char DisabledMark = '!';
 
 struct Mailbox {
@@ -20,8 +20,8 @@ struct Mailbox {
     Quota quota;
     enum Type { Unknown, User, Admin } type = Unknown; // the database keeps none
 
-    // With files, an account has a line in each of two files; one alone is what an interrupted
-    // creation of a plain program leaves.
+    // With files, an account has a line in each of two files. When there is only one, a plain
+    // program was interrupted while it made or deleted the mailbox.
     bool isInPasswd = true;
     bool isInShadow = true;
 
@@ -34,18 +34,17 @@ using Addresses = std::vector<std::string>;
 struct Hosting {
     std::set<std::string> domains;
     std::map<std::string, Mailbox> mailboxes;
-    std::map<std::string, Addresses> aliases;     // forwarders and lists, without a mailbox's row
-                                                  // for itself
-    std::map<std::string, std::string> catchAlls; // the address, by domain
-    std::set<std::string> quotas;                 // the addresses that have an entry
-    std::set<std::string> selfRows;               // of the database's aliases
+    std::map<std::string, Addresses> aliases;     // forwarders and lists, without self rows
+    std::map<std::string, std::string> catchAlls; // the target's address, by domain
+    std::set<std::string> quotas;                 // the addresses that have a quota entry
+    std::set<std::string> selfRows;               // addresses with a row for themselves
 
-    // In the list or the table of domains: a directory of that name does not count.
+    // Whether the list or table of domains has it. A directory of that name does not count.
     bool hosts(const std::string& domain) const { return domains.count(domain) > 0; }
     const Mailbox* mailbox(const std::string& address) const;
     Addresses targetsOf(const std::string& address) const; // none when it does not forward
 
-    // Whether the alias map or table has anything of it, a mailbox's row for itself included.
+    // Whether the alias map or table has an entry of it, a mailbox's row for itself included.
     bool hasEntry(const std::string& address) const;
 
     // An address that forwards and has no mailbox is a list when it has several targets.
@@ -64,25 +63,26 @@ enum Parts : unsigned {
     AllParts = 31
 };
 
-// Of whom: of everybody, of a domain, or of an address and its domain's name and catch-all.
+// Whose entries: everybody's, a domain's, or those of an address, its domain and its catch-all.
 struct Wanted {
     std::string domain = {};
     std::string address = {};
-    bool forwarders = false; // of an address: also the entries that lead to it
-    bool anyLetters = false; // of an address: also a mailbox of it with other capital letters
+    bool forwarders = false; // with an address: also the entries that lead to it
+    bool anyLetters = false; // with an address: also its mailbox in another letter case
 };
 Wanted everything();
 Wanted domainAlone(const std::string& domain);
 Wanted addressAlone(const Address& address);
-Wanted inAnyLetters(const Address& address); // the library takes such mailboxes for one
+Wanted inAnyLetters(const Address& address); // one mailbox, to the library
 
-// Ends the command when the map is a link that leads nowhere.
+// Ends the command when the map is a link that leads nowhere: it is lost, and not merely missing.
 void requireNoEmptyLink(const std::string& map);
 
-// Ends the command when something cannot be read. A map that is missing is an empty one.
+// Ends the command when something cannot be read. A missing map counts as empty.
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
 
-// Asks the database, afresh where it has refused for what may pass. Ends the command, saying why, when it does not answer.
+// Asks the database, and asks again when it refuses for a passing reason. Ends the command, saying
+// why, when it does not answer.
 template <class Question> auto asked(const Settings& settings, const Question& question)
 {
     try {
@@ -98,7 +98,7 @@ template <class Question> auto asked(const Settings& settings, const Question& q
 // Ends the command, saying why, when the database cannot be used.
 void reachDatabase(const Settings& settings);
 
-// The words of a list of targets, between commas or blanks.
+// The words of a text, which commas or blanks separate.
 Addresses wordsOf(std::string_view text);
 
 #endif

@@ -49,7 +49,7 @@ void waitForInput(int descriptor)
     sigemptyset(&interruptions);
     for (const int interruption : Interruptions)
         sigaddset(&interruptions, interruption);
-    // A signal comes through in ppoll alone: none falls between the look and the waiting.
+    // Signals are let through during ppoll only: none is lost between the check and the waiting.
     sigprocmask(SIG_BLOCK, &interruptions, &unblocked);
     pollfd input = {descriptor, POLLIN, 0};
     while (!isInterrupted() && ppoll(&input, 1, nullptr, &unblocked) < 0 && errno == EINTR) {

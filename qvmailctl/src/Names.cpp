@@ -21,7 +21,7 @@ constexpr std::size_t LongestLabel = 63;
 constexpr std::size_t LongestDomain = 253;
 constexpr std::size_t LongestUser = 64;
 constexpr std::size_t LongestAddress = 254;
-constexpr long long LargestQuota = 1LL << 50; // so that the quotas of a domain can be summed
+constexpr long long LargestQuota = 1LL << 50; // the sum of a domain's quotas still fits
 
 constexpr const char* NoAddress = "an address is USER@DOMAIN, at most 254 characters";
 
@@ -29,7 +29,7 @@ constexpr const char* Sizes =
     "a size is a number of bytes, or one with K, M, G or T (500M, 1.5G), at "
     "most 1024T, or \"unlimited\"";
 
-// The power of 1024, as a shift.
+// How many bits a number with the unit is shifted to be in bytes.
 const std::map<std::string, int> Units = {
     {"", 0},     {"b", 0},  {"k", 10},  {"kb", 10},  {"kib", 10}, {"m", 20},  {"mb", 20},
     {"mib", 20}, {"g", 30}, {"gb", 30}, {"gib", 30}, {"t", 40},   {"tb", 40}, {"tib", 40},
@@ -82,8 +82,8 @@ void refuseFault(const std::string& text, const char* fault)
         refuse(text, fault);
 }
 
-// A number with or without a fraction, times the unit; nothing when it is none or is too large. What
-// is less than a byte is cut off.
+// A number, with or without a fraction, times the unit. Nothing when it is no number or too large.
+// A fraction of a byte is cut off.
 std::optional<long long> bytesOf(std::string_view number, int shift)
 {
     constexpr std::size_t SafeDigits = 16;

@@ -38,8 +38,8 @@ bool isWarning(std::string_view line)
             contains(line, "not found"));
 }
 
-// Control characters, which could make a terminal do things, as backslash, "x" and two digits; those
-// of UTF-8 (0x80 to 0x9f behind 0xc2) and of 8-bit character sets among them.
+// Writes control characters, which could make a terminal do things, as a backslash, "x" and two
+// digits. Those of UTF-8 (0x80 to 0x9f behind 0xc2) and of 8-bit character sets count too.
 std::string printable(std::string_view text)
 {
     constexpr const char* Digits = "0123456789abcdef";
@@ -58,7 +58,7 @@ std::string printable(std::string_view text)
     return line;
 }
 
-// In ASCII: it may be for a terminal.
+// In ASCII, because it may go to a terminal.
 std::string documentOf(const Json& document)
 {
     constexpr int OneLine = -1;
@@ -90,7 +90,7 @@ QuietLibrary::QuietLibrary(bool verbose) : m_isVerbose(verbose)
 
 QuietLibrary::~QuietLibrary()
 {
-    // What the library still has in its buffers must not follow to standard output.
+    // What the library left in its buffers must not reach standard output later.
     dup2(messages, STDERR_FILENO);
     if (m_isVerbose)
         for (const std::string& line : linesOf(complaints()))

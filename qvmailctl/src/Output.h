@@ -1,4 +1,4 @@
-// What a person or a script sees: the answer on standard output, all else on standard error.
+// What a person or a script sees: the answer on standard output, everything else on standard error.
 #ifndef QVMAILCTL_OUTPUT_H
 #define QVMAILCTL_OUTPUT_H
 
@@ -12,8 +12,8 @@
 
 using Json = nlohmann::ordered_json;
 
-// The same twice: for scripts (--json) and for people, one item a line. An answer may be a failure
-// with a result: the command then ends with the status, and says the sentence too.
+// The answer in two forms: for scripts (--json) and for people, one item a line. An answer may be a
+// failure that has a result: the command then also prints the sentence and ends with the status.
 struct Answer { // NOLINT(bugprone-exception-escape): to move a Json throws nothing
     Json result;
     std::vector<std::string> lines;
@@ -21,10 +21,10 @@ struct Answer { // NOLINT(bugprone-exception-escape): to move a Json throws noth
     std::string sentence = {};
 };
 
-// While it lives, the library's progress lines (password hashes among them) stay off standard
-// output: they go nowhere or, when verbose, to standard error when it ends, as a terminal may show
-// them. What the commands that it runs complain of is held back: most of it is about files that need
-// not be there.
+// While it lives, nothing that the library prints (password hashes among it) reaches standard
+// output. It is dropped or, with --verbose, written to standard error at the end, in a form that a
+// terminal may show. What the programs that it runs complain of is held back: most of it is about
+// files that need not be there.
 class QuietLibrary
 {
 public:
@@ -33,7 +33,7 @@ public:
     QuietLibrary(const QuietLibrary&) = delete;
     QuietLibrary& operator=(const QuietLibrary&) = delete;
 
-    // Shows what was held back: all of it after a failure, else what postmap and postfix warn of.
+    // Shows what was held back: everything (all), or the warnings of postmap and postfix.
     void showComplaints(bool all) const;
 
 private:
@@ -43,17 +43,18 @@ private:
     int m_complaints = -1;
 };
 
-// With asJson, one document on standard output, whatever happens: {"ok":true,"result":...}. False
-// when it cannot be written.
+// Prints the answer; with asJson as one document, {"ok":true,"result":...}. False when it cannot be
+// written.
 bool give(const Answer& answer, bool asJson);
 
-// The sentence on standard error; with asJson also {"ok":false,"error":...} on standard output.
+// Prints the sentence on standard error; with asJson also a document on standard output:
+// {"ok":false,"error":...}.
 void giveFailure(const Stop& stop, bool asJson);
 
 void tell(const std::string& line);
 void prompt(const std::string& question); // no line end
 
-// How far a long change is, on a terminal alone: one line, which goes away with it.
+// Shows on a terminal how far a long change is: one line, which disappears at the end.
 class Progress
 {
 public:
@@ -71,7 +72,7 @@ private:
     bool m_isShown;
 };
 
-// Whether the answer goes into a file that other users may read.
+// Whether standard output is a file that other users may read.
 bool mayOthersReadAnswer();
 
 // The text as a terminal may show it: control characters escaped, and cut when it is long.

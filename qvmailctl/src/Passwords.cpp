@@ -21,9 +21,9 @@ namespace
 {
 
 constexpr std::size_t LongestPassword = 255; // what the library can change a password to
-constexpr std::size_t Reserved = 1024;       // no growing, which would leave copies behind
+constexpr std::size_t Reserved = 1024;       // a text that grows would leave a copy behind
 
-// Without echo, and without the terminal's Ctrl-Z: the echo always comes back.
+// Switches off the echo, and Ctrl-Z, which would leave it off in the shell.
 class SilentTerminal
 {
 public:
@@ -43,7 +43,7 @@ private:
     termios m_before{};
 };
 
-// Reads by the byte: what follows the line belongs to others, and no buffer keeps a copy.
+// Reads byte by byte: what follows the line is not ours, and no buffer keeps a copy.
 void readLine(std::string& line)
 {
     line.reserve(Reserved);
@@ -163,7 +163,7 @@ void keepNoCore()
 {
     constexpr rlimit None = {0, 0};
     setrlimit(RLIMIT_CORE, &None);
-    prctl(PR_SET_DUMPABLE, 0); // also for a program to which the kernel hands cores
+    prctl(PR_SET_DUMPABLE, 0); // also keeps cores from a program of core_pattern
 }
 
 void wipe(std::string& text)

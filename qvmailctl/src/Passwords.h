@@ -1,22 +1,22 @@
-// Passwords come from a terminal or from standard input, never from an argument, where every
-// process could read them.
+// Passwords come from a terminal or from standard input, never from an argument, which every
+// process could read.
 #ifndef QVMAILCTL_PASSWORDS_H
 #define QVMAILCTL_PASSWORDS_H
 
 #include <string>
 
-// A mailbox's new password, wiped when it goes.
+// A mailbox's new password. Its memory is wiped.
 class Password
 {
 public:
-    // On a terminal asks twice without echo; else takes one line of standard input. Ends the
-    // command when the password is empty, too long or holds control characters, or at a Ctrl-C.
+    // On a terminal, asks twice without echo; otherwise takes one line of standard input. Ends the
+    // command at a Ctrl-C, and when the password is empty, too long or holds control characters.
     explicit Password(const std::string& mailbox);
     ~Password();
     Password(const Password&) = delete;
     Password& operator=(const Password&) = delete;
 
-    // The hash to store. From then on the text is gone.
+    // The hash to store. The clear text is wiped then.
     const std::string& hash();
 
 private:
@@ -24,13 +24,14 @@ private:
     std::string m_hash;
 };
 
-// Whether a person types: what can be refused is then refused before the password is asked for.
+// Whether a person types the password. Everything that can be refused is then checked before the
+// password is asked for.
 bool isTyped();
 
-// The fault of a password; null when it has none.
+// What is wrong with a password; null when nothing is.
 const char* faultOfPassword(const std::string& password);
 
-// The fault of a hash that is to be stored as it is; null when it has none.
+// What is wrong with a hash that is to be stored as it is; null when nothing is.
 const char* faultOfHash(const std::string& hash);
 
 // The hash to store. The password is wiped.
@@ -41,8 +42,8 @@ std::string randomPassword();
 
 void wipe(std::string& text);
 
-// A crash leaves no file with the memory of this process, or of the tools that it runs, and no other
-// process of the user can look into it.
+// After this call a crash leaves no file with the memory of this process or of the tools that it
+// runs, and no other process of the user can read that memory.
 void keepNoCore();
 
 #endif

@@ -1,4 +1,4 @@
-// Runs other programs to ask them something: without a shell, and never longer than a while.
+// Runs other programs to ask them something: without a shell, and with a time limit.
 #ifndef QVMAILCTL_PROGRAMS_H
 #define QVMAILCTL_PROGRAMS_H
 
@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-// What the program prints on standard output. Nothing when it is not there, fails, or does not end
-// within the seconds: it is killed then.
+// What the program prints on standard output. Nothing when the program is missing, fails, or does
+// not end within the seconds; it is killed then.
 std::optional<std::string> outputOf(const std::vector<std::string>& command, int seconds);
 
-// Whether the program is found, also where tools for root lie.
+// Whether the program is found in searchPath().
 bool isInstalled(const std::string& program);
 
-// PATH with where tools for root lie, which su or cron often leave out.
+// PATH, and the directories of tools for root, which su or cron often leave out.
 std::string searchPath();
 
 std::vector<std::string> linesOf(const std::string& text);

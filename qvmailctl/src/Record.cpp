@@ -12,14 +12,14 @@
 namespace
 {
 
-// So that no name can end the quoted text.
+// Without double quotes no name can end the quoted text of the record.
 std::string withoutQuotes(std::string text)
 {
     std::replace(text.begin(), text.end(), '"', '\'');
     return text;
 }
 
-// The person behind root, as far as sudo or the login tells.
+// The user who became root, as far as sudo or the login tells.
 std::string whoAsks()
 {
     if (const char* const name = getenv("SUDO_USER"))

@@ -4,7 +4,7 @@
 
 #include <string>
 
-// command  the words of the command line without options: no password is ever among them.
+// command  the words of the command line without options. A password is never among them.
 // A change of a password goes to the facility "authpriv", all else to "mail".
 void record(const std::string& command, const std::string& outcome);
 

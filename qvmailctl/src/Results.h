@@ -7,21 +7,21 @@
 
 struct Host;
 
-// After sysexits(3), so that a script can tell them apart. Of all but Done and Unfinished, nothing
-// was changed.
+// Named as in sysexits(3), so that a script can tell them apart. With all but Done and Unfinished,
+// nothing was changed.
 enum class Status {
     Done = 0,
-    Usage = 64,       // the command line
-    Refused = 65,     // a name or a value
-    NotThere = 67,    // what the command names
-    Unreachable = 69, // the database or a server
+    Usage = 64,       // the command line is wrong
+    Refused = 65,     // a name or a value is refused
+    NotThere = 67,    // what the command names does not exist
+    Unreachable = 69, // the database or a server does not answer
     OwnFault = 70,    // a fault of the command itself
-    Unfinished = 71,  // the change is decided, and not carried out to its end yet
-    Exists = 73,      // what the command was to make, or what stands in its way
-    NotWritten = 74,  // a file or a table, or not read
+    Unfinished = 71,  // the change is decided, but not yet carried out to its end
+    Exists = 73,      // what the command was to make exists, or something is in its way
+    NotWritten = 74,  // a file or a table could not be written, or not read
     Busy = 75,        // another change is at work
     NotRoot = 77,
-    NotFit = 78,      // the settings or the system
+    NotFit = 78,      // the settings or the system do not fit
     Interrupted = 130 // by a signal
 };
 
@@ -36,8 +36,8 @@ const char* nameOf(Status status);
 
 [[noreturn]] void stop(Status status, const std::string& sentence);
 
-// Returns when the code that an operation answered is one of its successes. Else ends the command:
-// "WHAT could not be DONE", and why.
+// Returns when the code is one of the successes. Otherwise ends the command with the failure ("WHAT
+// could not be DONE") and the reason.
 void conclude(const Host& host, int code, std::initializer_list<int> successes,
               const std::string& failure);
 

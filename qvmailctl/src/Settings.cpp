@@ -42,8 +42,8 @@ std::string_view withoutBlanks(std::string_view text)
     return text;
 }
 
-// What an editor shows of the line's beginning: a byte-order mark and blanks of other alphabets are
-// not seen there.
+// The line without what editors do not show at its beginning: a byte-order mark, and blanks of
+// other alphabets.
 std::string_view asSeen(std::string_view line)
 {
     while (!line.empty() && (line.front() <= ' ' || line.front() > '~'))
@@ -51,7 +51,7 @@ std::string_view asSeen(std::string_view line)
     return line;
 }
 
-// The setting's name that the line begins with; empty when it is none of ours.
+// The name of a setting that the line begins with; empty when it is no setting of this product.
 std::string_view nameIn(std::string_view line)
 {
     for (const std::string_view name : Names)
@@ -61,7 +61,7 @@ std::string_view nameIn(std::string_view line)
 }
 
 // The library's two readers of this file agree on a setting only when it is written like this: a
-// blank behind the name, an equals sign perhaps, and the value between double quotes.
+// blank after the name, an equals sign perhaps, and the value between double quotes.
 bool isWellWritten(std::string_view line, std::string_view name)
 {
     line.remove_prefix(name.size());
@@ -73,8 +73,8 @@ bool isWellWritten(std::string_view line, std::string_view name)
     return line.size() > 1 && line.front() == '"' && contains(line.substr(1), "\"");
 }
 
-// Those readers stop at a line that is too long: a setting behind it would seem to be absent, and
-// the command would work on the wrong backend.
+// A line that is too long is refused when a setting follows. Those readers stop at it: the setting
+// would seem to be absent, and the command would work on the map files in place of the database.
 SettingsFound readLines()
 {
     constexpr std::size_t Longest = 118;
@@ -118,7 +118,7 @@ SettingsFound readLines()
     return found;
 }
 
-// One of the two values; the first when the setting is absent.
+// One of the two values; the first of them when the setting is absent.
 std::string oneOf(const SettingsFound& found, std::string_view name, const char* byDefault,
                   const char* other, bool (*areEqual)(std::string_view, std::string_view))
 {
@@ -144,7 +144,7 @@ std::string needed(const SettingsFound& found, std::string_view name, bool mayBe
     return setting->second.value;
 }
 
-// A number from 1 on.
+// A number from 1 to the greatest.
 int numberIn(const SettingsFound& found, std::string_view name, int greatest)
 {
     const auto& [value, line] = found.at(name);
@@ -174,7 +174,7 @@ Settings readSettings()
 {
     const SettingsFound found = readLines();
     Settings settings;
-    // The backend's letter case does not matter to the library; that of "yes" does.
+    // As in the library: the letter case of "mysql" does not matter, that of "yes" does.
     settings.usesSql = oneOf(found, "MailBackend", "files", "mysql", equalIgnoringCase) == "mysql";
     settings.dovecotLDA = oneOf(found, "DovecotLDA", "no", "yes", areSame) == "yes";
     if (!settings.usesSql)

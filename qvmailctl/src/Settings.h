@@ -1,4 +1,4 @@
-// Where the mail accounts are kept, as the product configuration file says.
+// Where the mail accounts are kept, as /etc/Quorvel.conf says.
 #ifndef QVMAILCTL_SETTINGS_H
 #define QVMAILCTL_SETTINGS_H
 
@@ -12,10 +12,10 @@ struct Settings {
     SqlSettings database = {}; // with usesSql
 };
 
-// MailBackend, DovecotLDA and, for the database, MailSqlServer, MailSqlPort, MailSqlUser,
-// MailSqlPassword and MailSqlDatabase, and MailSqlConnectTimeout and MailSqlAnswerTimeout, which may be
-// absent. Ends the command when one of them is not understood, naming
-// its line, or is needed and missing.
+// Reads MailBackend, DovecotLDA and, with a database, MailSqlServer, MailSqlPort, MailSqlUser,
+// MailSqlPassword, MailSqlDatabase, and MailSqlConnectTimeout and MailSqlAnswerTimeout, which may
+// be absent. Ends the command when a setting is not understood, with its line's number, or is
+// needed and missing.
 Settings readSettings();
 
 #endif

@@ -10,8 +10,8 @@
 namespace
 {
 
-// With and without a mailbox of its own an address may forward; with several destinations and none,
-// it is a list.
+// An address may forward with or without a mailbox. Without one and with several targets it is a
+// list, which has commands of its own.
 void refuseList(const Hosting& hosting, const std::string& address)
 {
     if (hosting.isList(address))
@@ -93,7 +93,7 @@ void addTo(Answer& answer, const std::string& address, const Addresses& targets)
     answer.lines.push_back(address);
 }
 
-// All forwarders but lists, of a domain or of all.
+// The forwarders of a domain, or of all domains. Lists are left out.
 Answer listForwarders(Host& host, const std::string& domain)
 {
     beginQuery(host);
@@ -107,7 +107,7 @@ Answer listForwarders(Host& host, const std::string& domain)
     return answer;
 }
 
-// Lists included.
+// Everything that forwards to the target, lists included.
 Answer listForwardersTo(Host& host, const std::string& target)
 {
     beginQuery(host);
@@ -142,25 +142,25 @@ Object aliasCommands()
               "  qvmailctl alias add info@example.com bob@example.com",
               add},
              {"set",
-              "Forward it, whether or not it does already",
+              "Forward an address, in place of a former forwarder",
               {"ADDRESS", "TARGET"},
               ChangeOptions,
               "  qvmailctl alias set info@example.com ann@example.org",
               set},
              {"delete",
-              "Stop forwarding it",
+              "Delete a forwarder",
               {"ADDRESS"},
               Deletion,
               "  qvmailctl alias delete info@example.com --yes",
               remove},
              {"show",
-              "Show where it forwards to",
+              "Show where an address forwards to",
               {"ADDRESS"},
               Nothing,
               "  qvmailctl alias show info@example.com",
               show},
              {"list",
-              "List a domain's forwarders, or all; of an address: who forwards to it",
+              "List a domain's forwarders, or all, or those that lead to an address",
               {"[DOMAIN_OR_ADDRESS]"},
               Nothing,
               "  qvmailctl alias list example.com\n"

@@ -7,7 +7,7 @@
 namespace
 {
 
-// A user of the domain, or its address.
+// The target: the name of a user of the domain, or the user's address.
 Address checkedCatchAll(const std::string& name, const std::string& user)
 {
     const std::string domain = checkedDomain(name);
@@ -76,19 +76,19 @@ Object catchAllCommands()
     return {"catchall",
             "The mailbox that takes a domain's mail for unknown users",
             {{"set",
-              "Let USER's mailbox take it",
+              "Set the catch-all of a domain to the mailbox of USER",
               {"DOMAIN", "USER"},
               ChangeOptions,
               "  qvmailctl catchall set example.com postmaster",
               set},
              {"remove",
-              "Refuse it again",
+              "Remove it: mail for unknown users is refused again",
               {"DOMAIN"},
               Deletion,
               "  qvmailctl catchall remove example.com",
               remove},
              {"show",
-              "Show that mailbox",
+              "Show the mailbox that is the catch-all",
               {"DOMAIN"},
               Nothing,
               "  qvmailctl catchall show example.com",

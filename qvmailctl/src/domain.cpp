@@ -15,7 +15,7 @@ namespace
 bool mayAdd(Host& host, const Address& first)
 {
     const Hosting hosting = host.read(domainAlone(first.domain), Domains | Accounts);
-    // One that is listed without a mailbox is what an interrupted creation leaves: it goes on.
+    // A listed domain without a mailbox was left by an interrupted creation, which goes on here.
     if (!hosting.mailboxes.empty()) {
         if (host.options.ifMissing && hosting.hosts(first.domain))
             return false;
@@ -42,12 +42,13 @@ Answer add(Host& host, const Given& given)
             return;
         warnOfOwnNames({first.domain});
 
-        // A table would list a half-made one twice.
+        // Taken off first: a database would list a half-made domain twice.
         if (host.read(domainAlone(first.domain), Domains).hosts(first.domain))
             conclude(host, host.library.Postfix_VHostFile(first.domain, "RmvDomain"),
                      {PostfixResult::Done},
                      "the domain " + first.domain + " could not be listed anew");
-        // The library's call takes a clear password, of which it would leave copies.
+        // The library would leave copies of a clear password in memory: it gets a random one, and
+        // the hash is stored afterwards.
         conclude(host,
                  host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
                                                        libraryText(quota)),
@@ -63,10 +64,10 @@ Answer add(Host& host, const Given& given)
     return {};
 }
 
-// False when there is nothing of it, and that is all right (--if-there).
+// False when nothing of the domain is there and that is all right (--if-there).
 bool mayRemove(const Host& host, const Hosting& hosting, const std::string& domain)
 {
-    // What an interrupted deletion left may be any part of it, and its mail alone.
+    // An interrupted deletion may have left any part of it, even its mail alone.
     const std::filesystem::path tree = VSPOOLDIR "/" + domain;
     if (hosting.hosts(domain) || !hosting.mailboxes.empty() || !hosting.aliases.empty() ||
         !hosting.quotas.empty() || !hosting.catchAllOf(domain).empty() ||
@@ -116,7 +117,7 @@ Answer list(Host& host, const Given& /*given*/)
     return answer;
 }
 
-// No limit, when one mailbox has none.
+// The sum of its quotas; no limit when one mailbox has none.
 Quota totalOf(const Hosting& hosting)
 {
     long long sum = 0;
@@ -192,7 +193,7 @@ Object domainCommands()
           "  qvmailctl domain show example.com",
           show},
          {"quota",
-          "Show the sum of its mailboxes' quotas, in KiB",
+          "Show the sum of the quotas of a domain's mailboxes, in KiB",
           {"DOMAIN"},
           Nothing,
           "  qvmailctl domain quota example.com",

@@ -7,8 +7,8 @@ namespace
 
 Answer exportAll(Host& host, const Given& /*given*/)
 {
-    // Nobody changes anything meanwhile, so that the document is of one moment. A query does not
-    // wait: where somebody is at work, it is told.
+    // The lock keeps others from changing anything meanwhile, so the document shows one moment. A
+    // query does not wait: when a change is at work, a warning says so.
     if (host.transaction.open(0) == PostfixTransaction::Busy)
         tell("warning: another change is at work, and the document may hold a part of it");
     const Hosting hosting = host.read(everything());

@@ -22,7 +22,7 @@ namespace
 
 // ---- Reading ----
 
-// Grows without leaving a copy of what it holds behind.
+// Makes the text larger, and wipes the memory that it had.
 void makeRoom(std::string& text)
 {
     constexpr std::size_t Least = std::size_t{1} << 20U;
@@ -35,8 +35,8 @@ void makeRoom(std::string& text)
     text.swap(larger);
 }
 
-// The parser would take it for the end, and pass over all that follows. Looked for piece by piece: a
-// file with a hole would fill the memory.
+// Refuses a NUL: the parser would take it for the end and pass over everything behind it. The text
+// is searched piece by piece as it is read: a file with a hole would fill the memory.
 void refuseNul(const std::string& text, std::size_t from)
 {
     const std::size_t place = text.find('\0', from);
@@ -74,7 +74,7 @@ std::string contentOf(const std::string& file)
     return text;
 }
 
-// ---- What can be told only from this host ----
+// ---- Checks that need this host ----
 
 void requireCatchAll(const Hosting& hosting, const DomainPart& part, std::size_t index)
 {
@@ -94,7 +94,7 @@ void requireNoMailbox(const Hosting& hosting, const std::string& address)
                                        "alias or a list; a mailbox has \"forwards_to\"");
 }
 
-// Before anything is written.
+// Called before anything is written.
 void checkOnHost(const Host& host, const Hosting& hosting, const Document& document)
 {
     std::unordered_set<std::string> inCapitals;
@@ -132,7 +132,7 @@ void checkOnHost(const Host& host, const Hosting& hosting, const Document& docum
 
 using Hashes = std::vector<std::pair<std::string, std::string>>;
 
-// Sets where the address forwards to, when that differs.
+// Sets where the address forwards to, unless it does so already.
 void setForwards(Host& host, const Hosting& hosting, const std::string& address,
                  const Addresses& targets, bool hasMailbox)
 {
@@ -146,7 +146,7 @@ void setForwards(Host& host, const Hosting& hosting, const std::string& address,
         host.changes.removed(kind, address);
         return;
     }
-    // A mailbox that was made just now has its row for itself.
+    // A mailbox that was made just now has its self row.
     const bool isNewMailbox = hasMailbox && hosting.mailbox(address) == nullptr;
     writeForwards(host, address, targets,
                   hosting.hasEntry(address) || (isNewMailbox && host.settings.usesSql));
@@ -161,7 +161,7 @@ void addMailbox(Host& host, Account& account)
 {
     const std::string& address = account.address.text;
     const Quota quota = account.quota.value_or(std::nullopt);
-    if (account.hash.empty()) // and kept: the password is wiped, and all may be made afresh
+    if (account.hash.empty()) // kept for another try: hashOf wipes the password
         account.hash = hashOf(account.password);
     std::string hash = account.hash;
     if (!account.isEnabled.value_or(true))
@@ -186,7 +186,7 @@ void setQuota(Host& host, const std::string& address, const Quota& former, const
         host.changes.added(Kind::Quota, address, textOf(quota));
 }
 
-// A password is of new accounts: whether the mailbox has this one already cannot be seen.
+// Leaves a clear password alone: nobody can see whether the mailbox has it already.
 void changeMailbox(Host& host, const Mailbox& mailbox, const Account& account, Hashes& hashes)
 {
     const std::string& address = account.address.text;
@@ -247,7 +247,7 @@ void write(Host& host, const Hosting& hosting, Document& document)
 
     for (const std::string& domain : newDomains)
         addDomain(host, domain);
-    // Each of these rewrites the mailbox map, which is short as long as it has no new mailboxes.
+    // First, because each of these rewrites the mailbox map, which new mailboxes will make long.
     for (const DomainPart& part : document)
         setCatchAll(host, hosting, part);
 

@@ -51,7 +51,7 @@ void makeSettings(Setup& setup, const std::optional<Database>& database)
     makeFile(setup, QVCONFFILE, text, RootAlone);
 }
 
-// Domains in the map files are not seen any more once the settings name the database.
+// Once the settings name the database, domains in the map files are not seen any more.
 void tellOfFormerAccounts(Setup& setup)
 {
     if (isFile(VDOMAINFILE) && !textOfFile(VDOMAINFILE).empty())
@@ -61,7 +61,7 @@ void tellOfFormerAccounts(Setup& setup)
                                 " else see docs/moving.md");
 }
 
-// Can be repeated: what is there stays as it is.
+// May be run again: what is there stays as it is.
 Answer init(Host& host, const Given& given)
 {
     const bool hasSettings = isFile(QVCONFFILE);
@@ -88,7 +88,7 @@ Answer init(Host& host, const Given& given)
                  "off all mail. Start it and run this again; where root may not log "
                  "in to it, run this without --servers first");
 
-    // Settings first: the passwords in them are then those that the database is given.
+    // The settings come first: the database is given the passwords that stand in them.
     try {
         makeAccount(setup);
         makeDirectory(setup, VMAPDIR);

@@ -10,7 +10,7 @@
 namespace
 {
 
-// A list is an address that forwards and has no mailbox: as a mailbox it would lose its mail.
+// A list is an address without a mailbox: a mailbox with this name would get no mail any more.
 void refuseMailbox(const Hosting& hosting, const std::string& address)
 {
     if (hosting.mailbox(address) != nullptr)
@@ -45,7 +45,7 @@ Hosting readList(Host& host, const Address& address)
     return hosting;
 }
 
-// A list's former members are written back when others join or leave.
+// Former members are written again when others join or leave: each must fit into a statement.
 Addresses requireWritable(const Host& host, const Hosting& hosting, const std::string& address)
 {
     Addresses members = hosting.targetsOf(address);
@@ -57,7 +57,7 @@ Addresses requireWritable(const Host& host, const Hosting& hosting, const std::s
     return members;
 }
 
-// As readList, for a command that needs it to be there.
+// As readList. Ends the command when there is no such list.
 Hosting requireList(Host& host, const Address& address)
 {
     Hosting hosting = readList(host, address);
@@ -230,7 +230,7 @@ Object listCommands()
               "  qvmailctl list delete staff@example.com --yes",
               remove},
              {"show",
-              "Show its members",
+              "Show the members of a list",
               {"ADDRESS"},
               Nothing,
               "  qvmailctl list show staff@example.com",

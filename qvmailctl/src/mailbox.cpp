@@ -105,7 +105,7 @@ Answer setType(Host& host, const Given& given)
     return {};
 }
 
-// The mailbox and who forwards to it.
+// Reads the mailbox and the addresses that forward to it.
 Hosting readWithForwarders(const Host& host, const Address& address)
 {
     Wanted wanted = addressAlone(address);
@@ -113,7 +113,7 @@ Hosting readWithForwarders(const Host& host, const Address& address)
     return host.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
 }
 
-// False when there is nothing of it, and that is all right (--if-there).
+// False when nothing of the mailbox is there and that is all right (--if-there).
 bool mayRemove(const Host& host, const Hosting& hosting, const Address& address)
 {
     if (hosting.mailbox(address.text) == nullptr && !hasFormerMail(address)) {
@@ -138,7 +138,7 @@ Answer remove(Host& host, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const bool isAsked = isTyped() && !host.options.yes;
-    if (isAsked) { // what speaks against it is told before the question
+    if (isAsked) { // the answer depends on who still forwards to it
         beginAsking(host);
         const Hosting hosting = readWithForwarders(host, address);
         if (!mayRemove(host, hosting, address))
@@ -173,7 +173,7 @@ Json entryOf(const std::string& address, const Mailbox& mailbox)
             {"enabled", mailbox.isEnabled()}};
 }
 
-// Of one domain, or of all.
+// Reads the mailboxes of one domain, or of all.
 Hosting readMailboxes(Host& host, const Given& given)
 {
     const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
@@ -201,7 +201,7 @@ Answer count(Host& host, const Given& given)
     return {{{"count", number}}, {std::to_string(number)}};
 }
 
-// In bytes, as Dovecot counts it; nothing when it does not answer.
+// The bytes that Dovecot counts; nothing when Dovecot does not answer.
 std::optional<long long> usedBy(const std::string& address)
 {
     constexpr int Seconds = 5;
@@ -260,26 +260,26 @@ Object mailboxCommands()
               "  echo 'secret' | qvmailctl mailbox add bob@example.com --quota 500M",
               add},
              {"passwd",
-              "Change its password",
+              "Change a mailbox's password",
               {"ADDRESS"},
               ChangeOptions,
               "  qvmailctl mailbox passwd bob@example.com\n"
               "  echo 'secret' | qvmailctl mailbox passwd bob@example.com",
               setPassword},
              {"disable",
-              "Let nobody log in; mail still arrives",
+              "Let nobody log in to a mailbox; its mail still arrives",
               {"ADDRESS"},
               ChangeOptions,
               "  qvmailctl mailbox disable bob@example.com",
               disable},
              {"enable",
-              "Let its user log in again, with the former password",
+              "Let the user of a disabled mailbox log in again, with the former password",
               {"ADDRESS"},
               ChangeOptions,
               "  qvmailctl mailbox enable bob@example.com",
               enable},
              {"type",
-              "Make its user an administrator (admin) or not (user)",
+              "Make the user of a mailbox an administrator (admin) or an ordinary user (user)",
               {"ADDRESS", "TYPE"},
               ChangeOptions,
               "  qvmailctl mailbox type bob@example.com admin",
@@ -305,7 +305,7 @@ Object mailboxCommands()
               "  qvmailctl mailbox count example.com",
               count},
              {"show",
-              "Show its state, its quota and where its mail goes",
+              "Show a mailbox's state, its quota and where its mail goes",
               {"ADDRESS"},
               Nothing,
               "  qvmailctl mailbox show bob@example.com",

@@ -23,7 +23,7 @@ Answer carryOut(const Choice& choice, Host& host)
     } catch (const Stop& stopped) {
         quiet.showComplaints(stopped.status == Status::NotWritten ||
                              stopped.status == Status::Unfinished);
-        // What was found may be for want of what could not be read.
+        // Something may have seemed missing because it could not be read.
         const std::string failure = host.transaction.failure();
         if (stopped.status != Status::NotWritten && !failure.empty()) {
             tell(stopped.sentence);
@@ -76,13 +76,13 @@ int main(int argc, char** argv)
         if (give(answer, choice.options.json))
             return static_cast<int>(answer.status);
         tell("the answer could not be written to standard output");
-        // A change is made all the same, and findings are no less there.
+        // A change was made all the same, and the status of findings counts more.
         return static_cast<int>(
             isChange(choice) || answer.status != Status::Done ? answer.status : Status::NotWritten);
     } catch (const Stop& stopped) {
         giveFailure(stopped, choice.options.json);
         return static_cast<int>(stopped.status);
-    } catch (const std::exception& error) { // no memory, or none of ours
+    } catch (const std::exception& error) { // no memory, or a fault of this program
         giveFailure({Status::OwnFault, error.what()}, choice.options.json);
         return static_cast<int>(Status::OwnFault);
     }

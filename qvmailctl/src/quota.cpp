@@ -16,7 +16,7 @@ Answer set(Host& host, const Given& given)
         const bool hadEntry = hosting.quotas.count(address.text) > 0;
         host.changes.tellScripts("quota", jsonOf(quota));
         const bool isNews = requireMailbox(hosting, address.text).quota != quota;
-        writeQuota(host, address.text, quota); // also an old one: Dovecot's fields may lack it
+        writeQuota(host, address.text, quota); // even when it has it: Dovecot's fields may lack it
         if (!quota && hadEntry)
             host.changes.removed(Kind::Quota, address.text);
         else if (isNews && hadEntry)
@@ -32,7 +32,7 @@ Answer remove(Host& host, const Given& given)
     const Address address = checkedAddress(given.name);
     change(host, [&] {
         const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
-        // A quota that outlived its mailbox may go too.
+        // The quota of a mailbox that is gone may be deleted too.
         if (hosting.quotas.count(address.text) == 0) {
             if (!host.options.ifThere)
                 requireMailbox(hosting, address.text);
@@ -68,13 +68,13 @@ Object quotaCommands()
               "  qvmailctl quota set bob@example.com unlimited",
               set},
              {"delete",
-              "Take the limit away",
+              "Remove the limit of a mailbox",
               {"ADDRESS"},
               ChangeOptions | IfThere,
               "  qvmailctl quota delete bob@example.com",
               remove},
              {"show",
-              "Show the quota in bytes",
+              "Show the quota of a mailbox in bytes",
               {"ADDRESS"},
               Nothing,
               "  qvmailctl quota show bob@example.com",

@@ -6,7 +6,7 @@
 namespace
 {
 
-// Kinds as words, with the name and, of a forwarder or list, its targets.
+// A hit is told with its kind, its name and, for a forwarder or list, its targets.
 void addHit(Answer& answer, const char* kind, const char* key, const std::string& name,
             const Addresses& targets = {})
 {

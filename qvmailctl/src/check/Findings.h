@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-// How it is mended: by a person; as what the lock of all changes needs; under that lock, beside the
-// maps and tables; or in the one transaction of the maps or the database.
+// Who mends a finding, and when: a person; --repair before it takes the lock, because the lock
+// needs it; under the lock, beside the maps and the database; or in the one transaction.
 enum class Mend { ByHand, First, Beside, InTransaction };
 
 struct Finding {
@@ -17,7 +17,7 @@ struct Finding {
     std::string place;  // the path, or the name of the table
     std::string name;   // of the entry, domain or setting; empty: none
     std::string fault;  // what is wrong
-    std::string wayOut; // what to do; of what can be mended, what mending makes of it
+    std::string wayOut; // what to do, or what --repair makes of it
     Mend how = Mend::ByHand;
     std::function<void(Mending& mending)> mend = nullptr; // throws a Refusal when that fails
 };

@@ -21,8 +21,8 @@ namespace
 
 constexpr int PatienceWithPostfix = 60; // seconds
 
-// The copy that the commit is about to replace by the map as it is now. Where that has lost lines,
-// the copy is the last to have them.
+// The commit will replace the copy by the map as it is now. When the map has lost lines, only the
+// copy still has them: it is kept under another name.
 void keepLongerCopy(const std::string& map)
 {
     const std::string copy = map + ".qvbackup";

@@ -1,5 +1,5 @@
-// What the mending of many findings does together: each directory is synced, and each map rewritten,
-// once.
+// What the mending of many findings does together: each directory is synced once, and each map is
+// rewritten once.
 #ifndef QVMAILCTL_CHECK_MENDING_H
 #define QVMAILCTL_CHECK_MENDING_H
 
@@ -29,15 +29,15 @@ public:
 
     // ---- In the transaction ----
 
-    // The line to keep in place of the entry's, or nothing to drop it.
+    // Returns the line to write in place of the entry's, or nothing to drop it.
     using Edit = std::function<std::optional<std::string>(std::string_view line)>;
 
     // entry  its place among the map's lines that are not empty, counted from 0.
     void edit(const std::string& map, std::size_t entry, Edit edit);
     void drop(const std::string& map, std::size_t entry);
-    void rewrite(const std::string& map) { m_edits[map]; } // with its last line ended
+    void rewrite(const std::string& map) { m_edits[map]; } // to end its last line
 
-    // Calls of the library, made when the lines are edited, that change a map or a table.
+    // Library calls that change a map or a table; they are made after the lines are edited.
     void call(const std::string& place, std::function<void(Host& host)> call);
     void stage();
 
@@ -50,15 +50,15 @@ private:
     std::vector<std::function<void(Host& host)>> m_calls;
 };
 
-// Gives a file or directory that is no link its owner and mode. Throws a Refusal when it cannot.
+// Sets owner and mode of a file or directory. Throws a Refusal when it cannot, as for a link.
 void giveRights(const std::string& path, const Ownership& owner, mode_t mode);
 
-// Renames what lies in the way to a name of its own beside it, never over anything; returns that
-// name. Throws a Refusal when it cannot.
+// asideNameOf gives a free name beside the path. moveAside renames the path to it, never over
+// anything, and throws a Refusal when it cannot.
 std::string asideNameOf(const std::string& path);
 void moveAside(const std::string& path, const std::string& aside);
 
-// Builds the table that Postfix reads in place of the map. Throws a Refusal when postmap fails.
+// Builds the lookup table of the map. Throws a Refusal when postmap fails.
 void buildTable(const std::string& map);
 
 #endif

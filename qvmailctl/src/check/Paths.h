@@ -27,21 +27,21 @@ struct PathFacts {
     long long changed; // in seconds
 };
 
-// Nothing when there is none. Of a link, the facts of itself, or of what it leads to.
+// Nothing when nothing is there. factsOf looks at a link itself, factsBehind at what it leads to.
 std::optional<PathFacts> factsOf(const std::string& path);
 std::optional<PathFacts> factsBehind(const std::string& path);
 bool isThere(const std::string& path);
 
-// The names in a directory, in order; none when it cannot be read.
+// The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> namesIn(const std::string& directory);
 
-// The lines that are not empty; 0 when it cannot be read.
+// How many lines are not empty; 0 when the file cannot be read.
 std::size_t linesIn(const std::string& file);
 
 // "12 lines, 340 bytes, 2024-05-01 12:30".
 std::string description(const std::string& file);
 
-// The former states of a map that lie beside it, each with its description; empty: none.
+// The copies of a map that lie beside it, each with its description; empty when there is none.
 std::string copiesOf(const std::string& map);
 
 // "0644"

@@ -18,8 +18,8 @@
 namespace
 {
 
-// Keeps changes out while it lives, so that none is seen half made. Where the lock was never made,
-// there are none.
+// Keeps changes out while it lives, so that none is seen half made. When the directory of the lock
+// does not exist, no change was ever made.
 class Pause
 {
 public:
@@ -83,7 +83,7 @@ Findings look(const Host& host)
 Findings lookAtLock(const Host& host)
 {
     const Pause pause;
-    pause.wait(host.options.wait); // what a change at work has there is not left over
+    pause.wait(host.options.wait); // the files of a change at work are no finding
     Findings findings;
     checkLock(findings);
     return findings;
@@ -94,8 +94,8 @@ bool areSame(const Finding& a, const Finding& b)
     return std::string_view(a.kind) == b.kind && a.place == b.place && a.name == b.name;
 }
 
-// Waits for no change. What one at work has left for a moment is no finding: what is found is looked
-// at again, while there is none, or a moment later.
+// Does not wait for changes. A change at work may leave something half made for a moment, which is
+// no finding: what is found is looked at again, with changes kept out or a moment later.
 Findings lookTwice(const Host& host)
 {
     Findings first = look(host);
@@ -133,7 +133,7 @@ bool isAny(const Findings& findings, Mend how)
                        [&](const Finding& finding) { return finding.how == how; });
 }
 
-// Those that are mended in this way; what cannot be mended is told and stays.
+// Mends the findings that are mended in this way, and returns them. What fails is told and stays.
 Findings mendAll(const Findings& findings, Mend how, Mending& mending)
 {
     Findings mended;
@@ -153,8 +153,8 @@ void append(Findings& all, const Findings& more)
     all.insert(all.end(), more.begin(), more.end());
 }
 
-// One transaction. What lies beside the maps is mended first, under its lock: it would refuse a map
-// that is missing. Returns what was mended.
+// Mends in one transaction. What lies beside the maps is mended first, under the lock, because the
+// transaction refuses a missing map. Returns what was mended.
 Findings mendOnce(Host& host)
 {
     constexpr int Rounds = 3; // a map that is back has entries, a tree that is made lacks homes
@@ -175,7 +175,7 @@ Findings mendOnce(Host& host)
             inTransaction.stage();
         });
         append(mended, entries);
-    } catch (const Stop&) { // of the transaction, nothing was changed; of the rest, this
+    } catch (const Stop&) { // the transaction changed nothing; the rest stays mended
         for (const Finding& finding : mended)
             tell(lineOf(finding, "repaired: "));
         throw;
@@ -187,7 +187,8 @@ Findings mendOnce(Host& host)
 
 constexpr const char* WithRepair = "with --repair ";
 
-// What is behind the fault is what a person does, what --repair would make of it, or what it made.
+// The text behind the fault (way) is what a person has to do, what --repair would do, or what it
+// did.
 Json jsonOf(const Finding& finding, const char* way)
 {
     return {{"kind", finding.kind},

@@ -13,7 +13,7 @@ namespace
 
 struct Table {
     const char* name;
-    std::vector<std::string> columns; // in the order in which rows are inserted
+    std::vector<std::string> columns; // in the order of an insertion
     const char* key;                  // the column that rows are found by
     bool isUnique;
 };
@@ -55,7 +55,7 @@ std::string joined(const std::vector<std::string>& words)
     return text;
 }
 
-// True when the library's rows fit.
+// True when the rows that the library inserts fit.
 bool checkColumns(const Table& table, const std::vector<Column>& columns, Findings& findings)
 {
     const std::string schema = "make it as config/schema.sql does";
@@ -84,7 +84,7 @@ bool checkColumns(const Table& table, const std::vector<Column>& columns, Findin
     return true;
 }
 
-// One query compares columns of two tables.
+// One of the library's queries compares columns of two tables, which needs like collations.
 void checkCollations(const Columns& columns, Findings& findings)
 {
     std::string first;
@@ -145,10 +145,10 @@ void checkEngines(SqlConnection& database, Findings& findings)
 
 // ---- Rights ----
 
-// A statement is explained only to those who may run it.
+// "explain" is refused to those who may not run the statement.
 bool mayRun(SqlConnection& database, const std::string& statement)
 {
-    constexpr unsigned Denied[] = {1142, 1143}; // on the table, on a column
+    constexpr unsigned Denied[] = {1142, 1143}; // on the table; on a column
     try {
         database.rows("explain " + statement);
         return true;
@@ -191,7 +191,7 @@ void add(Findings& findings, const char* kind, const char* table, const std::str
          const std::string& fault, const std::string& remedy,
          std::function<void(PostfixManager& library)> call, const Addresses& destinations = {})
 {
-    // What belongs to no name cannot be put into a statement.
+    // Only plain names may be put into a statement; the rest is for a person to mend.
     const bool isPlain = isWritable(name) &&
                          std::all_of(destinations.begin(), destinations.end(), isWritable) &&
                          (faultOfAddress(name) == nullptr ||
@@ -274,7 +274,7 @@ void checkTwice(SqlConnection& database, const Hosting& hosting, Findings& findi
              "group by lower(source), lower(destination) having count(*) > 1 order by 1")) {
         const std::string& source = row[0];
         if (source == former)
-            continue; // its rows are all written anew
+            continue; // all rows of a source are written together
         former = source;
         const Addresses once = distinctDestinations(hosting, source);
         add(
@@ -318,7 +318,7 @@ void checkValues(SqlConnection& database, Findings& findings)
 bool checkSchema(const Settings& settings, Findings& findings)
 {
     return asked(settings, [&](SqlConnection& database) {
-        Findings found; // handed on once all questions are answered: they may be asked again
+        Findings found; // passed on at the end: asked() may start anew
         const Columns columns = readColumns(database);
         bool isReadable = true;
         for (const Table& table : Tables) {

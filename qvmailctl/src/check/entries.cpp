@@ -26,7 +26,7 @@ namespace
 
 // The first line of a name.
 struct Entry {
-    std::size_t number; // as an editor counts
+    std::size_t number; // its line number in an editor
     std::size_t place;  // among the lines that are not empty, from 0
     std::size_t hash;   // of the line
 };
@@ -40,7 +40,7 @@ struct QuotaFields {
 struct Scan {
     std::unordered_map<std::string, Entry> entries;
     std::unordered_map<std::string, QuotaFields> quotas; // of vpasswd
-    std::unordered_set<std::string> malformed;           // names of lines that are of no use
+    std::unordered_set<std::string> malformed;           // names of malformed lines
 };
 using Scans = std::map<std::string, Scan>; // by map
 
@@ -57,7 +57,7 @@ std::string_view withoutTail(std::string_view line)
     return line.substr(0, end == std::string_view::npos ? 0 : end + 1);
 }
 
-// Nothing of a line that is of no use is looked at further.
+// False for a malformed line, which is not looked at further.
 bool checkForm(const std::string& map, const Entry& entry, std::string_view line,
                Findings& findings)
 {
@@ -128,7 +128,7 @@ void checkSecond(const std::string& map, const Entry& first, const Entry& second
 bool hasLastLineEnd(const std::string& map)
 {
     std::ifstream file(map, std::ios::binary);
-    return file.seekg(-1, std::ios::end).get() == '\n' || !file; // an empty one lacks none
+    return file.seekg(-1, std::ios::end).get() == '\n' || !file; // an empty file lacks none
 }
 
 Scan scanMap(const std::string& map, Findings& findings)
@@ -167,8 +167,8 @@ Scan scanMap(const std::string& map, Findings& findings)
     return scan;
 }
 
-// A map that is empty while others hold accounts was lost. What could be made anew of those is not:
-// the next commit would replace the copy that still has it all.
+// A map that is empty while others hold accounts was lost. It is not made anew from those: the next
+// commit would replace the copy that still has all of it.
 bool isLost(const std::string& map, const Scans& scans, Findings& findings)
 {
     if (map == VALIASFILE || map == VQUOTAFILE || !scans.at(map).entries.empty())
@@ -194,7 +194,7 @@ struct AccountEntries {
     const std::unordered_set<std::string>& formerPasswords; // the names in vshadow's copy
     Findings& findings;
 
-    // Also a line that is of no use: it is in the way of another, and told already.
+    // A malformed line counts too: it is reported already, and another cannot be added beside it.
     bool has(const char* map, const std::string& name) const
     {
         const Scan& scan = scans.at(map);
@@ -214,13 +214,13 @@ Address addressOf(const std::string& text)
     return {text.substr(0, text.find('@')), std::string(domainOf(text)), text};
 }
 
-// As an interrupted creation leaves it.
+// A mailbox as an interrupted creation leaves it.
 void isHalfMade(const AccountEntries& accounts, const std::string& name)
 {
     const auto inPasswd = accounts.placeOf(VPASSWDFILE, name);
     const auto inQuotas = accounts.placeOf(VQUOTAFILE, name);
     if (!inPasswd)
-        return; // its line is malformed, and told already
+        return; // its line is malformed, which is reported already
     accounts.findings.push_back({"mailbox-half-made", VPASSWDFILE, name,
                                  name + " is half made: it has no password, no mail and no line "
                                         "in " VMAPSFILE,
@@ -283,7 +283,7 @@ Quota limitIn(const std::string& text)
     return bytes > 0 ? Quota(bytes) : std::nullopt;
 }
 
-// The panel reads vquota.txt, and Dovecot the fields in vpasswd.
+// The panel reads the quota in vquota.txt, Dovecot the one in vpasswd.
 void checkQuota(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
     const auto& allFields = accounts.scans.at(VPASSWDFILE).quotas;
@@ -344,7 +344,7 @@ void checkAccount(const AccountEntries& accounts, const Address& address, const 
         checkQuota(accounts, address, mailbox);
 }
 
-// The accounts of that copy of vshadow, if there is one without a password now.
+// The names in the copy of vshadow; read only when some account has no password now.
 std::unordered_set<std::string> namesInCopy(const std::string& copy, const Hosting& hosting)
 {
     std::unordered_set<std::string> names;
@@ -358,9 +358,8 @@ std::unordered_set<std::string> namesInCopy(const std::string& copy, const Hosti
     return names;
 }
 
-// Entries of what is no mailbox.
-// Postfix looks names up in small letters: such a quota is in force, though the mailbox's line, and
-// with it the panel, does not have it. Where Dovecot has one, that is the mailbox's from now on.
+// Whether a quota whose name has capitals is in force: Postfix looks names up in lower case, though
+// the panel does not see such a quota. Where Dovecot has a quota of the mailbox, that one counts.
 bool isQuotaInForce(const AccountEntries& accounts, const std::string& name)
 {
     const std::string address = lowerCase(name);
@@ -372,6 +371,7 @@ bool isQuotaInForce(const AccountEntries& accounts, const std::string& name)
                });
 }
 
+// Entries of names that are no mailbox.
 void checkOrphans(const AccountEntries& accounts, const char* map, const char* kind,
                   const std::string& harm)
 {

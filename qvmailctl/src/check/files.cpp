@@ -35,7 +35,7 @@ void makeDirectory(const std::string& path, mode_t mode)
         refuse(path + " cannot be made: " + strerror(errno));
 }
 
-// Nothing, and a finding, when it is there and no directory.
+// Nothing when it is missing, or, with a finding, when it is no directory.
 std::optional<PathFacts> factsOfDirectory(const std::string& path, Findings& findings)
 {
     const std::optional<PathFacts> facts = factsBehind(path);
@@ -57,7 +57,7 @@ bool isSafe(const PathFacts& facts)
     return facts.user == 0 && (facts.mode & WritableByOthers) == 0;
 }
 
-// Root alone may write to it, and everybody may pass it.
+// Only root may write to the directory of the maps, and everybody may pass it.
 void checkMapDirectory(Findings& findings)
 {
     const std::optional<PathFacts> facts = factsOfDirectory(VMAPDIR, findings);
@@ -72,14 +72,14 @@ void checkMapDirectory(Findings& findings)
          }});
 }
 
-// Inboxes below it are writable for all: who could pass it might rename and plant them. The mail
-// servers pass it by their group.
+// The directories of inboxes below the spool are writable for all: whoever could pass the spool
+// could rename and plant inboxes. The mail servers pass it by their group.
 void checkSpoolDirectory(const MailServers& servers, Findings& findings)
 {
     const group* const mail = getgrnam(MailReaders);
     const std::optional<PathFacts> facts = factsOfDirectory(VSPOOLDIR, findings);
     if (!facts || mail == nullptr)
-        return; // told elsewhere
+        return; // reported by another check
     const bool isOpen = (facts->mode & OpenToOthers) != 0;
     const bool isPassed = facts->group == mail->gr_gid && (facts->mode & 010U) != 0;
     if (isSafe(*facts) && !isOpen && isPassed)

@@ -1,4 +1,4 @@
-// Domains and addresses that lead nowhere, on either backend
+// Domains and addresses that lead nowhere, in files and in the database
 #include "Areas.h"
 
 #include "MapFiles.h"
@@ -7,7 +7,7 @@
 namespace
 {
 
-// Where a kind of entry is kept.
+// Where each kind of entry is kept: a map file or a table of the database.
 struct Places {
     const char* domains;
     const char* mailboxes;
@@ -34,11 +34,11 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
 {
     std::map<std::string, std::size_t> mailboxes;
     for (const auto& [address, mailbox] : hosting.mailboxes)
-        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is told of
+        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is reported already
             ++mailboxes[std::string(domainOf(address))];
     for (const std::string& domain : hosting.domains)
         if (mailboxes.count(domain) == 0 &&
-            faultOfDomain(domain) == nullptr) // nor is it for a shell
+            faultOfDomain(domain) == nullptr) // no shell command may name it
             findings.push_back(halfMade(domain, places));
     for (const auto& [domain, count] : mailboxes)
         if (!hosting.hosts(domain))
@@ -94,7 +94,7 @@ void checkNames(const Settings& settings, const Hosting& hosting, Findings& find
     const Places& places = settings.usesSql ? InTables : InFiles;
     checkDomains(hosting, places, findings);
     for (const auto& [address, targets] : hosting.aliases)
-        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is told of
+        if (faultOfDomain(domainOf(address)) == nullptr) // else its line is reported already
             checkForwarder(address, targets, hosting, places, findings);
     for (const auto& [domain, target] : hosting.catchAlls)
         checkCatchAll(domain, target, hosting, places, findings);

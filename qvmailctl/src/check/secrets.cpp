@@ -22,7 +22,7 @@ void closeToOthers(const std::string& path, const std::string& secret, const cha
     if (!facts || facts->type != PathType::File ||
         (facts->mode & (OpenToOthers | WritableByGroup)) == 0)
         return;
-    // The server reads it as its own group; the settings of the panel and of qvmailctl are root's.
+    // A server reads the file by its group; /etc/Quorvel.conf is for root alone.
     const struct group* const reader = group == nullptr ? nullptr : getgrnam(group);
     const mode_t mode = reader == nullptr ? facts->mode & 0640U : 0640;
     const gid_t readers = reader == nullptr ? facts->group : reader->gr_gid;
@@ -46,7 +46,7 @@ void checkSecrets(const Settings& settings, const MailServers& servers, Findings
         closeToOthers(QVCONFFILE, ofDatabase, nullptr, findings);
     for (const SqlFile& file : servers.sqlFiles)
         closeToOthers(file.path, ofDatabase, file.group, findings);
-    // Plain calls open it to all again.
+    // vshadow: plain calls open it to all again.
     const bool isReadByRoot =
         !servers.hasDovecot || servers.dovecotSetting("service/auth/user") == "root";
     if (!settings.usesSql && isReadByRoot)

@@ -47,7 +47,7 @@ std::string textOf(const std::string& path)
     return text;
 }
 
-// The absolute paths behind a mark, such as "mysql:".
+// Adds the files whose absolute paths follow a mark, such as "mysql:".
 void addSqlFiles(MailServers& servers, const std::string& setting, const std::string& mark,
                  const char* group)
 {
@@ -95,7 +95,7 @@ void readDovecot(MailServers& servers)
         addSqlFiles(servers, servers.passdb + servers.userdb, "args = ", "dovecot");
 }
 
-// Of the group that passes the spool.
+// The number of the group that passes the spool.
 std::string numberOfMail()
 {
     const group* const mail = getgrnam(MailReaders);
@@ -115,7 +115,7 @@ void unfit(Findings& findings, const MailServers& servers, const std::string& se
 
 struct Expected {
     const char* setting;
-    const char* part; // that its value must hold
+    const char* part; // the text that its value must contain
     const char* harm;
     const char* value;
 };
@@ -256,7 +256,7 @@ void checkDovecot(const Settings& settings, const MailServers& servers, Findings
 
 // ---- The database, as the servers name it ----
 
-// One line of a settings file: "NAME = VALUE"; the value of the wanted name, else nothing.
+// The value in a line "NAME = VALUE" of a settings file; empty when it has another name.
 std::string_view valueIn(std::string_view line, std::string_view name)
 {
     if (textBefore(line, '=').substr(0, name.size()) != name)
@@ -287,7 +287,7 @@ Named namedIn(const SqlFile& file)
     return named;
 }
 
-// Without its port; all names of this machine are one.
+// The machine of a host setting, without the port; all names of this machine become one.
 std::string machineOf(const std::string& host)
 {
     const bool isLocal = host.compare(0, 5, "unix:") == 0 || host.compare(0, 1, "/") == 0 ||

@@ -20,11 +20,11 @@ constexpr mode_t OwnerBits = 0700;
 constexpr mode_t GroupStays = 02000;
 constexpr mode_t WritableByOthers = 02;
 
-const std::string Removed = ".removed-"; // how mail is named that is about to go
+const std::string Removed = ".removed-"; // begins the name of mail that is to be removed
 
 struct Spool {
     const Hosting& hosting;
-    std::optional<Ownership> owner; // of all mail; nothing: the accounts are missing
+    std::optional<Ownership> owner; // of all mail; nothing when the accounts are missing
     Findings& findings;
 };
 
@@ -55,7 +55,7 @@ void addMaking(const char* kind, const OwnedDirectory& directory, const std::str
                         [directory](Mending& mending) { mending.makeDirectory(directory); }});
 }
 
-// A tighter mode than the library's is no fault, as long as mail can be delivered.
+// A mode tighter than the library's is no fault, as long as mail can be delivered.
 bool areGoodRights(const PathFacts& facts, const OwnedDirectory& wanted)
 {
     const mode_t needed = OwnerBits | (wanted.mode & GroupStays);
@@ -63,7 +63,7 @@ bool areGoodRights(const PathFacts& facts, const OwnedDirectory& wanted)
            (facts.mode & needed) == needed && (facts.mode & WritableByOthers & ~wanted.mode) == 0;
 }
 
-// True when it is a directory, whose entries can be looked at. Only a domain's own may be a link.
+// True when it is a directory. Only a domain's own directory may be a link to one.
 bool checkDirectory(const Spool& spool, const OwnedDirectory& wanted, bool mayBeLink,
                     const std::string& domain)
 {
@@ -96,7 +96,7 @@ bool checkDirectory(const Spool& spool, const OwnedDirectory& wanted, bool mayBe
 
 // ---- Homes and inboxes ----
 
-// Mail that belongs to no mailbox; true when it does.
+// True when the mail belongs to a mailbox; otherwise the name is added to the orphans.
 bool checkOwned(const Spool& spool, const std::string& path, const std::string& name,
                 std::set<std::string>& orphans)
 {
@@ -156,7 +156,7 @@ void checkInboxes(const Spool& spool, const std::string& directory, std::set<std
     for (const std::string& name : namesIn(directory)) {
         const std::string path = below(directory, name);
         checkRemoved(directory, name, spool.findings);
-        if (name.find(".lock") != std::string::npos) // of a delivery
+        if (name.find(".lock") != std::string::npos) // made by a delivery at work
             continue;
         if (!checkOwned(spool, path, name, orphans))
             continue;

@@ -28,11 +28,11 @@ const std::map<std::string, const char*> EndingOfType = {{"hash", ".db"},   {"bt
                                                          {"lmdb", ".lmdb"}, {"cdb", ".cdb"},
                                                          {"dbm", ".pag"},   {"sdbm", ".pag"}};
 
-// Names to values, as postmap takes lines: names in lower case, of two the first.
+// Names and values as postmap reads lines: in lower case, and the first of two counts.
 using Content = std::unordered_map<std::string, std::string>;
 
-// False when the map has a line that postmap takes otherwise than the library: there is nothing to
-// compare.
+// False when the map has a line that postmap reads otherwise than the library: then there is
+// nothing to compare.
 bool readContent(const std::string& map, Content& content)
 {
     LineReader reader(map);
@@ -53,7 +53,7 @@ bool readContent(const std::string& map, Content& content)
     return reader.error() == 0;
 }
 
-// Empty when the table says what the map says.
+// What is wrong with the table; empty when it says the same as the map.
 std::string faultOfContent(const std::string& map)
 {
     Content content;
@@ -84,7 +84,7 @@ std::string faultOfTable(const std::string& map, const PathFacts& mapFacts,
     return faultOfContent(map);
 }
 
-// A map from the future, of a machine whose clock was wrong, must not make it seem older for long.
+// A map may be dated in the future by a wrong clock: its table must not seem older than it.
 void dateNotBefore(long long changed, const std::string& table)
 {
     const std::optional<PathFacts> facts = factsOf(table);
@@ -116,7 +116,7 @@ void checkTable(const std::string& map, const std::string& table, Findings& find
                             }});
 }
 
-// The type that stands before ":" and the map in a setting, at or behind a place; empty: none.
+// The type before ":MAP" in a setting, sought from a place on; empty when there is none.
 std::string typeBefore(const std::string& setting, const std::string& map, std::size_t& from)
 {
     const std::size_t end = from = setting.find(":" + map, from);

@@ -44,14 +44,14 @@ WorkFiles workFilesThere()
         std::set<std::string>& maps = files[writer->workFile];
         if (writer->map != nullptr)
             maps.insert(writer->map);
-        else // the editors of the lines of one mailbox or domain
+        else // it is used for the lines of a mailbox or domain in any map
             maps.insert({VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE});
     }
     return files;
 }
 
-// Whether a program may still be writing it: a rewrite takes seconds at most, and loses the map when
-// its work file goes.
+// Whether a program may still be writing it. A rewrite takes seconds at most; its map is lost when
+// the work file is taken away.
 bool isFresh(const std::string& file)
 {
     constexpr int Minute = 60;
@@ -60,7 +60,7 @@ bool isFresh(const std::string& file)
     return facts && facts->changed <= now && facts->changed > now - Minute;
 }
 
-// Whether the file can be the whole new map: the work file is closed before the map goes.
+// Whether the file can be the whole new map: a program closes it before it removes the map.
 bool isWhole(const std::string& file, const std::string& map)
 {
     const std::optional<PathFacts> facts = factsOf(file);
@@ -168,7 +168,7 @@ void lookForMap(const std::string& map, const WorkFiles& workFiles, Findings& fi
                             [map](Mending& mending) { makeEmpty(map, mending); }});
 }
 
-// Only what hurts: which group a map belongs to depends on what wrote it last.
+// Only rights that do harm are found: the group depends on the operation that wrote the map last.
 void checkRights(const std::string& map, const PathFacts& facts, const MailServers& servers,
                  Findings& findings)
 {

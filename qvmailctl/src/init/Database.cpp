@@ -17,12 +17,12 @@ namespace
 
 const std::string ReaderFile = "/etc/postfix/sql-domains.cf";
 
-// Of the shipped sql-accounts.sql, for a database on the same machine.
+// From the shipped sql-accounts.sql, which is for a database on the same machine.
 constexpr const char* LocalServer = "127.0.0.1";
 constexpr const char* ShippedPassword = "'secret'";
 constexpr const char* ShippedAddress = "'127.0.0.1'";
 
-// Of letters that mean nothing in any of the files.
+// A password of letters that have no special meaning in any of the files.
 std::string newPassword()
 {
     constexpr char Letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
@@ -74,7 +74,7 @@ std::string quoted(const std::string& name)
     return "`" + withReplaced(name, "`", "``") + "`";
 }
 
-// Those that make the database (no user) or a login, with the names of the settings.
+// The statements that make the database (user: empty) or a login, with the names in the settings.
 std::vector<std::string> statementsFor(const Setup& setup, const Database& database,
                                        const std::string& user)
 {
@@ -103,7 +103,7 @@ std::string tableIn(const std::string& statement)
 
 // ---- What is there ----
 
-// Why the login is not accepted; empty when it is. Its database may be missing.
+// Why the login is not accepted; empty when it is. The database itself may be missing.
 std::string refusalOf(SqlSettings settings, const SqlLogin& login)
 {
     settings.user = login.user;
@@ -117,7 +117,7 @@ std::string refusalOf(SqlSettings settings, const SqlLogin& login)
     }
 }
 
-// Only to the server that the settings mean: its socket is this machine's.
+// Nothing when the settings mean another machine: the socket leads to this one's server.
 std::optional<SqlConnection> rootConnection(const SqlSettings& place)
 {
     if (place.server != LocalServer)
@@ -166,7 +166,7 @@ std::string escaped(const SqlConnection& connection, const std::string& text)
     return result;
 }
 
-// As its administrator has to run it: passwords are for no screen.
+// The statement as an administrator must run it, without passwords: no screen shows them.
 std::string shown(const std::string& statement, const Database& database, const SqlLogin& login)
 {
     const bool isLocal = database.place.server == LocalServer;
@@ -199,7 +199,7 @@ void tellOfTables(Setup& setup, const Database& database)
                          setup.shipped("schema.sql"));
 }
 
-// Through the connection, as far as it is allowed to.
+// Makes the tables that the connection's user may make.
 void makeTables(Setup& setup, Database& database, SqlConnection& connection)
 {
     const std::string name = database.place.database;

@@ -56,7 +56,7 @@ void syncDirectoryOf(const std::string& path)
 
 constexpr const char* Beside = ".qvmailctl-new";
 
-// Under a name beside the path; what an interrupted init left there is written anew.
+// Writes the text under a name beside the path; what an interrupted init left there is replaced.
 std::string writeBeside(const std::string& path, const std::string& text, Readers readers)
 {
     std::string beside = path + Beside;
@@ -107,11 +107,11 @@ void makeFile(Setup& setup, const std::string& path, const std::string& text, Re
 {
     if (isFile(path)) {
         if (!setup.dryRun)
-            unlink((path + Beside).c_str()); // of an interrupted init
+            unlink((path + Beside).c_str()); // left by an interrupted init
         return setup.kept.push_back(path);
     }
     if (!setup.dryRun) {
-        // A link takes no other file's place: not one that the panel has made meanwhile.
+        // link() replaces nothing, not even a file that the panel has made meanwhile.
         const std::string beside = writeBeside(path, text, readers);
         const bool isPlaced = link(beside.c_str(), path.c_str()) == 0;
         const int reason = errno;

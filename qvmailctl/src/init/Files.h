@@ -1,5 +1,5 @@
-// The files that init makes. Each appears whole or not at all, and none in place of a link: what is
-// no plain file where one belongs ends the command.
+// The files that init makes. Each appears whole or not at all. None takes the place of a link:
+// anything but a plain file in the place of a file ends the command.
 #ifndef QVMAILCTL_INIT_FILES_H
 #define QVMAILCTL_INIT_FILES_H
 
@@ -10,7 +10,7 @@
 
 #include <sys/types.h>
 
-// Who may read it.
+// Who may read a file.
 struct Readers {
     mode_t mode = 0644;
     const char* group = nullptr; // null: root's
@@ -23,11 +23,11 @@ constexpr Readers ForGroupMail = {0710, MailReaders}; // the mail servers' proce
 
 bool isFile(const std::string& path);
 
-// Makes a file or directory, where none is there.
+// Makes a file or directory where there is none.
 void makeFile(Setup& setup, const std::string& path, const std::string& text, Readers readers = {});
 void makeDirectory(Setup& setup, const std::string& path, Readers readers = ForAll);
 
-// Puts another file in its place, and keeps the former one beside it.
+// Replaces a file, and keeps the former one beside it.
 void replaceFile(Setup& setup, const std::string& path, const std::string& text, Readers readers);
 
 std::string textOfFile(const std::string& path);
@@ -35,7 +35,7 @@ std::string textOfFile(const std::string& path);
 // The text with another value in its one line that begins with the name.
 std::string withValue(const std::string& text, const std::string& name, const std::string& value);
 
-// That value; empty when there is no such line.
+// The value in that line; empty when there is no such line.
 std::string valueIn(const std::string& text, const std::string& name);
 
 // The text with every "from" replaced.

@@ -21,14 +21,14 @@ constexpr const char* MasterFile = "/etc/postfix/master.cf";
 constexpr const char* DistributedMasterFile = "/usr/share/postfix/master.cf.dist";
 constexpr const char* ExampleKey = "/etc/ssl/private/ssl-cert-snakeoil.key";
 
-// A file of a server, and the shipped ones that it is put together from.
+// A server's file, and the shipped files that it is put together from.
 struct ServerFile {
     std::string path;
     std::vector<std::string> parts;
     Readers readers = {};
 };
 
-// Those that others name come first.
+// A file that another one names comes before that one.
 std::vector<ServerFile> serverFiles(const Setup& setup)
 {
     constexpr Readers OfPostfix = {0640, "postfix"};
@@ -51,8 +51,8 @@ std::vector<ServerFile> serverFiles(const Setup& setup)
 
 // ---- Whether a file is there already ----
 
-// The first line of a shipped file is its mark: a file that has it is from there, with what the
-// administrator has changed in it since.
+// The first line of a shipped file is its mark. A file with that line was made from the shipped
+// one; the administrator may have changed it since.
 bool hasMark(const std::string& text, const std::string& part)
 {
     const std::vector<std::string> marks = linesOf(part);
@@ -74,7 +74,7 @@ bool isSetUp(const Setup& setup, const ServerFile& file)
 
 // ---- Its text ----
 
-// Where the database is, and the login that reads it.
+// The text with the place of the database and the login that reads it.
 std::string withDatabase(std::string text, const Database& database)
 {
     const SqlLogin& reader = database.logins.back();
@@ -107,8 +107,8 @@ std::string freshText(const Setup& setup, const ServerFile& file, const Database
     return withValue(text, "myhostname = ", hostName());
 }
 
-// A file that is from the shipped ones for the other backend keeps all that has nothing to do with
-// the accounts.
+// When the file was made for accounts in the other place (files or database), only what concerns
+// the accounts is changed in it.
 std::string textFor(const Setup& setup, const ServerFile& file, const Database* database)
 {
     const std::string other = setup.usesSql ? "files" : "mysql";

@@ -5,10 +5,10 @@
 #include "init/Database.h"
 #include "init/Setup.h"
 
-// Sees that every place is free for a file.
+// Ends the command when something stands where a file is to be made.
 void checkServerFiles(const Setup& setup);
 
-// Makes them, or says which are to be made. database: with accounts in the database.
+// Makes the settings, or says which are to be made. database: null with accounts in map files.
 void setUpServers(Setup& setup, const Database* database);
 
 #endif

@@ -1,4 +1,4 @@
-// What init is to make, and what it says of it.
+// What init is to make, and what it reports.
 #ifndef QVMAILCTL_INIT_SETUP_H
 #define QVMAILCTL_INIT_SETUP_H
 
@@ -14,13 +14,13 @@ struct Setup {
     std::string config; // the directory of the shipped settings
 
     std::vector<std::string> made = {};
-    std::vector<std::string> kept = {}; // was there
+    std::vector<std::string> kept = {}; // was there already
     std::vector<std::string> changed = {};
     std::vector<std::string> toDo = {}; // what is left to the administrator
 
     bool changesNothing() const { return made.empty() && changed.empty(); }
 
-    // As it stands in the names of the shipped files.
+    // The word in the names of the shipped files.
     std::string backend() const { return usesSql ? "mysql" : "files"; }
     std::string shipped(const std::string& name) const { return config + "/" + name; }
 

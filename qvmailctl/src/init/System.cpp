@@ -17,12 +17,12 @@
 namespace
 {
 
-constexpr int Seconds = 60; // no program takes longer, but for the table of a very large map
+constexpr int Seconds = 60; // only the table of a very large map could take longer
 constexpr const char* Maps[] = {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE,
                                 VMAPSFILE,   VALIASFILE,  VQUOTAFILE};
 constexpr const char* PostfixSettings = "/etc/postfix/main.cf";
 
-// A package of Debian, and a program or another file that it brings.
+// A Debian package, and a program or another file by which its presence is seen.
 struct Package {
     const char* name;
     const char* file;

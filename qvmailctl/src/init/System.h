@@ -1,4 +1,4 @@
-// What init asks of the system, and makes in it: packages, accounts, the map files.
+// What init requires of the system and makes in it: packages, accounts, the map files.
 #ifndef QVMAILCTL_INIT_SYSTEM_H
 #define QVMAILCTL_INIT_SYSTEM_H
 
@@ -10,23 +10,24 @@
 // withDatabaseServer  the database is to be made on this machine.
 void requirePackages(const Setup& setup, bool withDatabaseServer);
 
-// Ends the command when the group of the mail files is missing, or a map whose former state is there:
-// an empty one in its place would hide the loss.
+// Each ends the command: when the group of the mail files is missing; when a map is missing whose
+// copy is there, because an empty map in its place would hide the loss.
 void requireMailGroup();
 void requireNoLostMap();
 
 void makeAccount(Setup& setup);
 
-// Empty ones, with the tables that Postfix reads. All mail is put off while one is missing, and
-// the first alias, say, may come long after the first mailbox.
+// Makes empty maps and their lookup tables. All mail is put off while one is missing, and the
+// library makes the alias map only with the first alias.
 void makeMaps(Setup& setup);
 
-// Makes a table anew when its file is new, or when Postfix cannot read it.
-// table  "hash:/etc/aliases", say; command  makes it.
+// Builds a lookup table when its file is new, or when Postfix cannot read the table.
+// table    with its type, such as "hash:/etc/aliases"
+// command  builds it
 void makeTable(Setup& setup, const std::string& table, const std::string& path,
                const std::vector<std::string>& command);
 
-// Runs a program whose failure ends the command.
+// Runs a program. Its failure ends the command.
 void mustRun(const std::vector<std::string>& command);
 
 // The machine's name, with its domain if it is known.

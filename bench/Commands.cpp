@@ -16,7 +16,7 @@ inTransaction(const std::function<void(PostfixManager&)>& operations)
     };
 }
 
-// No operation reads everything: on files one read of all maps stands for it.
+// No operation reads everything: with files, one read of all maps stands for that.
 void readEverything(const World& world)
 {
     if (world.usesDatabase)

@@ -42,7 +42,8 @@ Sides floorOf(const Steps& steps)
     return {{"floor", steps}};
 }
 
-// On files: grep, and one read of what is read anyway. Both after the commands that a query runs.
+// With files, a query is compared with grep and with one read of the same files; both come after
+// the commands that the query runs.
 Sides readings(const std::string& text, const std::vector<std::string>& files,
                const Steps& before = {})
 {
@@ -89,7 +90,7 @@ Steps madeTree(const std::string& domain)
                             tree + "/mail/home/oldaccounts"});
 }
 
-// Of maps that are changed otherwise than by adding a line.
+// The floor of a change that rewrites the map.
 Steps changed(const char* map, const char* suffix = ".qvbackup")
 {
     return backedUp(map, suffix) + rewritten(map) + published(map);

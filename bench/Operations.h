@@ -1,4 +1,4 @@
-// What is measured, and what each is compared with.
+// What is measured, and what each operation is compared with.
 #ifndef BENCH_OPERATIONS_H
 #define BENCH_OPERATIONS_H
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// Its floor first, then what else it is compared with.
+// Something that an operation is compared with. The first of its sides is its floor.
 struct Side {
     const char* name;
     Steps steps;
@@ -32,7 +32,7 @@ Operations transactions(const World& world);
 // What the library does for a command of qvmailctl.
 Operations commandOperations(const World& world);
 
-// The statements that make an alias; and a mailbox.
+// The statement that inserts an alias, and those that insert a mailbox.
 std::string insertion(const std::string& source, const std::string& target);
 Statements insertions(const std::string& address);
 

@@ -1,4 +1,4 @@
-// Steps that an operation cannot do without: its floor is the sum of them.
+// The steps that an operation cannot do without. Its floor is their sum.
 #ifndef BENCH_STEPS_H
 #define BENCH_STEPS_H
 
@@ -17,7 +17,7 @@ void run(const Steps& steps);
 // "cp FILE FILE.suffix", as the library runs it.
 Steps backedUp(const std::string& file, const std::string& suffix = ".qvbackup");
 
-// The file is copied byte by byte, and what the copy replaces is removed.
+// Copies the file byte by byte and removes the one that the copy replaces.
 Steps rewritten(const std::string& file);
 
 // "postmap FILE" and "postfix reload".
@@ -28,10 +28,10 @@ Steps command(const std::string& text);
 Steps hashed(int passwords);
 Steps madeDirectories(const std::vector<std::string>& paths);
 
-// One connection, as the library makes it, and statements whose answers are read to their end.
+// Connects as the library does, and runs the statements, reading all of their answers.
 Steps connected(const Statements& statements);
 
-// A program that reads the files, without a shell.
+// Runs a program without a shell.
 Steps ran(const std::vector<std::string>& words);
 
 #endif

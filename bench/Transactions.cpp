@@ -13,7 +13,7 @@ namespace
 
 using LineOf = std::function<std::string(const std::string& address)>;
 
-// A map with a line more for each mailbox, written once, synced, and put in its place by rename.
+// Writes the map once with a further line for each mailbox, syncs it and renames it into its place.
 Steps extended(const World& world, const char* map, int mailboxes, const LineOf& lineOf)
 {
     return {[=] {
@@ -32,7 +32,7 @@ Steps extended(const World& world, const char* map, int mailboxes, const LineOf&
     }};
 }
 
-// What is long for many mailboxes is made when it is run: each measurement has all operations at hand.
+// Long texts are made when the step runs: each measurement holds the steps of all operations.
 Steps madeHomes(const World& world, int mailboxes)
 {
     return {[=] {

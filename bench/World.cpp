@@ -112,7 +112,7 @@ Connection connectAsRoot()
     return connection;
 }
 
-// A thousand rows a statement, all in one transaction.
+// Inserts a thousand rows with each statement, all in one transaction.
 void insertRows(MYSQL* connection, const std::string& table, int count, const LineOf& row)
 {
     constexpr int RowsPerStatement = 1000;
@@ -131,7 +131,7 @@ std::string pair(const std::string& a, const std::string& b)
     return "'" + a + "','" + b + "'";
 }
 
-// The rows of the domain that is changed.
+// A condition for the rows of the domain that is changed.
 std::string rowsOf(const char* column, const std::string& domain)
 {
     return std::string(column) + " = '" + domain + "' or " + column + " like '%@" + domain + "'";
@@ -191,7 +191,7 @@ void restoreRows(const World& world)
     execute(connection.get(), "commit");
 }
 
-// The spool tree of the domain that holds this mailbox and the ones before it.
+// Makes the spool tree of the domain that has this mailbox as its last one.
 void makeDomain(const World& world, int lastMailbox)
 {
     const std::string domain = domainOf(lastMailbox);

@@ -1,5 +1,5 @@
-// The world that is measured: mailboxes in domains of a thousand, on files or in the database. Behind
-// each file and table there is a pristine copy, from which it is restored between two measurements.
+// The world that is measured: mailboxes in domains of a thousand, in files or in the database. A
+// pristine copy of each file and table is kept, from which it is restored between two measurements.
 #ifndef BENCH_WORLD_H
 #define BENCH_WORLD_H
 
@@ -11,7 +11,8 @@
 #include <string>
 #include <vector>
 
-// What is asked for and changed lies in the last domain: who reads a file reads all of it.
+// The entries that are asked for and changed stand in the last domain, so that whoever looks for
+// them in a file reads all of it.
 struct World {
     // kind  files; mysql; mysql-aliases, with a thousand aliases more in the domain; or
     //       mysql-unlimited, with nine of ten mailboxes without a limit
@@ -25,7 +26,7 @@ struct World {
     std::string domain;
     std::string user, address; // its last mailbox, which has a forward
     std::string plainAddress;  // the one before that, which has none
-    std::string alias;         // with one target, and without a mailbox
+    std::string alias;         // has one target and no mailbox
     std::string list;
     std::string newUser, newAddress, newAlias;
     std::string newDomain;
@@ -54,7 +55,7 @@ constexpr const char* Elsewhere = "someone@elsewhere.test";
 constexpr const char* MapFiles[] = {VDOMAINFILE, VPASSWDFILE, VSHADOWFILE,
                                     VMAPSFILE,   VALIASFILE,  VQUOTAFILE};
 
-// The lines of a mailbox.
+// The lines of a mailbox in each map.
 std::string passwdLine(const std::string& domain, const std::string& address);
 std::string shadowLine(const std::string& address);
 std::string mapLine(const std::string& domain, const std::string& address);
@@ -63,15 +64,15 @@ std::string quotaLine(const std::string& address);
 // A directory with the owner and mode of a mailbox's home.
 void makeHome(const std::string& path);
 
-// Of the library's account in the database, which "qvmailctl init" has made.
+// The password of the library's database account, which "qvmailctl init" has made.
 std::string databasePassword();
 
-// Ends the program.
+// Ends the program with a message.
 [[noreturn]] void fail(const std::string& attempt);
 
 using Connection = std::unique_ptr<MYSQL, decltype(&mysql_close)>;
 
-// As the library connects for each operation.
+// Connects as the library does for each operation.
 Connection connectAsHost();
 void execute(MYSQL* connection, const std::string& statement);
 

@@ -4,9 +4,10 @@
 // bench_operations WORLD ACCOUNTS run OPERATION [SIDE]      the operation, or what it is compared with
 // bench_operations WORLD ACCOUNTS timed INPUT COMMAND ...   a command
 //
-// WORLD is files, mysql, mysql-aliases or mysql-unlimited. What is run tells its time in seconds and
-// its memory in KiB: before, the process's own peak, and the largest peak of a command that it ran.
-// An operation that changes something finds the world restored; a command does not.
+// WORLD is files, mysql, mysql-aliases or mysql-unlimited. "run" and "timed" print the time in
+// seconds and the memory in KiB: of the process before, its own peak, and the largest peak of a
+// command that it ran. An operation that changes something finds the world restored; a command does
+// not.
 
 #include "Operations.h"
 
@@ -54,8 +55,8 @@ Json list(const World& world)
     return rows;
 }
 
-// What is printed while it is measured goes to a file: grep reads no further than the first match when
-// nobody reads its answer.
+// The output of what is measured goes to a file, not to /dev/null: grep would then stop at the
+// first match.
 int turnOutputAside()
 {
     const int output = dup(STDOUT_FILENO);
@@ -65,7 +66,8 @@ int turnOutputAside()
     return output;
 }
 
-// The peak of this program's memory in KiB. That of getrusage() counts the process that started it.
+// The peak of this program's memory in KiB. getrusage() would also count the process that started
+// it.
 long ownPeak()
 {
     std::ifstream status("/proc/self/status");
@@ -121,7 +123,7 @@ Json runSide(const World& world, const std::string& name, const char* side)
     const Operation& operation = find(operations, name);
     if (strcmp(operation.kind, "query") != 0 && strcmp(operation.kind, "command") != 0)
         world.restore();
-    // As in a host that runs for long, these are set up already.
+    // In a host that has been running for some time these are set up already.
     mysql_library_init(0, nullptr, nullptr);
     getpwnam("qvadmin");
 

@@ -24,10 +24,10 @@ else:
     LEAST_ROUNDS, MOST_ROUNDS, SECONDS = 3, 15, 1
     MAIL_SECONDS, LOOKUPS = 5, 100000
     LEFT_OUT = []
-LONGEST = 12  # seconds, after which the rounds that were made must do
+LONGEST = 12  # seconds: no further round begins after that
 IMPORTED = 10000
 
-# In these variants of the database, these operations are measured besides.
+# Operations that are measured again in these variants of the database.
 VARIANTS = {
     "mysql-aliases": ["GetLists"],
     "mysql-unlimited": ["RetrieveDomainQuota", "IsDomainHasUnlimitedQuota"],
@@ -55,7 +55,7 @@ def tell(text):
 
 
 def alternate(sides):
-    """The samples of each side, round by round; every other round in reverse"""
+    """The samples of each side, round by round; every second round runs in reverse order"""
     samples = {name: [] for name in sides}
     begin = time.monotonic()
     for number in range(MOST_ROUNDS):
@@ -85,7 +85,7 @@ def measure_operations(world, size, names=None):
         name, kind = operation["name"], operation["kind"]
         if kind == "command" or name in LEFT_OUT or names and name not in names:
             continue
-        bench(world, size, "restore")  # a query leaves that to us
+        bench(world, size, "restore")  # only changes restore it themselves
         sides = {side: lambda side=side: bench(world, size, "run", name, side) for side in operation["sides"]}
         sides = {"library": lambda: bench(world, size, "run", name), **sides}
         add(kind, world, size, name, alternate(sides))
@@ -134,7 +134,7 @@ def measure_commands(world, size):
 
 
 def measure_tables(size):
-    # Accounts come in no order, and some types are faster with one.
+    # Shuffled: accounts come in no order, and some table types are faster with sorted keys.
     lines = pathlib.Path("/etc/vmail/vmaps.txt").read_text().splitlines()
     random.Random(1).shuffle(lines)
     text = "".join(line + "\n" for line in lines)
@@ -166,8 +166,8 @@ def measure_tables(size):
 
 
 def send_mail(interval, recipient):
-    """The time of a message, of a steady stream of them, while Postfix is reloaded at this interval"""
-    # A queue that is left over makes Postfix hold up the next mail (in_flow_delay).
+    """The time for each message of a steady stream while Postfix is reloaded at this interval"""
+    # With mail left in its queue, Postfix delays the next mail (in_flow_delay).
     while "queue is empty" not in run("mailq"):
         time.sleep(0.1)
     done = threading.Event()
@@ -209,7 +209,7 @@ def machine():
 def measure():
     if BACKEND == "mysql":
         run(TOP / "scripts/start-mariadb", "empty")
-        # What a server has by default, where the tests have less.
+        # The defaults of a server, which start-mariadb lowers for the tests.
         run("mariadb", "--no-defaults", "-S", "/run/mysqld/mysqld.sock", input="""
             set global innodb_buffer_pool_size = 128 << 20;
             set global innodb_flush_log_at_trx_commit = 1;""")

@@ -7,7 +7,7 @@ DOCS/performance. A ratio is that of the sides of one round: the median of all r
 import argparse, json, pathlib, statistics
 
 MARKS = "<!-- measured: begin -->", "<!-- measured: end -->"
-BEYOND = 1.1  # ratios above are set in bold
+BEYOND = 1.1  # ratios above this are bold
 
 arguments = argparse.ArgumentParser()
 arguments.add_argument("results", nargs="+", type=pathlib.Path)
@@ -44,7 +44,7 @@ def ratio(row, ours, theirs, isShort=False):
 
 
 def of(kind, world):
-    """The rows by their names, each by its number of accounts"""
+    """The rows by name, and below that by number of accounts"""
     found = {}
     for row in rows:
         if row["kind"] == kind and row["world"] == world:
@@ -61,13 +61,13 @@ def table(heading, cells):
 
 
 def own_memory(row, side):
-    """What the work has added to the process, at most"""
+    """The memory that the work has added to the process at its peak"""
     sample = row["sides"][side]
     return max(peak - before for peak, before in zip(sample["peak"], sample["before"]))
 
 
 def by_size(kind, world, ours, cell, memory):
-    """A line for each name, a column for each number of accounts; the memory is that at the largest"""
+    """A line for each name and a column for each number of accounts; memory is that of the largest"""
     found = of(kind, world)
     sizes = sorted({number for row in found.values() for number in row})
     lines = [[name, *(cell(row[number]) if number in row else "" for number in sizes), memory(row[max(row)])]

@@ -1,5 +1,5 @@
-# Completion of qvmailctl for bash: commands and options as its --help tells them, and for root the
-# domains and addresses that there are.
+# Completion of qvmailctl for bash: commands and options from its --help and, for root, the domains and
+# addresses that exist.
 
 # _qvmailctl_help TITLE [WORD ...] - the names in that part of a command's help
 _qvmailctl_help() {
@@ -8,7 +8,7 @@ _qvmailctl_help() {
     qvmailctl "$@" --help 2> /dev/null | sed -n "/^$title:/,/^\$/s/^  \\([^ ]*\\).*/\\1/p"
 }
 
-# _qvmailctl_names ARGUMENT OBJECT - what may stand for an argument of the help
+# _qvmailctl_names ARGUMENT OBJECT - the words that fit an argument as --help names it
 _qvmailctl_names() {
     case $1 in
         BACKEND) printf '%s\n' files mysql ;;
@@ -22,7 +22,7 @@ _qvmailctl_names() {
                 ADDRESS/list) qvmailctl list list ;;
                 *) qvmailctl mailbox list ;;
             esac
-            # Of a new address, the domain.
+            # For a new address, its domain is completed.
             [[ $current != *@* ]] || qvmailctl domain list | sed "s/^/${current%%@*}@/"
             ;;
     esac 2> /dev/null | # compgen expands its words: a name that is read back must not be a command
@@ -30,7 +30,7 @@ _qvmailctl_names() {
 }
 
 _qvmailctl() {
-    # Not COMP_WORDS: to bash, "@" ends a word.
+    # Not from COMP_WORDS, because for bash "@" ends a word.
     local line=${COMP_LINE:0:COMP_POINT} before word previous='' words=() names arguments command=1
     local current=${line##*[[:blank:]]}
     read -ra before <<< "${line%"$current"}"
@@ -63,7 +63,7 @@ _qvmailctl() {
         fi
     fi
     mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current" | sort -u)
-    # bash replaces what is behind the "@" alone.
+    # bash replaces only what stands behind the "@".
     [[ $current != *@* || $COMP_WORDBREAKS != *@* ]] || COMPREPLY=("${COMPREPLY[@]#"${current%@*}@"}")
 }
 

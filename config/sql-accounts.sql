@@ -1,6 +1,7 @@
--- The database of the "mysql" backend and who may use it. Put passwords of your own here, in
--- Quorvel.conf (qvmail), and in sql-*.cf of Postfix and sql.conf of Dovecot (qvmailread); put the
--- address of the mail server in place of 127.0.0.1 when the database runs on another machine.
+-- The database for the accounts (MailBackend "mysql"), and who may use it. Put your own passwords
+-- here, in Quorvel.conf (qvmail), and in sql-*.cf of Postfix and sql.conf of Dovecot (qvmailread).
+-- When the database runs on another machine, put the address of the mail server in place of
+-- 127.0.0.1.
 
 CREATE DATABASE qvmail DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
 

@@ -10,6 +10,7 @@
 #include "maps/MapVariants.h"
 #include "system/SystemAccounts.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -213,6 +214,20 @@ void change(Host& host, const Work& work)
 void repair(Host& host, const Work& work)
 {
     makePatiently(host, [&] { make(host, work); });
+}
+
+void conclude(const Host& host, int code, std::initializer_list<int> successes,
+              const std::string& failure)
+{
+    if (std::find(successes.begin(), successes.end(), code) != successes.end())
+        return;
+    std::string why = host.transaction.failure();
+    if (why.empty())
+        why = host.settings.usesSql
+                  ? "the database refused a statement or the connection was lost; see its log"
+                  : "a map below /etc/vmail could not be read or written";
+    stop(Status::NotWritten, failure + ": " + why + " (the library answered " +
+                                 std::to_string(code) + "); nothing was changed");
 }
 
 void confirm(const Host& host, const std::string& deletion)

@@ -9,6 +9,7 @@
 #include "Settings.h"
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 
 struct Options {
@@ -54,6 +55,11 @@ void change(Host& host, const Work& work);
 
 // The same without those checks: "check --repair" is about to mend what they would refuse.
 void repair(Host& host, const Work& work);
+
+// Returns when the code is one of the successes. Otherwise ends the command with the failure ("WHAT
+// could not be DONE") and the reason.
+void conclude(const Host& host, int code, std::initializer_list<int> successes,
+              const std::string& failure);
 
 // Asks before something is deleted, unless --yes is given or --dry-run, which deletes nothing.
 void confirm(const Host& host, const std::string& deletion);

@@ -1,9 +1,5 @@
 #include "Results.h"
 
-#include "Host.h"
-
-#include <algorithm>
-
 const char* nameOf(Status status)
 {
     switch (status) {
@@ -40,18 +36,4 @@ const char* nameOf(Status status)
 void stop(Status status, const std::string& sentence)
 {
     throw Stop{status, sentence};
-}
-
-void conclude(const Host& host, int code, std::initializer_list<int> successes,
-              const std::string& failure)
-{
-    if (std::find(successes.begin(), successes.end(), code) != successes.end())
-        return;
-    std::string why = host.transaction.failure();
-    if (why.empty())
-        why = host.settings.usesSql
-                  ? "the database refused a statement or the connection was lost; see its log"
-                  : "a map below /etc/vmail could not be read or written";
-    stop(Status::NotWritten, failure + ": " + why + " (the library answered " +
-                                 std::to_string(code) + "); nothing was changed");
 }

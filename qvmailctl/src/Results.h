@@ -2,10 +2,7 @@
 #ifndef QVMAILCTL_RESULTS_H
 #define QVMAILCTL_RESULTS_H
 
-#include <initializer_list>
 #include <string>
-
-struct Host;
 
 // Named as in sysexits(3), so that a script can tell them apart. With all but Done and Unfinished,
 // nothing was changed.
@@ -35,10 +32,5 @@ struct Stop {
 const char* nameOf(Status status);
 
 [[noreturn]] void stop(Status status, const std::string& sentence);
-
-// Returns when the code is one of the successes. Otherwise ends the command with the failure ("WHAT
-// could not be DONE") and the reason.
-void conclude(const Host& host, int code, std::initializer_list<int> successes,
-              const std::string& failure);
 
 #endif

@@ -146,6 +146,24 @@ TEST_F(Aliases, ListsAreToldFromForwardsAmongManyKeys)
     EXPECT_TRUE(run(Files, "GetLists(d)") == "0" + lists.substr(2 + longKey.size() - 2));
 }
 
+// With the schema and the settings of config/ the server joins no list with all mailboxes.
+TEST_F(Aliases, ListsOfATableTakeAFewStepsForEachRow)
+{
+    constexpr int Count = 300;
+    const std::string numbers = " from seq_1_to_" + std::to_string(Count);
+    sql("insert into virtual_users select concat('u', seq, '@d'), 'h', 0" + numbers);
+    for (const std::string name : {"u", "l", "m"})
+        sql("insert into virtual_aliases select concat('" + name + "', seq, '@d'), 'x'" + numbers);
+    const auto steps = [] {
+        return std::stoi(sql("select cast(sum(variable_value) as int) from "
+                             "information_schema.global_status where variable_name like 'handler%'"));
+    };
+    const int before = steps();
+    const std::string lists = run(Sql, "GetLists(d)");
+    EXPECT_EQ(std::count(lists.begin(), lists.end(), ' '), 2 * Count);
+    EXPECT_LT(steps() - before, 30 * Count);
+}
+
 TEST_F(Aliases, QueriesReadTheTable)
 {
     const std::string lists =

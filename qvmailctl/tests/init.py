@@ -94,6 +94,7 @@ class Init(unittest.TestCase):
         self.addCleanup(subprocess.run, "postfix stop; doveadm stop", shell=True, stderr=subprocess.DEVNULL)
         for words in ("domain add d.test ann", "mailbox add bob@d.test --quota 1M"):
             subprocess.run([QVMAILCTL, *words.split()], input="secret\n", text=True, check=True)
+        self.assertNotIn("table-statistics", subprocess.getoutput(f"{QVMAILCTL} check"))
         self.eventually(lambda: subprocess.call(["doveadm", "auth", "test", "bob@d.test", "secret"],
                                                 stdout=subprocess.DEVNULL) == 0)
         with smtplib.SMTP("127.0.0.1", timeout=20) as server:

@@ -118,6 +118,7 @@ void SqlConnection::run(const std::string& statement)
 {
     if (!ask(statement))
         refuseAnswer("refused a change");
+    mysql_free_result(mysql_store_result(handle())); // ANALYZE answers with rows
 }
 
 bool SqlConnection::ask(const std::string& statement)

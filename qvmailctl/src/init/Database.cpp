@@ -94,10 +94,11 @@ std::vector<std::string> statementsFor(const Setup& setup, const Database& datab
     return statements;
 }
 
+// The table that a statement of schema.sql makes, or that it prepares once it is made.
 std::string tableIn(const std::string& statement)
 {
-    const std::string before = "CREATE TABLE ";
-    const std::size_t begin = statement.rfind(before, 0) == 0 ? before.size() : 0;
+    const std::string before = "TABLE ";
+    const std::size_t begin = statement.find(before) + before.size();
     return statement.substr(begin, statement.find(' ', begin) - begin);
 }
 
@@ -217,13 +218,11 @@ void makeTables(Setup& setup, Database& database, SqlConnection& connection)
             connection.run("USE " + quoted(name));
         for (const std::string& statement : statementsOf(setup.shipped("schema.sql"))) {
             const std::string table = tableIn(statement);
-            if (tables && tables->count(table) > 0) {
-                setup.kept.push_back("table " + table);
-                continue;
-            }
-            if (!setup.dryRun)
+            const bool isKept = tables && tables->count(table) > 0;
+            if (!isKept && !setup.dryRun)
                 connection.run(statement);
-            setup.made.push_back("table " + table);
+            if (statement.rfind("CREATE ", 0) == 0)
+                (isKept ? setup.kept : setup.made).push_back("table " + table);
         }
     } catch (const Refusal& refusal) {
         setup.toDo.push_back("as the database's administrator, because of: " + refusal.reason);

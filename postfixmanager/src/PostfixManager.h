@@ -44,7 +44,8 @@
 //            connection.
 // ErrNo      Operations that call others keep each callee's result in ErrNo; some map editors keep
 //            their own there. Nothing clears it.
-// Spelling   "Retreive" and "Qouta" are the interface's and stay: hosts are built against them.
+// Spelling   "Retreive" and "Qouta", in names and in what is printed, are the interface's and stay:
+//            hosts are built against them.
 #ifndef QV_POSTFIXMANAGER_H
 #define QV_POSTFIXMANAGER_H
 

@@ -1,5 +1,5 @@
 // How each operation rewrites its map. The procedure is the same (MapRewrite.h); the differences
-// are the fields below.
+// are the fields below. CONTRIBUTING.md says who must be told of another work file.
 #ifndef QV_MAPVARIANTS_H
 #define QV_MAPVARIANTS_H
 

@@ -67,7 +67,7 @@ public:
                           // directory or file of the spool
     };
 
-    // Opens nothing. The manager must outlive the object: its settings choose the backend.
+    // Opens nothing. The manager must outlive the object: its settings say where the accounts are.
     explicit PostfixTransaction(PostfixManager& manager);
 
     // Drops what is not committed.

@@ -5,7 +5,7 @@
 
 #include <sys/types.h>
 
-// The account that mail belongs to, and the one whose primary group the mail servers' processes have.
+// The account that mail belongs to, and the account whose primary group the mail servers have.
 inline constexpr const char* MailOwner = "qvadmin";
 inline constexpr const char* MailReaders = "mail";
 

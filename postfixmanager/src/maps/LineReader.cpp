@@ -2,6 +2,7 @@
 
 #include "maps/LineReader.h"
 
+#include "maps/MapLines.h"
 #include "system/RegularFile.h"
 
 #include <algorithm>
@@ -21,9 +22,6 @@ constexpr std::size_t FirstBufferSize = std::size_t{128} * 1024;
 constexpr std::size_t LongestLine = std::size_t{16} * 1024 * 1024;
 constexpr int LineTooLong = EMSGSIZE;
 
-// For texts of this length or more, Horspool's search was quicker than memmem on map lines.
-constexpr std::size_t LongText = 20;
-
 } // namespace
 
 LineReader::LineReader(const std::string& path)
@@ -38,8 +36,6 @@ LineReader::LineReader(const std::string& path, const std::string& text, std::si
     if (isOpen() && from > 0 && lseek(m_descriptor, static_cast<off_t>(from), SEEK_SET) < 0)
         m_error = errno;
     m_text = text;
-    if (m_text.size() >= LongText)
-        m_longText.emplace(m_text.cbegin(), m_text.cend());
     // No line contains a line end.
     m_finished = text.find('\n') != std::string::npos;
 }
@@ -90,26 +86,18 @@ bool LineReader::skipToText()
     for (;;) {
         const char* const start = m_buffer.data() + m_begin;
         const char* const end = m_buffer.data() + m_end;
-        const char* const hit = findText(start, end);
-        const std::size_t searched = (hit == nullptr ? end : hit) - start;
+        const std::size_t hit = placeOf(m_text, std::string_view(start, end - start));
+        const std::size_t searched = std::min<std::size_t>(hit, end - start);
         const void* const lineEndBefore = memrchr(start, '\n', searched);
         if (lineEndBefore != nullptr)
             m_begin += static_cast<const char*>(lineEndBefore) - start + 1;
-        if (hit != nullptr)
+        if (hit != std::string_view::npos)
             return true;
         if (!readMore()) {
             m_finished = true;
             return false;
         }
     }
-}
-
-const char* LineReader::findText(const char* from, const char* to) const
-{
-    if (!m_longText)
-        return static_cast<const char*>(memmem(from, to - from, m_text.data(), m_text.size()));
-    const char* const hit = std::search(from, to, *m_longText);
-    return hit == to ? nullptr : hit;
 }
 
 // Reads on behind what is there, which moves to the front; a line longer than the buffer makes the

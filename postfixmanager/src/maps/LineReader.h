@@ -2,8 +2,6 @@
 #define QV_LINEREADER_H
 
 #include <cstddef>
-#include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,7 +44,6 @@ public:
 
 private:
     bool skipToText();
-    const char* findText(const char* from, const char* to) const;
     bool readMore();
 
     int m_descriptor;
@@ -56,7 +53,6 @@ private:
     std::size_t m_end = 0;
     bool m_finished = false;
     std::string m_text; // empty: all lines
-    std::optional<std::boyer_moore_horspool_searcher<std::string::const_iterator>> m_longText;
 };
 
 #endif

@@ -6,7 +6,8 @@
 
 bool standsFor(std::string_view line, std::string_view searched, std::string_view text)
 {
-    return openStage() == nullptr ? contains(searched, text) : wholeName(line) == text;
+    return openStage() == nullptr ? placeOf(text, searched) != std::string_view::npos
+                                  : wholeName(line) == text;
 }
 
 bool liesIn(std::string_view line, std::string_view searched, std::string_view domain)

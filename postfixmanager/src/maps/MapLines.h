@@ -2,6 +2,8 @@
 #ifndef QV_MAPLINES_H
 #define QV_MAPLINES_H
 
+#include <cstddef>
+#include <cstring>
 #include <string_view>
 
 #include <strings.h>
@@ -9,6 +11,22 @@
 inline bool contains(std::string_view text, std::string_view part)
 {
     return text.find(part) != std::string_view::npos;
+}
+
+// Where the text begins for the first time; npos when nowhere. An address or a part of one is looked for by
+// its "@": lines hold few, so that this takes a fraction of the time that it takes memmem.
+inline std::size_t placeOf(std::string_view text, std::string_view searched)
+{
+    constexpr std::size_t Nowhere = std::string_view::npos;
+    const std::size_t mark = text.find('@');
+    if (mark == Nowhere) {
+        const void* const hit = memmem(searched.data(), searched.size(), text.data(), text.size());
+        return hit == nullptr ? Nowhere : static_cast<const char*>(hit) - searched.data();
+    }
+    for (std::size_t at = searched.find('@', mark); at != Nowhere; at = searched.find('@', at + 1))
+        if (searched.substr(at - mark, text.size()) == text)
+            return at - mark;
+    return Nowhere;
 }
 
 // The text before the first mark; the whole line when it has none.

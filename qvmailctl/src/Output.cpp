@@ -118,19 +118,20 @@ void QuietLibrary::showComplaints(bool all) const
                 tell(line);
 }
 
-bool give(const Answer& answer, bool asJson)
+bool give(Answer answer, bool asJson)
 {
     const bool isDone = answer.status == Status::Done;
-    Json document = {{"ok", isDone}};
-    if (!isDone)
-        document["error"] = errorOf(answer.status, answer.sentence);
-    document["result"] = answer.result;
     std::string text;
-    if (asJson)
+    if (asJson) {
+        Json document = {{"ok", isDone}};
+        if (!isDone)
+            document["error"] = errorOf(answer.status, answer.sentence);
+        document["result"] = std::move(answer.result);
         text = documentOf(document);
-    else
+    } else {
         for (const std::string& line : answer.lines)
             text += printable(line) + "\n";
+    }
     if (!writeAll(answers, text))
         return false;
     if (!isDone)

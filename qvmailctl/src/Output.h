@@ -45,7 +45,7 @@ private:
 
 // Prints the answer; with asJson as one document, {"ok":true,"result":...}. False when it cannot be
 // written.
-bool give(const Answer& answer, bool asJson);
+bool give(Answer answer, bool asJson);
 
 // Prints the sentence on standard error; with asJson also a document on standard output:
 // {"ok":false,"error":...}.

@@ -7,6 +7,7 @@
 #include "Results.h"
 
 #include <exception>
+#include <utility>
 
 namespace
 {
@@ -72,13 +73,14 @@ int main(int argc, char** argv)
             listCommands(),   catchAllCommands(), searchCommand(), checkCommand(),
             initCommand(),    exportCommand(),    importCommand()};
         readCommandLine(argc, argv, objects, choice);
-        const Answer answer = run(choice);
-        if (give(answer, choice.options.json))
-            return static_cast<int>(answer.status);
+        Answer answer = run(choice);
+        const Status status = answer.status;
+        if (give(std::move(answer), choice.options.json))
+            return static_cast<int>(status);
         tell("the answer could not be written to standard output");
         // A change was made all the same, and the status of findings counts more.
-        return static_cast<int>(
-            isChange(choice) || answer.status != Status::Done ? answer.status : Status::NotWritten);
+        return static_cast<int>(isChange(choice) || status != Status::Done ? status
+                                                                           : Status::NotWritten);
     } catch (const Stop& stopped) {
         giveFailure(stopped, choice.options.json);
         return static_cast<int>(stopped.status);

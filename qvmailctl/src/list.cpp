@@ -187,8 +187,10 @@ Answer list(Host& host, const Given& given)
     for (const auto& [address, members] : hosting.aliases) {
         if (hosting.mailbox(address) != nullptr)
             continue;
-        answer.result.push_back({{"address", address}, {"members", members}});
-        answer.lines.push_back(address);
+        if (host.options.json)
+            answer.result.push_back({{"address", address}, {"members", members}});
+        else
+            answer.lines.push_back(address);
     }
     return answer;
 }

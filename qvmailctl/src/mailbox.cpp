@@ -189,8 +189,10 @@ Answer list(Host& host, const Given& given)
     Answer answer{Json::array(), {}};
     const Hosting hosting = readMailboxes(host, given);
     for (const auto& [address, mailbox] : hosting.mailboxes) {
-        answer.result.push_back(entryOf(address, mailbox));
-        answer.lines.push_back(address);
+        if (host.options.json)
+            answer.result.push_back(entryOf(address, mailbox));
+        else
+            answer.lines.push_back(address);
     }
     return answer;
 }

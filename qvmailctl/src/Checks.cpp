@@ -21,9 +21,10 @@ bool isThere(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+// Of an address that does not forward.
 bool takesMail(const Hosting& hosting, const std::string& address)
 {
-    return hosting.mailbox(address) != nullptr || !hosting.targetsOf(address).empty() ||
+    return hosting.mailbox(address) != nullptr ||
            !hosting.catchAllOf(std::string(domainOf(address))).empty();
 }
 
@@ -137,7 +138,8 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
              " members; Postfix expands an address to no more than virtual_alias_expansion_limit "
              "(1000) and then puts its mail off");
 
-    // The way of one target is read step by step; for a list, everything is read once.
+    // The way of one target is read step by step, no further than is asked for; for a list,
+    // everything is read once.
     constexpr unsigned Parts = Domains | Accounts | Aliases | CatchAlls;
     const bool isForwarder = targets.size() == 1;
     Hosting hosting;
@@ -157,11 +159,14 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
             continue;
         const std::string domain(domainOf(target));
         if (isForwarder)
-            hosting = host.read({domain, target}, Parts);
+            hosting = host.read({domain, target}, Domains | Aliases);
         const bool isDirect = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
             return equalIgnoringCase(text, target);
         });
-        if (isDirect && hosting.hosts(domain) && !takesMail(hosting, target))
+        const bool isOpen = isDirect && hosting.hosts(domain) && hosting.targetsOf(target).empty();
+        if (isOpen &&
+            !takesMail(isForwarder ? host.read({domain, target}, Accounts | CatchAlls) : hosting,
+                       target))
             tell("warning: there is no " + target +
                  " here, so what is forwarded to it is returned to its sender");
         const Addresses next = hosting.targetsOf(target);

@@ -12,7 +12,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <functional>
+#include <memory>
 
 namespace
 {
@@ -26,10 +28,22 @@ bool isWanted(const Wanted& wanted, std::string_view address)
 
 bool leadsToWanted(const Wanted& wanted, const Addresses& targets)
 {
-    return wanted.forwarders &&
-           std::any_of(targets.begin(), targets.end(), [&](const std::string& target) {
-               return equalIgnoringCase(target, wanted.address);
-           });
+    return std::any_of(targets.begin(), targets.end(), [&](const std::string& target) {
+        return equalIgnoringCase(target, wanted.address);
+    });
+}
+
+// The same of a line whose targets are not taken apart yet: few hold the address at all.
+bool mentionsWanted(const Wanted& wanted, std::string_view line)
+{
+    if (!wanted.forwarders)
+        return false;
+    const std::size_t before = wanted.address.find('@');
+    for (std::size_t at = line.find('@'); at != std::string_view::npos; at = line.find('@', at + 1))
+        if (at >= before &&
+            equalIgnoringCase(line.substr(at - before, wanted.address.size()), wanted.address))
+            return true;
+    return false;
 }
 
 // -1 and 0 mean no limit; a text that is no number limits nobody either.
@@ -136,8 +150,11 @@ void readQuotas(Hosting& hosting, const Wanted& wanted, const std::string& text)
 void readAliases(Hosting& hosting, const Wanted& wanted, const std::string& text)
 {
     readMap(VALIASFILE, text, [&](std::string_view line) {
+        const bool isOfName = isWanted(wanted, wholeName(line));
+        if (!isOfName && !mentionsWanted(wanted, line))
+            return GoOn;
         Addresses targets = wordsOf(behindName(line));
-        if (!isWanted(wanted, wholeName(line)) && !leadsToWanted(wanted, targets))
+        if (!isOfName && !leadsToWanted(wanted, targets))
             return GoOn;
         hosting.aliases.try_emplace(std::string(wholeName(line)), std::move(targets));
         return wanted.forwarders ? GoOn : afterLineOf(wanted);
@@ -181,6 +198,12 @@ Hosting readMaps(const Wanted& wanted, unsigned parts)
 }
 
 // ---- Database ----
+
+std::unique_ptr<SqlConnection>& openConnection()
+{
+    static std::unique_ptr<SqlConnection> connection;
+    return connection;
+}
 
 // "where ...", for a column that holds addresses.
 std::string conditionOn(const SqlConnection& database, const std::string& column,
@@ -310,6 +333,23 @@ Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned par
         return readMaps(wanted, parts);
     return asked(settings,
                  [&](SqlConnection& database) { return readTables(database, wanted, parts); });
+}
+
+SqlConnection& connectionToAsk(const SqlSettings& settings)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds Moment(1);
+    static Clock::time_point lastUse;
+    std::unique_ptr<SqlConnection>& connection = openConnection();
+    if (connection == nullptr || Clock::now() - lastUse > Moment)
+        connection = std::make_unique<SqlConnection>(settings);
+    lastUse = Clock::now();
+    return *connection;
+}
+
+void dropConnectionToAsk()
+{
+    openConnection().reset();
 }
 
 void reachDatabase(const Settings& settings)

@@ -81,14 +81,23 @@ void requireNoEmptyLink(const std::string& map);
 // Ends the command when something cannot be read. A missing map counts as empty.
 Hosting readHosting(const Settings& settings, const Wanted& wanted, unsigned parts);
 
+// The connection over which this command asks. It is made anew where it has not been used for a
+// second: an idle one may be closed on its way without a word.
+SqlConnection& connectionToAsk(const SqlSettings& settings);
+void dropConnectionToAsk();
+
 // Asks the database, and asks again when it refuses for a passing reason. Ends the command, saying
 // why, when it does not answer.
 template <class Question> auto asked(const Settings& settings, const Question& question)
 {
     try {
         return askPatiently([&] {
-            SqlConnection database(settings.database);
-            return question(database);
+            try {
+                return question(connectionToAsk(settings.database));
+            } catch (const Refusal&) {
+                dropConnectionToAsk();
+                throw;
+            }
         });
     } catch (const Refusal& refusal) {
         stop(Status::Unreachable, refusal.reason);

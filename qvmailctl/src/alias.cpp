@@ -19,6 +19,15 @@ void refuseList(const Hosting& hosting, const std::string& address)
              address + " is a mailing list; use \"qvmailctl list set\" or \"list delete\"");
 }
 
+// Whether it has a mailbox is asked only where it may be a list: the account files are the longest maps.
+Hosting readForwarder(const Host& host, const Address& address)
+{
+    Hosting hosting = host.read(addressAlone(address), Domains | Aliases);
+    if (hosting.targetsOf(address.text).size() > 1)
+        hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+    return hosting;
+}
+
 Answer write(Host& host, const Given& given, bool mayReplace)
 {
     const Address address = checkedAddress(given.name);
@@ -26,7 +35,7 @@ Answer write(Host& host, const Given& given, bool mayReplace)
     if (equalIgnoringCase(target, address.text))
         stop(Status::Refused, address.text + " cannot forward to itself");
     change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+        const Hosting hosting = readForwarder(host, address);
         requireHosted(hosting, address.domain);
         refuseList(hosting, address.text);
         const Addresses former = hosting.targetsOf(address.text);

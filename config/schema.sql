@@ -38,13 +38,15 @@ CREATE TABLE virtual_users (
 -- One row for each pair of an address and a destination: forwarders, the members of lists, the
 -- mailbox itself, and "@domain" for a catch-all. Pairs are not unique: a list that names a member
 -- twice is written by one statement, which a unique key would refuse as a whole, leaving the list
--- empty.
+-- empty. The key on "destination" answers who forwards to an address, which qvmailctl asks before it
+-- deletes a mailbox.
 CREATE TABLE virtual_aliases (
   source VARCHAR(320) NOT NULL,
   destination VARCHAR(320) NOT NULL,
   id BIGINT UNSIGNED NOT NULL AUTO_INCREMENT INVISIBLE,
   PRIMARY KEY (id),
-  KEY source (source)
+  KEY source (source),
+  KEY destination (destination)
 ) ENGINE=InnoDB DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
 
 -- MariaDB keeps these statistics, taken of the empty table, until somebody repeats "ANALYZE ... PERSISTENT", which

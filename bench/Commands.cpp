@@ -46,6 +46,10 @@ Operations commandOperations(const World& world)
              manager.Postfix_IsMailboxExists(w.address);
              manager.Postfix_RetrieveQuota(w.address);
              manager.Postfix_RetrieveAlias(w.address);
+             std::string catchAll;
+             manager.Postfix_RetreiveCatchAllAddress(w.domain, catchAll);
+             if (!w.usesDatabase) // IsMailboxExists reads the one account file, and this the other
+                 manager.Postfix_GetMailboxCount(w.domain);
              run(ran({"doveadm", "-f", "tab", "quota", "get", "-u", w.address}));
          }},
         {"mailbox list",
@@ -77,6 +81,8 @@ Operations commandOperations(const World& world)
          [w = world](PostfixManager& manager) {
              VectorString lists;
              manager.Postfix_GetLists(w.domain, &lists);
+             if (!w.usesDatabase) // GetLists reads the one account file, and this the other
+                 manager.Postfix_GetMailboxCount(w.domain);
          }},
         {"check", everything},
         {"export", everything},

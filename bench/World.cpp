@@ -219,7 +219,9 @@ void restoreSpool(const World& world)
             std::filesystem::remove(home);
     if (!std::filesystem::exists(world.homeOf(world.address)))
         makeHome(world.homeOf(world.address));
-    std::ofstream{world.inboxOf(world.address)}; // without mail
+    const std::string inbox = world.inboxOf(world.address); // without mail
+    if (!std::ofstream(inbox) || chown(inbox.c_str(), 4201, 4108) != 0)
+        fail("to make " + inbox);
 }
 
 } // namespace

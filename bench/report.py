@@ -156,7 +156,8 @@ SECTIONS = [
     ("Transactions, in the database", "Time, and its ratio to the bare statements in one transaction, hashing and making "
      "the homes.", lambda: by_size("transaction", "mysql", "change", against_floor, memory_of_operation)),
     ("qvmailctl, on files", "Time, and its ratio to a process that makes the library's calls for the same thing, a change "
-     "in a transaction. `check` and `export` are compared with one read of all maps, `import` has 10,000 mailboxes. "
+     "in a transaction. `mailbox show` also has `doveadm`, the call for the catch-all and one that reads the other account "
+     "file, `list list` the latter: what the command answers needs them. `check` and `export` are compared with one read of all maps, `import` has 10,000 mailboxes. "
      "The memory is the largest of the command and of what it runs.",
      lambda: by_size("command", "files", "command", against_library, memory_of_command)),
     ("qvmailctl, in the database", "The same.",

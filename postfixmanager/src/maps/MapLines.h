@@ -20,6 +20,8 @@ inline std::size_t placeOf(std::string_view text, std::string_view searched)
     constexpr std::size_t Nowhere = std::string_view::npos;
     const std::size_t mark = text.find('@');
     if (mark == Nowhere) {
+        if (searched.empty()) // may have no data at all, which memmem must not get
+            return text.empty() ? 0 : Nowhere;
         const void* const hit = memmem(searched.data(), searched.size(), text.data(), text.size());
         return hit == nullptr ? Nowhere : static_cast<const char*>(hit) - searched.data();
     }

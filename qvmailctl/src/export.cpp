@@ -11,14 +11,13 @@ Answer exportAll(Host& host, const Given& /*given*/)
     // query does not wait: when a change is at work, a warning says so.
     if (host.transaction.open(0) == PostfixTransaction::Busy)
         tell("warning: another change is at work, and the document may hold a part of it");
-    Hosting hosting = host.read(everything());
+    const Hosting hosting = host.read(everything());
     host.transaction.drop();
     if (mayOthersReadAnswer())
         tell("warning: other users may read the file that this goes to, with all password hashes; "
              "\"umask 077\" before the command keeps it from them");
 
     Answer answer{documentOf(hosting), {}};
-    hosting = {}; // two forms of everything are enough in memory
     if (!host.options.json)
         answer.lines = linesOfDocument(answer.result);
     return answer;

@@ -37,8 +37,15 @@ struct QuotaFields {
     bool mayChange;
 };
 
+// A line that its map's reader does not understand.
+struct UselessLine {
+    Entry entry;
+    std::string text;
+};
+
 struct Scan {
     std::unordered_map<std::string, Entry> entries;
+    std::vector<UselessLine> useless;
     std::unordered_map<std::string, QuotaFields> quotas; // of vpasswd
     std::unordered_set<std::string> malformed;           // names of malformed lines
 };
@@ -59,7 +66,7 @@ std::string_view withoutTail(std::string_view line)
 
 // False for a malformed line, which is not looked at further.
 bool checkForm(const std::string& map, const Entry& entry, std::string_view line,
-               Findings& findings)
+               std::vector<UselessLine>& useless, Findings& findings)
 {
     const char* const fault = faultOfLine(map, line);
     if (fault == nullptr)
@@ -77,11 +84,7 @@ bool checkForm(const std::string& map, const Entry& entry, std::string_view line
                             [=](Mending& mending) { mending.edit(map, entry.place, cut); }});
         return false;
     }
-    const std::string copies = copiesOf(map);
-    findings.push_back({"line-malformed", map, "",
-                        lineNumber(entry) + ", " + inQuotes(kept) + ", is of no use: " + fault,
-                        "correct it, or remove it" +
-                            (copies.empty() ? "" : "; former states of the map are " + copies)});
+    useless.push_back({entry, std::string(line)});
     return false;
 }
 
@@ -145,7 +148,7 @@ Scan scanMap(const std::string& map, Findings& findings)
         }
         entry.hash = std::hash<std::string_view>()(line);
         const std::string name(wholeName(line));
-        if (!checkForm(map, entry, line, findings)) {
+        if (!checkForm(map, entry, line, scan.useless, findings)) {
             scan.malformed.insert(name);
         } else {
             const auto [first, isNew] = scan.entries.try_emplace(name, entry);
@@ -165,6 +168,59 @@ Scan scanMap(const std::string& map, Findings& findings)
                             "it is ended", Mend::InTransaction,
                             [map](Mending& mending) { mending.rewrite(map); }});
     return scan;
+}
+
+// Those of these lines that are of use in another map: a plain deletion of a domain whose work file
+// could not become a map has written its lines into the next one.
+std::unordered_set<std::string> linesElsewhere(const Scans& scans)
+{
+    std::unordered_set<std::string> useless;
+    for (const auto& [map, scan] : scans)
+        for (const UselessLine& line : scan.useless)
+            useless.insert(line.text);
+    std::unordered_set<std::string> found;
+    for (const std::string map : Maps) {
+        LineReader reader(useless.empty() ? "/dev/null" : map);
+        std::string_view line;
+        while (reader.nextLine(line))
+            if (useless.count(std::string(line)) > 0 && faultOfLine(map, line) == nullptr)
+                found.emplace(line);
+    }
+    return found;
+}
+
+// A plain change of a user's type writes its number into an empty line. No account has such a name.
+bool isNumberOfType(const std::string& map, std::string_view line)
+{
+    return (map == VPASSWDFILE || map == VSHADOWFILE) &&
+           line.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+void checkUselessLines(const Scans& scans, Findings& findings)
+{
+    const std::unordered_set<std::string> elsewhere = linesElsewhere(scans);
+    for (const std::string map : Maps)
+        for (const auto& [entry, line] : scans.at(map).useless) {
+            const std::string_view kept = withoutTail(line);
+            const std::string copies = copiesOf(map);
+            Finding finding = {
+                "line-malformed", map, "",
+                lineNumber(entry) + ", " + inQuotes(kept) +
+                    ", is malformed: " + faultOfLine(map, line),
+                "correct it, or remove it" +
+                    (copies.empty() ? "" : "; former states of the map are " + copies)};
+            const bool isElsewhere = elsewhere.count(line) > 0;
+            if (isElsewhere || isNumberOfType(map, kept)) {
+                finding.wayOut = isElsewhere
+                                     ? "it is removed: it is another map's, and stands there"
+                                     : "it is removed: a change of a user's type has left it";
+                finding.how = Mend::InTransaction;
+                finding.mend = [map, place = entry.place](Mending& mending) {
+                    mending.drop(map, place);
+                };
+            }
+            findings.push_back(finding);
+        }
 }
 
 // A map that is empty while others hold accounts was lost. It is not made anew from those: the next
@@ -406,6 +462,7 @@ void checkEntries(const Settings& settings, const Hosting& hosting, Findings& fi
     Scans scans;
     for (const char* const map : Maps)
         scans[map] = scanMap(map, findings);
+    checkUselessLines(scans, findings);
     bool isAnyLost = false;
     for (const char* const map : Maps)
         isAnyLost = isLost(map, scans, findings) || isAnyLost;

@@ -30,6 +30,14 @@ Finding halfMade(const std::string& domain, const Places& places)
                 " USER\", or take it away with \"qvmailctl domain delete " + domain + "\""};
 }
 
+// What lists a domain whose mailboxes are there: "domain add" makes one.
+std::string listing(const std::string& domain, const Places& places)
+{
+    const bool isMap = places.domains == std::string(VDOMAINFILE);
+    return isMap ? "\"echo " + domain + " >> " VDOMAINFILE "\""
+                 : "\"insert into virtual_domains values ('" + domain + "')\"";
+}
+
 void checkDomains(const Hosting& hosting, const Places& places, Findings& findings)
 {
     std::map<std::string, std::size_t> mailboxes;
@@ -45,8 +53,8 @@ void checkDomains(const Hosting& hosting, const Places& places, Findings& findin
             findings.push_back({"domain-not-hosted", places.domains, domain,
                                 domain + " is not in it and has " + std::to_string(count) +
                                     " mailboxes, whose mail is refused",
-                                "add it to host it again, or finish its deletion with "
-                                "\"qvmailctl domain delete " +
+                                "host it again with " + listing(domain, places) +
+                                    ", or finish its deletion with \"qvmailctl domain delete " +
                                     domain + "\""});
 }
 

@@ -7,9 +7,13 @@
 #include "Output.h"
 #include "Paths.h"
 #include "system/DomainTree.h"
+#include "system/Refusal.h"
+#include "system/SpoolTree.h"
 #include "system/SystemAccounts.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <set>
 #include <unordered_set>
 
@@ -55,6 +59,21 @@ void addMaking(const char* kind, const OwnedDirectory& directory, const std::str
                         [directory](Mending& mending) { mending.makeDirectory(directory); }});
 }
 
+// The first that is not empty stays, with those that it lies in.
+void addRemoval(Finding finding, const std::vector<std::string>& directories, Findings& findings)
+{
+    if (!directories.empty()) {
+        finding.wayOut = "it is removed, as it holds nothing";
+        finding.how = Mend::Beside;
+        finding.mend = [directories](Mending&) {
+            for (const std::string& directory : directories)
+                if (const int failure = removeEmptyFromSpool(directory))
+                    refuse(directory + " cannot be removed: " + strerror(failure));
+        };
+    }
+    findings.push_back(std::move(finding));
+}
+
 // A mode tighter than the library's is no fault, as long as mail can be delivered.
 bool areGoodRights(const PathFacts& facts, const OwnedDirectory& wanted)
 {
@@ -96,6 +115,12 @@ bool checkDirectory(const Spool& spool, const OwnedDirectory& wanted, bool mayBe
 
 // ---- Homes and inboxes ----
 
+bool isEmptyDirectory(const std::string& path)
+{
+    const std::optional<PathFacts> facts = factsOf(path);
+    return facts && facts->type == PathType::Directory && namesIn(path).empty();
+}
+
 // True when the mail belongs to a mailbox; otherwise the name is added to the orphans.
 bool checkOwned(const Spool& spool, const std::string& path, const std::string& name,
                 std::set<std::string>& orphans)
@@ -103,12 +128,12 @@ bool checkOwned(const Spool& spool, const std::string& path, const std::string& 
     if (spool.hosting.mailbox(name) != nullptr)
         return true;
     if (faultOfAddress(name) == nullptr && orphans.insert(name).second)
-        spool.findings.push_back({"mail-without-mailbox", path, name,
-                                  "is mail of " + name + ", which is no mailbox",
-                                  "give it to a new one with \"qvmailctl mailbox add " + name +
-                                      " --take-over\", or delete it with \"qvmailctl mailbox "
-                                      "delete " +
-                                      name + "\""});
+        addRemoval(
+            {"mail-without-mailbox", path, name, "is mail of " + name + ", which is no mailbox",
+             "give it to a new one with \"qvmailctl mailbox add " + name +
+                 " --take-over\", or delete it with \"qvmailctl mailbox delete " + name + "\""},
+            isEmptyDirectory(path) ? std::vector<std::string>{path} : std::vector<std::string>(),
+            spool.findings);
     return false;
 }
 
@@ -195,14 +220,36 @@ void checkTree(const Spool& spool, const std::string& domain, const Addresses& m
     }
 }
 
-Finding treeOf(const std::string& domain)
+// The directories of a domain, the deepest first, where they are what the library makes and hold
+// nothing else; else none.
+std::vector<std::string> emptyTreeOf(const std::string& domain)
 {
-    const std::string path = below(VSPOOLDIR, domain);
-    return {"tree-without-domain", path, domain, "is of " + domain + ", which is not hosted",
-            "host it with \"qvmailctl domain add " + domain +
-                " USER --take-over\", import its accounts if they are still elsewhere "
-                "(docs/moving.md), or remove it with \"qvmailctl domain delete " +
-                domain + "\""};
+    const std::string tree = below(VSPOOLDIR, domain);
+    std::set<std::string, std::greater<>> directories; // what lies in another comes before it
+    for (const TreeDirectory& directory : DomainTree)
+        directories.insert(tree + directory.path);
+    for (const std::string& name : namesIn(tree + "/mail/home"))
+        directories.insert(below(tree + "/mail/home", name));
+    for (const std::string& path : directories) {
+        const std::optional<PathFacts> facts = factsOf(path);
+        if (facts && facts->type != PathType::Directory)
+            return {};
+        for (const std::string& name : namesIn(path))
+            if (directories.count(below(path, name)) == 0)
+                return {};
+    }
+    return {directories.begin(), directories.end()};
+}
+
+void addLeftTree(const std::string& domain, Findings& findings)
+{
+    addRemoval({"tree-without-domain", below(VSPOOLDIR, domain), domain,
+                "is of " + domain + ", which is not hosted",
+                "host it with \"qvmailctl domain add " + domain +
+                    " USER --take-over\", import its accounts if they are still elsewhere "
+                    "(docs/moving.md), or remove it with \"qvmailctl domain delete " +
+                    domain + "\""},
+               emptyTreeOf(domain), findings);
 }
 
 std::map<std::string, Addresses> mailboxesByDomain(const Hosting& hosting)
@@ -239,7 +286,7 @@ void checkSpool(const Hosting& hosting, Findings& findings)
     for (const std::string& name : namesIn(VSPOOLDIR)) {
         checkRemoved(VSPOOLDIR, name, findings);
         if (faultOfDomain(name) == nullptr && !hosting.hosts(name) && mailboxes.count(name) == 0)
-            findings.push_back(treeOf(name));
+            addLeftTree(name, findings);
     }
     for (const std::string& domain : hosting.domains)
         if (faultOfDomain(domain) == nullptr)

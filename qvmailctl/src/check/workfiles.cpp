@@ -29,6 +29,9 @@ constexpr mode_t ReadableByOthers = 04;
 // Work files, and the maps that each may have been about to replace.
 using WorkFiles = std::map<std::string, std::set<std::string>>;
 
+// Whose lines of one mailbox or domain are edited with a shared work file, in this order.
+constexpr const char* DomainMaps[] = {VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE};
+
 bool hasTable(const std::string& map)
 {
     return std::find(std::begin(MapsWithTables), std::end(MapsWithTables), map) !=
@@ -44,8 +47,8 @@ WorkFiles workFilesThere()
         std::set<std::string>& maps = files[writer->workFile];
         if (writer->map != nullptr)
             maps.insert(writer->map);
-        else // it is used for the lines of a mailbox or domain in any map
-            maps.insert({VPASSWDFILE, VSHADOWFILE, VMAPSFILE, VQUOTAFILE});
+        else // the editors of the lines of one mailbox or domain
+            maps.insert(std::begin(DomainMaps), std::end(DomainMaps));
     }
     return files;
 }
@@ -97,10 +100,53 @@ void makeEmpty(const std::string& map, Mending& mending)
     publish(map, mending);
 }
 
+// The plain editors of a domain's lines share a work file, to which each adds: where it could not
+// become the map, its lines are the first of the next map. Empty: it is not so.
+std::string linesInNextMap(const std::string& gone)
+{
+    if (std::find(std::begin(DomainMaps), std::end(DomainMaps), gone) == std::end(DomainMaps))
+        return {};
+    for (const std::string map : DomainMaps) {
+        LineReader reader(map);
+        std::string_view line;
+        std::string lines;
+        bool isWhole = true;
+        while (reader.nextLine(line) && (line.empty() || faultOfLine(map, line) != nullptr)) {
+            isWhole = isWhole && (line.empty() || faultOfLine(gone, line) == nullptr);
+            lines.append(line) += '\n';
+        }
+        if (isWhole && lines.find_first_not_of('\n') != std::string::npos && reader.error() == 0)
+            return lines;
+    }
+    return {};
+}
+
+void makeFrom(const std::string& lines, const std::string& map, Mending& mending)
+{
+    const std::string file = asideNameOf(map);
+    const int made = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const bool isWritten =
+        made >= 0 &&
+        write(made, lines.data(), lines.size()) == static_cast<ssize_t>(lines.size()) &&
+        fsync(made) == 0;
+    const std::string why = strerror(errno);
+    if (made >= 0)
+        close(made);
+    if (!isWritten)
+        refuse(file + " cannot be written: " + why);
+    takePlace(file, map, mending);
+}
+
 std::string knownCopies(const std::string& map)
 {
     const std::string copies = copiesOf(map);
     return copies.empty() ? "no copy of it lies beside it" : "its former states are " + copies;
+}
+
+// The one command after which nothing is left to find.
+std::string bringBack(const std::string& how, const std::string& former, const std::string& map)
+{
+    return "\"" + how + " " + former + " " + map + " && qvmailctl check --repair\"";
 }
 
 Finding lookAtWorkFile(const std::string& file, const std::set<std::string>& maps,
@@ -143,9 +189,10 @@ Finding lookAtWorkFile(const std::string& file, const std::set<std::string>& map
                 "it takes the place of " + map + ", which it is",
                 Mend::Beside,
                 [file, map](Mending& mending) { takePlace(file, map, mending); }};
+    const std::string copy = map + Backup;
     return {"work-file", file, "", fault,
-            "compare them, rename the right one to the map that is gone, and run \"qvmailctl check "
-            "--repair\""};
+            "compare them; where this is the whole new map, " + bringBack("mv", file, map) +
+                (linesIn(copy) > 0 ? ", else " + bringBack("cp -p", copy, map) : "")};
 }
 
 void lookForMap(const std::string& map, const WorkFiles& workFiles, Findings& findings)
@@ -157,12 +204,16 @@ void lookForMap(const std::string& map, const WorkFiles& workFiles, Findings& fi
     const bool hasWorkFile = std::any_of(workFiles.begin(), workFiles.end(), [&](const auto& file) {
         return file.second.count(map) > 0;
     });
+    const std::string lines = linesInNextMap(map);
     if (hasWorkFile)
         findings.push_back({"map-missing", map, "", fault, "see its work file"});
+    else if (!lines.empty())
+        findings.push_back({"map-missing", map, "", fault,
+                            "it is made of its lines, with which another map begins", Mend::Beside,
+                            [map, lines](Mending& mending) { makeFrom(lines, map, mending); }});
     else if (linesIn(map + std::string(Backup)) > 0)
-        findings.push_back(
-            {"map-missing", map, "", fault,
-             "bring it back: \"cp -p FORMER " + map + "\", and run \"qvmailctl check --repair\""});
+        findings.push_back({"map-missing", map, "", fault,
+                            "bring it back, " + bringBack("cp -p", map + Backup, map)});
     else
         findings.push_back({"map-missing", map, "", fault, "it is made, empty", Mend::Beside,
                             [map](Mending& mending) { makeEmpty(map, mending); }});

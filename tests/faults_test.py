@@ -43,7 +43,7 @@ WORLD = """domain add b.test a; domain add ab.test a --quota 1M; mailbox add ba@
     mailbox add dba@ab.test --quota 5M;
     alias add info@b.test a@b.test; alias add cba@b.test x@else.test; alias add keep@b.test a@b.test;
     alias add info@ab.test a@b.test; list add team@b.test a@b.test ba@b.test x@else.test;
-    catchall set b.test a"""
+    catchall set b.test a; mailbox disable ba@b.test"""
 HARMLESS = "alias set keep@b.test a@b.test"
 ABOUT_QUOTAS = [
     "domain add cab.test boss --quota 7K", "domain delete ab.test --yes", "mailbox add dcba@b.test --quota 7K",
@@ -52,7 +52,8 @@ COMMANDS = ABOUT_QUOTAS + [
     "domain add cab.test boss", "mailbox add dcba@b.test", "mailbox passwd cba@b.test",
     "alias add ainfo@b.test ba@ab.test", "alias set info@ab.test ba@ab.test", "alias delete cba@b.test --yes",
     "alias delete info@ab.test --yes", "list add ateam@b.test a@b.test ba@b.test", "list set team@b.test a@b.test y@else.test",
-    "list join team@b.test z@else.test", "mailbox disable cba@b.test", "import /run/new.json",
+    "list join team@b.test z@else.test", "list leave team@b.test ba@b.test", "mailbox disable cba@b.test",
+    "mailbox enable ba@b.test", "import /run/new.json",
     "list delete team@b.test --yes", "catchall set b.test ba", "catchall set ab.test ba", "catchall remove b.test --yes"]
 Path("/run/new.json").write_text("""{"format": 1, "domains": [
     {"domain": "cab.test", "catch_all": "boss@cab.test", "mailboxes": [
@@ -61,6 +62,14 @@ Path("/run/new.json").write_text("""{"format": 1, "domains": [
     {"domain": "b.test", "mailboxes": [{"address": "cba@b.test", "enabled": false}]}]}""")
 if BACKEND == "files":
     COMMANDS.append("mailbox type cba@b.test admin")
+
+DAMAGE = {
+    "files": """cd /etc/vmail; sed -i /^cba@b/d vmaps.txt; postmap vmaps.txt; sed -n 1p vpasswd >> vpasswd; rm valias.txt.db
+        touch -d yesterday vquota-temp.txt""",
+    "mysql": """mariadb --no-defaults -S /run/mysqld/mysqld.sock qvmail -e 'delete from virtual_aliases
+        where source = destination; insert into virtual_domains select name from virtual_domains'"""}[BACKEND] + """
+    rm -r /var/spool/vmail/b.test/mail/home/ba@b.test; mkdir -p /var/spool/vmail/e.test/mail"""
+BARE_MACHINE = f"rm -rf {ETC} {LIST}* {CONF} {SPOOL}; sed -i /^qvadmin:/d /etc/passwd /etc/group"
 
 POSTMAP_STAND_INS = {
     "fails": "exit 1", "is killed": "kill -9 $$", "is killed with its caller": "kill -9 $(pidof qvmailctl) $$",
@@ -134,6 +143,12 @@ def state():
     return found
 
 
+def machine():
+    """What init makes, as it is there or not."""
+    places = [CONF, LIST, SPOOL, ETC, *(ETC.iterdir() if ETC.exists() else ())]
+    return {str(path): [f"{path.lstat().st_mode:o} {path.lstat().st_uid}"] for path in places if path.exists()}
+
+
 def differences(expected, found):
     """The entries that came and went, a few."""
     lines = []
@@ -171,6 +186,8 @@ class World:
 
     def restore(self):
         CONF.write_text(self.settings)
+        for top in ETC, SPOOL:
+            top.mkdir(exist_ok=True)
         for path in (*below_etc(), *ETC.iterdir(), *SPOOL.iterdir()):
             if path != ETC:  # which may be a mount point
                 shutil.rmtree(path) if path.is_dir() else path.unlink()
@@ -305,7 +322,34 @@ class Faults(Interruptions):
     def test_killed_or_cut_off_around_each_statement(self):
         self.interrupted("--sockets kill", "--sockets EIO")
 
-    @unittest.skipIf(BACKEND == "mysql", "no tools")
+    def test_what_is_more_than_a_transaction(self):
+        """Each place is as before or as it is to be, and the same command again finishes."""
+        here, kinds = world(NO_QUOTA_FIELDS), ("kill", "ENOSPC", "--children kill", "--starts ENOENT")
+        repair, init = ("check --repair", DAMAGE, state), (f"init files --config {TOP}/config", BARE_MACHINE, machine)
+        for words, damage, look in (repair, init) if BACKEND == "files" else (repair,):
+            def begin(*prefix):
+                here.restore()
+                subprocess.run(damage, shell=True)
+                return look(), qvmailctl(words, prefix), look()
+
+            before, whole, after = begin()
+            for trial in itertools.count(SEED % EVERY, EVERY):
+                point, kind = 1 + trial // len(kinds), kinds[trial % len(kinds)]
+                _, done, now = begin(INJECT, *kind.split(), str(point))
+                if "inject: " not in done.stderr:
+                    if kind == "kill":
+                        break
+                    continue
+                COUNTS[kind] += 1
+                self.points += 1
+                bad = [place for place in {*before, *after} if now.get(place) not in (before.get(place), after.get(place))
+                       and not place.startswith(str(SPOOL))]
+                again, then = qvmailctl(words), look()
+                if bad or again.returncode != whole.returncode or then != after or (done.returncode == 0 and only(after, now) != after):
+                    self.faults.append(f"\n  {words}, {kind} {point}, status {done.returncode} {done.stderr}"
+                                       f"\n    at once:{differences(only(bad, before), only(bad, now))}"
+                                       f"\n    repeated, it answers {again.returncode}: {again.stderr}{differences(after, then)}")
+
     def test_tools_fail(self):
         for tool, stand_ins in (POSTMAP, POSTMAP_STAND_INS), (POSTFIX, POSTFIX_STAND_INS):
             for number, (name, script) in enumerate(stand_ins.items()):
@@ -314,17 +358,17 @@ class Faults(Interruptions):
                     self.outcome(f"{Path(tool).name} {name}", world(NO_QUOTA_FIELDS), words, fault=stand_in(tool, script))
             self.outcome(f"no {tool}", world(NO_QUOTA_FIELDS), COMMANDS[0], (), stand_in(tool, "", 0o644), "is not found")
 
-    @unittest.skipIf(BACKEND == "mysql", "no maps")
     def test_the_disk_is_full(self):
         here = world(NO_QUOTA_FIELDS)
         new = {words: here.new(words) for words in COMMANDS}
-        run("mount", "-t", "tmpfs", "-o", "size=512k,mode=755", "tmpfs", ETC)
-        self.addCleanup(run, "umount", ETC)
-        for number, words in enumerate(new):
-            for pages in (0, *list(range(1, 40))[(SEED + number) % EVERY::EVERY]):
-                done = self.outcome(f"{pages} pages free", here, words, (), full_disk(pages), "" if pages else "(?i)space|full")
-                if done.returncode == 0:
-                    break
+        for place, limit in (ETC, "size=512k"), (Path("/etc"), "size=64m"), (SPOOL, "nr_inodes=99"):
+            must_say = "(?i)space|full" if BACKEND == "files" and place != SPOOL else ""
+            with small_disk(place, limit):
+                for number, words in enumerate(new if place == ETC else COMMANDS[SEED % EVERY::EVERY]):
+                    for free in (0, *list(range(1, 40))[(SEED + number) % EVERY::EVERY]):
+                        done = self.outcome(f"{place}: {free} free", here, words, (), full_disk(place, free), "" if free else must_say)
+                        if done.returncode == 0:
+                            break
 
     def test_etc_is_read_only(self):
         for words in COMMANDS:
@@ -348,15 +392,32 @@ def stand_in(tool, script, mode=0o755):
 
 
 @contextlib.contextmanager
-def full_disk(pages):
-    filler = ETC / "filler"
-    with contextlib.suppress(OSError), filler.open("wb", buffering=0) as file:
-        while file.write(b"x" * 4096) == 4096:
-            pass
-    with filler.open("r+b") as file:
-        file.truncate(max(0, filler.stat().st_size - pages * 4096))
+def small_disk(place, limit):
+    made = Path("/run/small")
+    made.mkdir(exist_ok=True)
+    run("mount", "-t", "tmpfs", "-o", limit, "tmpfs", made)
+    run("cp", "-aT", place, made)
+    run("mount", "--move", made, place)
     yield
-    filler.unlink()
+    run("umount", "--lazy", place)
+
+
+@contextlib.contextmanager
+def full_disk(place, free):
+    """But for so many files of a page each."""
+    filler = place / "filler"
+    filler.mkdir()
+    with contextlib.suppress(OSError), (filler / "large").open("wb") as large:
+        while os.statvfs(place).f_bavail > 99:
+            os.posix_fallocate(large.fileno(), large.tell(), 99 * 4096)
+            large.seek(99 * 4096, 1)
+    with contextlib.suppress(OSError):
+        for number in itertools.count():
+            (filler / str(number)).write_bytes(b"x" * 4096)
+    for each in range(free):
+        (filler / str(max(0, number - 1 - each))).unlink(missing_ok=True)
+    yield
+    shutil.rmtree(filler)
 
 
 @contextlib.contextmanager

@@ -131,9 +131,15 @@ void makeDirectory(Setup& setup, const std::string& path, Readers readers)
         return setup.kept.push_back(path);
     const group* const passing = readers.group == nullptr ? nullptr : getgrnam(readers.group);
     const gid_t owner = passing == nullptr ? 0 : passing->gr_gid;
-    if (!setup.dryRun && (mkdir(path.c_str(), S_IRWXU) != 0 || chown(path.c_str(), 0, owner) != 0 ||
-                          chmod(path.c_str(), readers.mode) != 0))
-        stopAt(path, "made");
+    // It appears with its mode: what is there is kept, also by the init after one that was interrupted.
+    const std::string beside = path + Beside;
+    if (!setup.dryRun) {
+        rmdir(beside.c_str());
+        if (mkdir(beside.c_str(), S_IRWXU) != 0 || chown(beside.c_str(), 0, owner) != 0 ||
+            chmod(beside.c_str(), readers.mode) != 0 || rename(beside.c_str(), path.c_str()) != 0)
+            stopAt(path, "made");
+        syncDirectoryOf(path);
+    }
     setup.made.push_back(path);
 }
 

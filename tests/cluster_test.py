@@ -50,6 +50,15 @@ class Cluster(unittest.TestCase):
         self.assertEqual(list(answer), done.stdout.splitlines() if answer else [])
         self.assertIn(said, done.stderr)
 
+    def kept_waiting(self, node, address, words):
+        """Who has the address, and a command that waits for it."""
+        lock = subprocess.Popen([*node.client, "qvmail"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
+        print(f"begin; select * from virtual_users where email = '{address}' for update;", file=lock.stdin, flush=True)
+        node.wait_until("1", "select count(*) from information_schema.innodb_trx")
+        command = subprocess.Popen(f"echo secret | {QVMAILCTL} {words}", shell=True, stderr=subprocess.PIPE)
+        node.wait_until("2", "select count(*) from information_schema.innodb_trx")
+        return lock, command
+
     def test_nothing_is_lost_with_one_node_nor_left_half_done_without_a_majority(self):
         first, second, third = (Node(number) for number in (1, 2, 3))
         first.start("--wsrep-new-cluster")
@@ -68,18 +77,18 @@ class Cluster(unittest.TestCase):
         self.check("mailbox count a.test", "2")
         self.check("quota show bob@a.test", "7168")
 
+        # A node goes while a mailbox is being created through it, which is kept waiting.
+        go_through(first.address)
+        lock, creation = self.kept_waiting(first, "carl@a.test", "mailbox add carl@a.test")
         first.server.kill()
         first.server.wait()
+        self.assertIn(b"nothing was changed", creation.communicate()[1])
         go_through(first.address, third.address)
         self.check("domain quota a.test", "12 KiB")
         self.check("mailbox add carl@a.test")
 
-        # The majority goes while a domain is being created, whose mailbox is kept waiting.
-        lock = subprocess.Popen([*third.client, "qvmail"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
-        print("begin; select * from virtual_users where email = 'dan@b.test' for update;", file=lock.stdin, flush=True)
-        third.wait_until("1", "select count(*) from information_schema.innodb_trx")
-        creation = subprocess.Popen(f"echo secret | {QVMAILCTL} domain add b.test dan", shell=True, stderr=subprocess.PIPE)
-        third.wait_until("2", "select count(*) from information_schema.innodb_trx")
+        # The majority goes while a domain is being created.
+        lock, creation = self.kept_waiting(third, "dan@b.test", "domain add b.test dan")
         second.server.kill()
         third.wait_until("non-Primary", "show status like 'wsrep_cluster_status'")
         lock.communicate()

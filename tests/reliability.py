@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""reliability.py [SUITE ...] - runs the suites that attack, whole, and writes what they counted into docs/reliability.md
+"""reliability.py [SUITE ...] - runs the suites that attack, whole, and writes counts into docs/reliability.md
 
 Without a name all of them, which takes hours; ctest runs a sample of each. Builds what they need first. A suite
 prints what it tried as a line of its own, 'reliability: {"calls failed": 9804, ...}', on standard output or
@@ -18,11 +18,13 @@ TOP = Path(__file__).resolve().parent.parent
 PAGE, BUILD = TOP / "docs/reliability.md", TOP / "build/release"
 QVMAILCTL, INJECT = BUILD / "qvmailctl/qvmailctl", BUILD / "tests/inject"
 PLAIN_CALL, PANEL = BUILD / "tests/plain_call", BUILD / "tests/panel"
+LIBRARY_TESTS = BUILD / "postfixmanager/tests/postfixmanager-tests"
 WORLD = [TOP / "scripts/private-world", "python3"]
 SUITES = {
     "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "1", QVMAILCTL, INJECT],
     "faults.mysql": [*WORLD, TOP / "tests/faults_test.py", "mysql", "1", QVMAILCTL, INJECT],
-    "power_cuts": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
+    "power_cuts.files": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
+    "power_cuts.mysql": [*WORLD, TOP / "tests/power_cuts_test.py", "mysql", "1", QVMAILCTL, INJECT],
     "plain_calls.files": [*WORLD, TOP / "tests/plain_calls_test.py", "files", "1", QVMAILCTL, INJECT, PLAIN_CALL],
     "plain_calls.mysql": [*WORLD, TOP / "tests/plain_calls_test.py", "mysql", "1", QVMAILCTL, INJECT, PLAIN_CALL],
     # A third of the packets, in 20 minutes, and a ninth: each silence takes as long as the time limit.
@@ -30,8 +32,9 @@ SUITES = {
     "cuts.silence": [*WORLD, TOP / "tests/cuts_test.py", "9", QVMAILCTL, "silence"],
     "load.files": [*WORLD, TOP / "tests/load_test.py", "files", "200", QVMAILCTL, PANEL],
     "load.mysql": [*WORLD, TOP / "tests/load_test.py", "mysql", "200", QVMAILCTL, PANEL],
-    "Load": ["env", "LOAD=10000", WORLD[0], BUILD / "postfixmanager/tests/postfixmanager-tests", "--gtest_filter=Load.*"],
-    "races": [*WORLD, TOP / "tests/races_test.py", QVMAILCTL, "--wait", "60"]}
+    "Load": ["env", "LOAD=10000", WORLD[0], LIBRARY_TESTS, "--gtest_filter=Load.*"],
+    "races": [*WORLD, TOP / "tests/races_test.py", QVMAILCTL, "--wait", "60"],
+    "fuzz": [TOP / "fuzz/run", "600"]}
 ROW = re.compile(r"^\| `(.+)` \|.*$", re.M)
 MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)
 
@@ -39,7 +42,8 @@ MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)
 def run(command):
     """Shows what the suite prints, and gives its exit status and the counts of its closing line."""
     counts = {}
-    suite = subprocess.Popen(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace")
+    both = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
+    suite = subprocess.Popen(command, text=True, errors="replace", **both)
     for line in suite.stdout:
         print(line, end="", flush=True)
         if line.startswith("reliability: "):
@@ -61,11 +65,13 @@ def main(names):
             fell.append(name)
         tried = ", ".join(f"{count:,} {what}" for what, count in counts.items()) or "no counts"
         minutes = (time.monotonic() - begin) / 60
-        row = f"| `{name}` | {datetime.date.today()}, {minutes:.0f} min | {tried} | {'**fell**' if status else 'held'} |"
+        outcome = "**fell**" if status else "held"
+        row = f"| `{name}` | {datetime.date.today()}, {minutes:.0f} min | {tried} | {outcome} |"
         text = PAGE.read_text()
         rows = {found[1]: found[0] for found in ROW.finditer(MARKED.search(text)[0])}
         rows[name] = row
-        table = ["| Suite | Last run | Tried | Outcome |", "|---|---|---|---|", *(rows[each] for each in SUITES if each in rows)]
+        table = ["| Suite | Last run | Tried | Outcome |", "|---|---|---|---|"]
+        table += [rows[each] for each in SUITES if each in rows]
         PAGE.write_text(MARKED.sub(lambda found: found[1] + "\n".join(table) + "\n" + found[2], text))
     if fell:
         sys.exit("reliability.py: fell: " + " ".join(fell))

@@ -206,7 +206,7 @@ void checkUselessLines(const Scans& scans, Findings& findings)
             Finding finding = {
                 "line-malformed", map, "",
                 lineNumber(entry) + ", " + inQuotes(kept) +
-                    ", is malformed: " + faultOfLine(map, line),
+                    ", is of no use: " + faultOfLine(map, line),
                 "correct it, or remove it" +
                     (copies.empty() ? "" : "; former states of the map are " + copies)};
             const bool isElsewhere = elsewhere.count(line) > 0;

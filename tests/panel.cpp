@@ -1,5 +1,5 @@
-// panel TIMES - a panel that works beside qvmailctl: each time it makes a mailbox with a forwarder in b.test, in one
-// transaction, which it drops every third time. Prints what stays.
+// panel TIMES - a panel that works beside qvmailctl: each time it makes a mailbox with a forwarder in
+// b.test, in one transaction, which it drops every third time. Prints what stays.
 #include "create_mailbox.h"
 
 #include <PostfixTransaction.h>

@@ -24,7 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
+#include <map>
 #include <set>
 #include <string>
 
@@ -50,63 +50,63 @@ constexpr std::size_t ResultRegister = offsetof(user_regs_struct, eax);
 
 using Arguments = decltype(__ptrace_syscall_info::entry.args);
 
-// Where a call names its file, and with what flags it opens it.
-enum class Names { Descriptor, Path, Opened, Created, Socket, Started };
+// What is counted.
+enum Kind : unsigned { Changes = 1, Exchanges = 2, Reads = 4, Starts = 8, Syncs = 16 };
 
-struct Call {
-    unsigned long number;
-    const char* name;
+// Where a call names its file, and with what flags it opens it.
+enum Names { Descriptor, Path, Opened, Created, Socket, Started };
+
+struct Calls {
+    unsigned kinds;
     Names names;
     int argument; // which one is the descriptor or path; flags follow the path
+    std::map<unsigned long, const char*> of; // numbers and names
 };
-
-#define CALL(name, names, argument)                                                                \
-    {                                                                                              \
-        SYS_##name, #name, Names::names, argument                                                  \
-    }
 
 // clang-format off
-const Call Changes[] = {
-    CALL(open, Opened, 0), CALL(openat, Opened, 1), CALL(creat, Created, 0),
-    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(pwrite64, Descriptor, 0), CALL(pwritev, Descriptor, 0),
-    CALL(sendfile, Descriptor, 0), CALL(copy_file_range, Descriptor, 2), CALL(fallocate, Descriptor, 0),
-    CALL(rename, Path, 0), CALL(renameat, Path, 1), CALL(renameat2, Path, 1),
-    CALL(unlink, Path, 0), CALL(unlinkat, Path, 1), CALL(rmdir, Path, 0), CALL(mkdir, Path, 0), CALL(mkdirat, Path, 1),
-    CALL(link, Path, 0), CALL(linkat, Path, 1), CALL(symlink, Path, 1), CALL(symlinkat, Path, 2),
-    CALL(mknod, Path, 0), CALL(mknodat, Path, 1),
-    CALL(chmod, Path, 0), CALL(fchmodat, Path, 1), CALL(fchmod, Descriptor, 0),
-    CALL(chown, Path, 0), CALL(lchown, Path, 0), CALL(fchownat, Path, 1), CALL(fchown, Descriptor, 0),
-    CALL(truncate, Path, 0), CALL(ftruncate, Descriptor, 0),
-    CALL(fsync, Descriptor, 0), CALL(fdatasync, Descriptor, 0), CALL(syncfs, Descriptor, 0),
-    CALL(setxattr, Path, 0), CALL(lsetxattr, Path, 0), CALL(fsetxattr, Descriptor, 0), CALL(utimensat, Path, 1),
+#define CALL(name) {SYS_##name, #name}
+
+const Calls Counted[] = {
+    {Changes | Reads, Opened, 0, {CALL(open)}},
+    {Changes | Reads, Opened, 1, {CALL(openat)}},
+    {Changes, Created, 0, {CALL(creat)}},
+    {Changes, Path, 0, {CALL(rename), CALL(unlink), CALL(rmdir), CALL(mkdir), CALL(link), CALL(mknod),
+                        CALL(chmod), CALL(chown), CALL(lchown), CALL(truncate),
+                        CALL(setxattr), CALL(lsetxattr)}},
+    {Changes, Path, 1, {CALL(renameat), CALL(renameat2), CALL(unlinkat), CALL(mkdirat), CALL(linkat),
+                        CALL(symlink), CALL(mknodat), CALL(fchmodat), CALL(fchownat), CALL(utimensat)}},
+    {Changes, Path, 2, {CALL(symlinkat)}},
+    {Changes | Exchanges, Descriptor, 0, {CALL(write), CALL(writev)}},
+    {Changes | Syncs, Descriptor, 0, {CALL(fsync), CALL(fdatasync), CALL(syncfs)}},
+    {Changes, Descriptor, 0, {CALL(pwrite64), CALL(pwritev), CALL(sendfile), CALL(fallocate), CALL(fchmod),
+                              CALL(fchown), CALL(ftruncate), CALL(fsetxattr)}},
+    {Changes, Descriptor, 2, {CALL(copy_file_range)}},
+    {Exchanges | Reads, Descriptor, 0, {CALL(read), CALL(readv)}},
+    {Exchanges, Socket, 0, {CALL(sendto), CALL(sendmsg), CALL(recvfrom), CALL(recvmsg)}},
+    {Reads, Descriptor, 0, {CALL(pread64), CALL(preadv), CALL(getdents64)}},
+    {Starts, Started, 0, {CALL(clone), CALL(clone3), CALL(fork), CALL(vfork)}},
+    {Starts, Path, 0, {CALL(execve)}},
 #ifdef __i386__
-    CALL(sendfile64, Descriptor, 0), CALL(truncate64, Path, 0), CALL(ftruncate64, Descriptor, 0),
-    CALL(chown32, Path, 0), CALL(lchown32, Path, 0), CALL(fchown32, Descriptor, 0), CALL(utimensat_time64, Path, 1),
+    {Changes, Path, 0, {CALL(truncate64), CALL(chown32), CALL(lchown32)}},
+    {Changes, Path, 1, {CALL(utimensat_time64)}},
+    {Changes, Descriptor, 0, {CALL(sendfile64), CALL(ftruncate64), CALL(fchown32)}},
+    {Exchanges, Socket, 0, {CALL(socketcall)}},
 #endif
-};
-const Call Exchanges[] = {
-    CALL(write, Descriptor, 0), CALL(writev, Descriptor, 0), CALL(sendto, Socket, 0), CALL(sendmsg, Socket, 0),
-    CALL(read, Descriptor, 0), CALL(readv, Descriptor, 0), CALL(recvfrom, Socket, 0), CALL(recvmsg, Socket, 0),
-#ifdef __i386__
-    CALL(socketcall, Socket, 0),
-#endif
-};
-const Call Reads[] = {
-    CALL(open, Opened, 0), CALL(openat, Opened, 1), CALL(read, Descriptor, 0), CALL(readv, Descriptor, 0),
-    CALL(pread64, Descriptor, 0), CALL(preadv, Descriptor, 0), CALL(getdents64, Descriptor, 0),
-};
-const Call Starts[] = {
-    CALL(clone, Started, 0), CALL(clone3, Started, 0), CALL(fork, Started, 0), CALL(vfork, Started, 0),
-    CALL(execve, Path, 0),
-};
-const Call Syncs[] = {
-    CALL(fsync, Descriptor, 0), CALL(fdatasync, Descriptor, 0), CALL(syncfs, Descriptor, 0),
 };
 // clang-format on
 
-enum class Mode { Changes, Children, Exchanges, Reads, Starts, Syncs };
-constexpr const char* Options[] = {"", "--children", "--sockets", "--reads", "--starts", "--syncs"};
-Mode mode = Mode::Changes;
+// In which processes, and of what kind, the calls are that are counted.
+const struct Option {
+    const char* name;
+    unsigned kinds;
+    bool inMain, inChildren;
+} Options[] = {{"", Changes, true, false},
+               {"--children", Changes, false, true},
+               {"--sockets", Exchanges, true, false},
+               {"--reads", Reads, true, false},
+               {"--starts", Starts, true, true},
+               {"--syncs", Syncs, true, false}};
+const Option* option = Options;
 
 bool beginsWith(const std::string& text, const char* start)
 {
@@ -136,26 +136,26 @@ std::string fileOf(pid_t process, const std::string& link)
 }
 
 // Whether the call is one of those that are counted; says which file it is about.
-bool counts(pid_t process, const Call& call, const Arguments& arguments, std::string& file)
+bool counts(pid_t process, const Calls& call, const Arguments& arguments, std::string& file)
 {
     const auto argument = arguments[call.argument];
-    if (call.names == Names::Started)
+    if (call.names == Started)
         return true;
-    if (call.names == Names::Socket) {
+    if (call.names == Socket) {
 #ifdef __i386__
-        return call.number != SYS_socketcall ||
+        return call.of.count(SYS_socketcall) == 0 ||
                (argument >= SYS_SEND && argument <= SYS_RECVFROM) || argument == SYS_SENDMSG ||
                argument == SYS_RECVMSG;
 #endif
         return true;
     }
-    if (call.names == Names::Descriptor) {
+    if (call.names == Descriptor) {
         const std::string link = "fd/" + std::to_string(static_cast<int>(argument));
         file = fileOf(process, link);
         struct stat status;
         if (stat(procOf(process, link).c_str(), &status) != 0)
             return false;
-        if (mode == Mode::Exchanges)
+        if (option->kinds == Exchanges)
             return S_ISSOCK(status.st_mode);
         if ((!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) || beginsWith(file, "/memfd:"))
             return false;
@@ -167,36 +167,21 @@ bool counts(pid_t process, const Call& call, const Arguments& arguments, std::st
             file.insert(0, fileOf(process, directory == AT_FDCWD ? "cwd" : link) + "/");
         }
         constexpr unsigned long long Writing = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
-        if (call.names == Names::Opened &&
-            (((arguments[call.argument + 1] & Writing) == 0) != (mode == Mode::Reads)))
+        if (call.names == Opened &&
+            (((arguments[call.argument + 1] & Writing) == 0) != (option->kinds == Reads)))
             return false;
     }
-    if (mode == Mode::Reads)
+    if (option->kinds == Reads)
         return beginsWith(file, "/etc/") || beginsWith(file, "/var/");
     return !beginsWith(file, "/dev/") && !beginsWith(file, "/proc/");
 }
 
-template <std::size_t Size> const Call* find(const Call (&calls)[Size], unsigned long number)
+const Calls* countedCalls(unsigned long number)
 {
-    const auto* const call = std::find_if(std::begin(calls), std::end(calls),
-                                          [&](const Call& each) { return each.number == number; });
-    return call == std::end(calls) ? nullptr : call;
-}
-
-const Call* countedCall(unsigned long number)
-{
-    switch (mode) {
-    case Mode::Exchanges:
-        return find(Exchanges, number);
-    case Mode::Reads:
-        return find(Reads, number);
-    case Mode::Starts:
-        return find(Starts, number);
-    case Mode::Syncs:
-        return find(Syncs, number);
-    default:
-        return find(Changes, number);
-    }
+    for (const Calls& calls : Counted)
+        if ((calls.kinds & option->kinds) != 0 && calls.of.count(number) > 0)
+            return &calls;
+    return nullptr;
 }
 
 int die(const std::string& why)
@@ -213,19 +198,19 @@ int statusOf(int waited)
 // What becomes of the call, where that is no error.
 enum Death { OfCaller = -1, OfMain = -2, OfAll = -3 };
 
-class Command
-{
-public:
-    Command(pid_t main, int how, long countdown)
-        : m_main(main), m_how(how), m_countdown(countdown), m_all{main}
-    {
-    }
+struct Command {
+    pid_t main;
+    int how;
+    long countdown; // 0 for every call
+    std::set<pid_t> all{main}, failing = {};
+    bool isEach = countdown == 0, isRunning = false;
+    int status = 125;
 
     int follow()
     {
-        pid_t process = m_main;
+        pid_t process = main;
         int signal = 0;
-        while (m_all.count(m_main) > 0 || followsChildren()) {
+        while (all.count(main) > 0 || option->inChildren) {
             if (process != 0 && ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0 &&
                 errno != ESRCH)
                 return die(strerror(errno));
@@ -238,29 +223,25 @@ public:
                 signal = signalFor(process, waited);
                 continue;
             }
-            m_all.erase(process);
-            if (process == m_main)
-                m_status = statusOf(waited);
+            all.erase(process);
+            if (process == main)
+                status = statusOf(waited);
             process = 0;
         }
-        return m_status;
+        return status;
     }
 
-    static bool followsChildren() { return mode == Mode::Children || mode == Mode::Starts; }
-
-private:
     // Looks at what a process has stopped for. Returns the signal that it is to get.
     int signalFor(pid_t process, int waited)
     {
         const int signal = WSTOPSIG(waited);
-        const bool isNew = m_all.insert(process).second;
-        if (waited >> 16 == PTRACE_EVENT_EXEC)
-            m_isRunning = true;
-        if (signal == (SIGTRAP | 0x80))
+        const int event = waited >> 16;
+        const bool isNew = all.insert(process).second;
+        isRunning = isRunning || event == PTRACE_EVENT_EXEC;
+        const bool isCall = signal == (SIGTRAP | 0x80);
+        if (isCall)
             lookAtCall(process);
-        return waited >> 16 != 0 || signal == (SIGTRAP | 0x80) || (isNew && signal == SIGSTOP)
-                   ? 0
-                   : signal;
+        return event != 0 || isCall || (isNew && signal == SIGSTOP) ? 0 : signal;
     }
 
     void lookAtCall(pid_t process)
@@ -268,44 +249,35 @@ private:
         __ptrace_syscall_info call = {};
         if (ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof call, &call) <= 0)
             return; // it is being killed
-        if (call.op == PTRACE_SYSCALL_INFO_EXIT && m_failing.erase(process) > 0)
-            ptrace(PTRACE_POKEUSER, process, ResultRegister, static_cast<long>(-m_how));
-        const bool isMain = process == m_main;
-        if (call.op != PTRACE_SYSCALL_INFO_ENTRY || !m_isRunning ||
-            (isMain ? mode == Mode::Children : !followsChildren()))
+        if (call.op == PTRACE_SYSCALL_INFO_EXIT && failing.erase(process) > 0)
+            ptrace(PTRACE_POKEUSER, process, ResultRegister, static_cast<long>(-how));
+        const bool isMain = process == main;
+        if (call.op != PTRACE_SYSCALL_INFO_ENTRY || !isRunning ||
+            !(isMain ? option->inMain : option->inChildren))
             return;
-        const Call* const known = countedCall(call.entry.nr);
+        const Calls* const known = countedCalls(call.entry.nr);
         std::string file;
-        if (known == nullptr || !counts(process, *known, call.entry.args, file) ||
-            --m_countdown > 0)
+        if (known == nullptr || !counts(process, *known, call.entry.args, file) || --countdown > 0)
             return;
-        if (m_countdown == 0)
-            fprintf(stderr, "inject: %s %s\n", known->name, file.c_str());
-        else if (!m_isEach)
+        if (countdown == 0)
+            fprintf(stderr, "inject: %s %s\n", known->of.at(call.entry.nr), file.c_str());
+        else if (!isEach)
             return;
         interrupt(process);
     }
 
     void interrupt(pid_t process)
     {
-        if (m_how >= 0) {
+        if (how >= 0) {
             ptrace(PTRACE_POKEUSER, process, CallRegister, -1L); // no call at all
-            m_failing.insert(process);
-        } else if (m_how == OfAll) {
-            for (const pid_t each : m_all)
+            failing.insert(process);
+        } else if (how == OfAll) {
+            for (const pid_t each : all)
                 kill(each, SIGKILL);
         } else {
-            kill(m_how == OfMain ? m_main : process, SIGKILL);
+            kill(how == OfMain ? main : process, SIGKILL);
         }
     }
-
-    pid_t m_main;
-    int m_how;
-    long m_countdown;
-    bool m_isEach = m_countdown == 0;
-    bool m_isRunning = false;
-    int m_status = 125;
-    std::set<pid_t> m_all, m_failing;
 };
 
 // 0 to pretend.
@@ -314,11 +286,12 @@ int meaningOf(const std::string& how)
     constexpr int Unknown = INT_MAX;
     if (how == "pretend")
         return 0;
-    if (beginsWith(how, "kill"))
-        return how == "kill"       ? OfCaller
-               : how == "killmain" ? OfMain
-               : how == "killall"  ? OfAll
-                                   : Unknown;
+    if (how == "kill")
+        return OfCaller;
+    if (how == "killmain")
+        return OfMain;
+    if (how == "killall")
+        return OfAll;
     for (int error = 1; error < 134; ++error)
         if (strerrorname_np(error) != nullptr && how == strerrorname_np(error))
             return error;
@@ -329,13 +302,11 @@ int meaningOf(const std::string& how)
 
 int main(int argc, char** argv)
 {
-    const auto* const option =
-        std::find(std::begin(Options), std::end(Options), std::string(argc > 1 ? argv[1] : ""));
-    if (option != std::end(Options)) {
-        mode = static_cast<Mode>(option - Options);
-        ++argv;
-        --argc;
-    }
+    for (const Option& each : Options)
+        if (argc > 1 && strcmp(argv[1], each.name) == 0)
+            option = &each;
+    argc -= option != Options;
+    argv += option != Options;
     const int how = meaningOf(argc > 3 ? argv[1] : "");
     if (how == INT_MAX)
         return die("usage: inject [--children|--sockets|--reads|--starts|--syncs] HOW N COMMAND "
@@ -353,7 +324,7 @@ int main(int argc, char** argv)
     if (process < 0 || waitpid(process, &waited, 0) < 0 ||
         ptrace(PTRACE_SETOPTIONS, process, nullptr,
                PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL |
-                   (Command::followsChildren() ? children : 0)) != 0)
+                   (option->inChildren ? children : 0)) != 0)
         return die(strerror(errno));
-    return Command(process, how, atol(argv[2])).follow();
+    return Command{process, how, atol(argv[2])}.follow();
 }

@@ -9,7 +9,7 @@ static const std::string Inserted = "\nquery=insert into virtual_aliases values 
 
 // clang-format off
 static const Variant Map = {"valias.txt", ".qvbackup", "valias-temp.txt", "root 644 mail's",
-                            "publish valias.txt", false, true, true};
+                            published("valias.txt"), false, true, true};
 
 TEST_F(Aliases, ForwardsAreKeptInTheMap)
 {

@@ -13,7 +13,7 @@ TEST_F(CatchAll, LineIsKeptInTheMailboxMap)
     const std::string others = "u@d d/mail/inbox/u@d\n@D d\n@d\n@dd x\n@d\ta b\nx @d\n";
     const std::string crowd = "@d d/mail/inbox/x@d\n\n" + others + "@d\tx\n@d y";
     const Variant map = {"vmaps.txt", ".CABackup", "vmaps-temp.txt", "root 644 qvadmin's",
-                         "publish vmaps.txt", false, false, false};
+                         published("vmaps.txt"), false, false, false};
     check(map, {
         {Set, nullptr, "331", nullptr, Kept, "File does not exist."},
         {Set, "a b\n\n", "332", ("a b\n" + line).c_str(), Rewritten},

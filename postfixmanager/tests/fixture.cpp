@@ -30,7 +30,7 @@ static MYSQL* const Administrator = mysql_init(nullptr);
 static const std::pair<std::string, int> Tables[] = {
     {"virtual_domains", 0}, {"virtual_users", 2}, {"virtual_aliases", 1}};
 
-static std::string pathOf(const std::string& name)
+std::string pathOf(const std::string& name)
 {
     return name[0] == '/' ? name : "/etc/vmail/" + name;
 }
@@ -157,6 +157,35 @@ void emptyWorld()
                 "mkdir /etc/vmail /var/spool/vmail; cp /run/passwd /run/group /etc");
     for (const auto& [table, bars] : Tables)
         sql("delete from " + table);
+}
+
+WithPostmap::WithPostmap()
+{
+    std::system("ln -sf /usr/sbin/postmap /run/bin/postmap; : > /etc/postfix/main.cf;"
+                "touch -d @1 /etc/postfix/main.cf");
+}
+
+WithPostmap::~WithPostmap()
+{
+    std::system("ln -sf /bin/true /run/bin/postmap");
+}
+
+void WithPostmap::putAsRoot(const World& files)
+{
+    put(files);
+    std::system("chown root: /etc/VirtualHosts /etc/vmail/v*; chmod 644 /etc/VirtualHosts "
+                "/etc/vmail/v*");
+}
+
+void WithPostmap::putEmptyMaps()
+{
+    emptyWorld();
+    putAsRoot({{"/etc/VirtualHosts", ""},
+               {"vpasswd", ""},
+               {"vshadow", ""},
+               {"vmaps.txt", ""},
+               {"valias.txt", ""},
+               {"vquota.txt", ""}});
 }
 
 void removeAccount(const std::string& name)
@@ -320,25 +349,22 @@ std::string traced(const std::string& call)
     return line;
 }
 
-std::string steps(const std::string& lines)
+std::string copied(const std::string& file, const std::string& suffix)
 {
-    std::string all;
-    for (const std::string& line : split(lines, '\n')) {
-        const VectorString words = split(line, ' ');
-        const std::string path = words.size() > 1 ? pathOf(words[1]) : "";
-        if (words[0] == "cp" && words.size() > 1)
-            all += "$ cp " + path + " " + path + (words.size() > 2 ? words[2] : ".qvbackup") + "\n";
-        else if (words[0] == "publish")
-            all += "$ postmap " + path + "\n$ postfix reload\n";
-        else if (Operations.count(line.substr(0, line.find('('))) > 0)
-            all += traced(line);
-        else if (!line.empty())
-            all += line + "\n";
-    }
-    return all;
+    return "$ cp " + pathOf(file) + " " + pathOf(file) + suffix + "\n";
+}
+
+std::string published(const std::string& map)
+{
+    return "$ postmap " + pathOf(map) + "\n$ postfix reload\n";
 }
 
 // ---- Cases ----
+
+static std::string ended(const std::string& lines)
+{
+    return lines.empty() || lines.back() == '\n' ? lines : lines + "\n";
+}
 
 void check(const std::vector<Case>& cases, Backend backend)
 {
@@ -353,7 +379,7 @@ void check(const std::vector<Case>& cases, Backend backend)
         for (auto entry = expected.begin(); entry != expected.end();)
             entry = entry->second == "gone" ? expected.erase(entry) : std::next(entry);
         EXPECT_EQ(run(manager, c.call), c.result);
-        EXPECT_EQ(happened, traced(c.call) + steps(c.steps));
+        EXPECT_EQ(happened, traced(c.call) + ended(c.steps));
         EXPECT_EQ(world(), expected);
         EXPECT_EQ(manager.ErrNo, c.errNo);
         EXPECT_EQ(backend == Files ? 0U : openConnections(), 0U);
@@ -366,13 +392,13 @@ void check(const Variant& v, const std::vector<MapCase>& cases)
 {
     for (const MapCase& m : cases) {
         const bool isThere = m.before != nullptr, copies = v.copiesAlways || isThere;
-        Case c = {m.call, {}, m.result, {}, m.printed + (m.path != Kept ? "\n" + v.commands : "")};
+        Case c = {m.call, {}, m.result, {}, ended(m.printed) + (m.path != Kept ? v.commands : "")};
         if (isThere)
             c.before[v.map] = m.before;
         if (isThere && !v.suffix.empty())
             c.changes[v.map + v.suffix] = m.before;
         if (copies && !v.suffix.empty())
-            c.steps = "cp " + v.map + " " + v.suffix + "\n" + c.steps;
+            c.steps = copied(v.map, v.suffix) + c.steps;
         if (m.after != nullptr)
             c.changes[v.map] = m.after;
         c.rights["."] = v.opensDirectory && copies ? "root 755 root's" : "root 760 root's";

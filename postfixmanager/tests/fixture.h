@@ -4,12 +4,11 @@
 //      {{"vquota.txt", "a\t1\n"}},                in a world with this map
 //      "0",                                       answers this, and then what it put in an argument
 //      {{"vquota.txt", "a\t1\nu@d\t50\n"}, ...},  changes these files and no other
-//      "cp vquota.txt\npublish vquota.txt",       takes these steps after its own trace
+//      copied("vquota.txt") + published("vquota.txt"), does this after its own trace
 //      0},                                        and leaves this in ErrNo
 //
-// A step is a line that is printed, "$ COMMAND" given to the shell, "> METHOD(name=value, ...)"
-// traced, or in short: "cp FILE[ SUFFIX]" copies FILE to FILE.qvbackup or FILE and SUFFIX, "publish
-// MAP" runs "postmap MAP" and "postfix reload", and a call like the one above stands for its trace.
+// What it does are lines: what it prints, "$ COMMAND" given to the shell, "> METHOD(name=value, ...)"
+// traced. copied(), published() and traced() give those of a copy, of a map and of another call.
 #ifndef QV_TESTS_FIXTURE_H
 #define QV_TESTS_FIXTURE_H
 
@@ -29,6 +28,7 @@ constexpr char Hash[] = "$1$ROcJtYNV$dEYpOwwwigIL98jPWLENV0"; // of "secret", wh
 // of virtual_domains, virtual_users and virtual_aliases, a line each, "|" between the columns.
 using World = std::map<std::string, std::string>;
 
+std::string pathOf(const std::string& name);
 World world();                // maps, domain list, copies and work files; tables that have rows
 void put(const World& world); // files of owner 12:34 and mode 0600, to see who changes them
 std::string get(const std::string& name);
@@ -42,6 +42,14 @@ void emptyWorld(); // and the clock stands at 1700000000.123456
 
 struct InWorld : testing::Test {
     void SetUp() override { emptyWorld(); }
+};
+
+// With the real postmap. It works as a map's owner, and would wait while main.cf is new.
+struct WithPostmap : testing::Test {
+    WithPostmap();
+    ~WithPostmap() override;
+    static void putAsRoot(const World& files); // as operations leave them
+    static void putEmptyMaps();                // all of them, into an empty world
 };
 
 // How a manager reaches its accounts, and each way in which it cannot.
@@ -67,14 +75,15 @@ std::string run(Backend backend, const std::string& call);
 extern std::string happened;                            // what the last call did
 std::string watched(const std::function<void()>& work); // what else does
 std::string traced(const std::string& call);
-std::string steps(const std::string& lines); // written out
+std::string copied(const std::string& file, const std::string& suffix = ".qvbackup");
+std::string published(const std::string& map);
 
 struct Case {
     std::string call;
     World before;
     std::string result;
     World changes;     // all of them, copies and work files too; "gone" for what is removed
-    std::string steps; // after the call's own trace
+    std::string steps; // lines after the call's own trace
     int errNo = Untouched;
     World rights = {};
 };

@@ -32,15 +32,14 @@ using LargeFilesAndDates = InWorld;
 
 TEST_F(LargeFilesAndDates, AMapIsSearchedExtendedAndRewrittenBeyondTwoGiB)
 {
-    TestManager manager(Files);
     putLarge(VDOMAINFILE, "far.example\n");
-    EXPECT_EQ(manager.Postfix_VHostFile("far.example", "AddDomain"), 0);
-    EXPECT_EQ(manager.Postfix_VHostFile("new.example", "AddDomain"), 0);
+    EXPECT_EQ(run(Files, "VHostFile(far.example;AddDomain)"), "0");
+    EXPECT_EQ(run(Files, "VHostFile(new.example;AddDomain)"), "0");
     EXPECT_EQ(afterLargePart(VDOMAINFILE), "far.example\nnew.example\n");
 
     put({{VDOMAINFILE, "a.example\nb.example\n"}});
     putLarge(VDOMAINFILE "-temp.txt", "left over\n");
-    EXPECT_EQ(manager.Postfix_VHostFile("a.example", "RmvDomain"), 0);
+    EXPECT_EQ(run(Files, "VHostFile(a.example;RmvDomain)"), "0");
     EXPECT_EQ(afterLargePart(VDOMAINFILE), "left over\nb.example\n");
 }
 

@@ -11,7 +11,7 @@ TEST_F(Quotas, MapIsAddedToAndRewritten)
     const std::string add = "VQuota(u@d;50;AddQuota)", drop = "VQuota(u@d;9;DeleteQuota)";
     const std::string update = "VQuota(u@d;-1;UpdateQuota)", any = std::to_string(Untouched);
     const char crowd[] = "a\t1\n\nu@d\t2\nbu@d.au\t3\nx\tu@d\ny u@d\n\nz";
-    Variant map = {Map, ".qvbackup", "vquota-temp.txt", "root 644 mail's", "publish vquota.txt",
+    Variant map = {Map, ".qvbackup", "vquota-temp.txt", "root 644 mail's", published(Map),
                    true, true, true};
     check(map, {
         {add, "a u@d\n\nU@d", "0", "a u@d\n\nU@du@d\t50\n", Appended},
@@ -29,12 +29,12 @@ TEST_F(Quotas, MapIsAddedToAndRewritten)
 
     // Nothing to update: the line is added by a call of its own, which copies and publishes itself,
     // and finds what a left-over work file brought in.
-    const std::string nested = "cp vquota.txt\nVQuota(u@d;-1;AddQuota)\ncp vquota.txt\n";
+    const std::string nested = copied(Map) + traced("VQuota(u@d;-1;AddQuota)") + copied(Map);
     check({{update, {{Map, "\na\n"}}, "325", {{Map, "a\nu@d\t-1\n"}, {Copy, "a\n"}},
-            nested + "publish vquota.txt\npublish vquota.txt", 325, {{Map, "root 644 mail's"}}},
+            nested + published(Map) + published(Map), 325, {{Map, "root 644 mail's"}}},
            {update, {{Map, "a\n"}, {"vquota-temp.txt", "zu@d\t7\n"}}, "325",
             {{Map, "zu@d\t7\na\n"}, {Copy, "zu@d\t7\na\n"}, {"vquota-temp.txt", "gone"}},
-            nested + "publish vquota.txt", 325}});
+            nested + published(Map), 325}});
 }
 
 TEST_F(Quotas, ColumnIsSet)
@@ -78,10 +78,10 @@ TEST_F(Quotas, AgentsFieldsAreAddedChangedAndCut)
         const bool found = !c.after.empty();
         check({{calls.at(c.task), {{"vpasswd", c.before}, {work, "left over"}}, found ? "0" : "2",
                 {{"vpasswd", found ? c.after : c.before}, {"vpasswd" + copy, c.before},
-                 {work, "gone"}}, "cp vpasswd " + copy + "\n" + c.printed}});
+                 {work, "gone"}}, copied("vpasswd", copy) + c.printed}});
     }
     for (const auto& [task, call] : calls)
-        check({{call, {}, "1", {{"vpasswd" + task + "tmp", ""}}, "cp vpasswd " + task + "bak"}});
+        check({{call, {}, "1", {{"vpasswd" + task + "tmp", ""}}, copied("vpasswd", task + "bak")}});
 }
 
 TEST_F(Quotas, AgentsFieldsAreKeptInStep)
@@ -93,12 +93,12 @@ TEST_F(Quotas, AgentsFieldsAreKeptInStep)
     World off = onWithMap;
     off["/etc/Quorvel.conf"] = "DovecotLDA=\"yes\"\n"; // only one of the two readers takes it
     const std::string drop = "VQuota(u@d;5;DeleteQuota)", update = "VQuota(u@d;5;UpdateQuota)";
-    const std::string copy = "cp vquota.txt\n", publish = "publish vquota.txt";
+    const std::string copy = copied(Map), publish = published(Map);
     check({{drop, on, "1", {{"vpasswd", Plain + "\n\n"}, {"vpasswd.delbak", with}},
-            copy + "cp vpasswd .delbak"}, // no map, and yet the account's line is cut
+            copy + copied("vpasswd", ".delbak")}, // no map, and yet the account's line is cut
            {update, onWithMap, "325", {{"vpasswd", Plain + Fields + "5B\n\n"},
             {"vpasswd.editbak", with}, {Map, set}, {Copy, line}},
-            copy + "cp vpasswd .editbak\n" + publish, 325},
+            copy + copied("vpasswd", ".editbak") + publish, 325},
            {drop, off, "0", {{Map, ""}, {Copy, line}}, copy + publish, 0},
            {"VQuota(u@d;5;AddQuota)", on, "0", {{Map, set}}, copy + publish}});
 }

@@ -58,97 +58,99 @@ struct AccountRecord {
 
 } // namespace
 
-void createMailbox(Host& host, const Address& address, const std::string& hash, const Quota& quota,
-                   Mailbox::Type type)
+void createMailbox(Session& session, const Address& address, const std::string& hash,
+                   const Quota& quota, Mailbox::Type type)
 {
     std::string field = hash;
     AccountRecord account(address, field.data(), type);
-    conclude(host,
-             host.transaction.createMailboxWithHash(&account.record, address.domain, address.user,
-                                                    libraryText(quota)),
+    conclude(session,
+             session.transaction.createMailboxWithHash(&account.record, address.domain,
+                                                       address.user, libraryText(quota)),
              {PostfixResult::MailboxCreated},
              "the mailbox " + address.text + " could not be created");
 }
 
-void writeUserLine(Host& host, const Address& address, const Quota& quota, Mailbox::Type type)
+void writeUserLine(Session& session, const Address& address, const Quota& quota, Mailbox::Type type)
 {
     AccountRecord account(address, nullptr, type);
-    int code = host.library.Postfix_PasswdFile(&account.record);
+    int code = session.library.Postfix_PasswdFile(&account.record);
     if (code == PostfixResult::Done && quota)
         code = DovecotManager().addDovecotQuota(address.text, account.home, std::to_string(*quota));
-    conclude(host, code, {PostfixResult::Done},
+    conclude(session, code, {PostfixResult::Done},
              "the line of " + address.text + " in " VPASSWDFILE " could not be made");
 }
 
-void writePasswordLine(Host& host, const Address& address)
+void writePasswordLine(Session& session, const Address& address)
 {
     std::string password = randomPassword();
     AccountRecord account(address, password.data(), Mailbox::User);
-    conclude(host, host.library.Postfix_ShadowFile(&account.record), {PostfixResult::Done},
+    conclude(session, session.library.Postfix_ShadowFile(&account.record), {PostfixResult::Done},
              "the line of " + address.text + " in " VSHADOWFILE " could not be made");
 }
 
 // No limit is written by deleting the quota: a "-1" in Dovecot's fields makes it refuse the user.
-void writeQuota(Host& host, const std::string& address, const Quota& quota)
+void writeQuota(Session& session, const std::string& address, const Quota& quota)
 {
-    conclude(host,
-             host.library.Postfix_VQuota(address, libraryText(quota),
-                                         quota ? "UpdateQuota" : "DeleteQuota"),
+    conclude(session,
+             session.library.Postfix_VQuota(address, libraryText(quota),
+                                            quota ? "UpdateQuota" : "DeleteQuota"),
              {PostfixResult::Done, PostfixResult::QuotaUpdated},
              "the quota of " + address + " could not be changed");
 }
 
-void writeType(Host& host, const std::string& address, Mailbox::Type type)
+void writeType(Session& session, const std::string& address, Mailbox::Type type)
 {
-    conclude(host,
-             host.library.Postfix_UpdateMailbox(address, type == Mailbox::Admin ? "admin" : "user",
-                                                "UpdateUserType"),
+    conclude(session,
+             session.library.Postfix_UpdateMailbox(
+                 address, type == Mailbox::Admin ? "admin" : "user", "UpdateUserType"),
              {PostfixResult::Updated}, "the type of " + address + " could not be changed");
 }
 
-void writeHashes(Host& host, const std::vector<std::pair<std::string, std::string>>& hashes)
+void writeHashes(Session& session, const std::vector<std::pair<std::string, std::string>>& hashes)
 {
-    conclude(host, host.transaction.storePasswordHashes(hashes), {PostfixResult::Updated},
+    conclude(session, session.transaction.storePasswordHashes(hashes), {PostfixResult::Updated},
              hashes.size() == 1 ? "the password of " + hashes[0].first + " could not be changed"
                                 : "the passwords could not be changed");
 }
 
 // A forwarder is written by the calls for lists: they write the same lines and rows.
-void writeForwards(Host& host, const std::string& address, const Addresses& targets, bool hasEntry)
+void writeForwards(Session& session, const std::string& address, const Addresses& targets,
+                   bool hasEntry)
 {
     // One text with commas: the form that is read from files and from the database.
     std::string text;
     for (const std::string& target : targets)
         text += (text.empty() ? "" : ",") + target;
     VectorString elements = {text};
-    conclude(
-        host, host.library.Postfix_VList(address, &elements, hasEntry ? "UpdateList" : "AddList"),
-        {PostfixResult::ListAdded, PostfixResult::ListUpdated},
-        (targets.size() > 1 ? "the list " : "the forwarder ") + address + " could not be written");
+    conclude(session,
+             session.library.Postfix_VList(address, &elements, hasEntry ? "UpdateList" : "AddList"),
+             {PostfixResult::ListAdded, PostfixResult::ListUpdated},
+             (targets.size() > 1 ? "the list " : "the forwarder ") + address +
+                 " could not be written");
 }
 
 // With a database, deleting an alias gives the address a row for itself, which a mailbox needs.
 // Without a mailbox the server would then take its mail and return it: deleted as a list, the
 // address has no row left.
-void removeForwards(Host& host, const std::string& address, bool hasMailbox)
+void removeForwards(Session& session, const std::string& address, bool hasMailbox)
 {
     VectorString none;
-    const int code = host.settings.usesSql && !hasMailbox
-                         ? host.library.Postfix_VList(address, &none, "DeleteList")
-                         : host.library.Postfix_VAlias(address, "", "DeleteAlias");
-    conclude(host, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
+    const int code = session.settings.usesSql && !hasMailbox
+                         ? session.library.Postfix_VList(address, &none, "DeleteList")
+                         : session.library.Postfix_VAlias(address, "", "DeleteAlias");
+    conclude(session, code, {PostfixResult::ListDeleted, PostfixResult::AliasDeleted},
              "the forwarder " + address + " could not be deleted");
 }
 
-void writeCatchAll(Host& host, const std::string& domain, const std::string& user)
+void writeCatchAll(Session& session, const std::string& domain, const std::string& user)
 {
-    conclude(host, host.library.Postfix_UpdateCatchAllAddress(domain, user),
+    conclude(session, session.library.Postfix_UpdateCatchAllAddress(domain, user),
              {PostfixResult::CatchAllSet}, "the catch-all of " + domain + " could not be set");
 }
 
-void removeCatchAll(Host& host, const std::string& domain)
+void removeCatchAll(Session& session, const std::string& domain)
 {
-    conclude(host, host.library.Postfix_RemoveCatchAllAddress(domain),
+    conclude(session, session.library.Postfix_RemoveCatchAllAddress(domain),
              {PostfixResult::CatchAllRemoved},
              "the catch-all of " + domain + " could not be removed");
 }

@@ -3,30 +3,32 @@
 #ifndef QVMAILCTL_ACCOUNTS_H
 #define QVMAILCTL_ACCOUNTS_H
 
-#include "Host.h"
+#include "Session.h"
 
 // hash  the password's hash, as it is to be stored.
-void createMailbox(Host& host, const Address& address, const std::string& hash, const Quota& quota,
-                   Mailbox::Type type);
+void createMailbox(Session& session, const Address& address, const std::string& hash,
+                   const Quota& quota, Mailbox::Type type);
 
 // For a mailbox that has only one of its two lines in the account files: writes the other. The user
 // line gets the quota in Dovecot's fields; the password line gets a password that nobody knows.
-void writeUserLine(Host& host, const Address& address, const Quota& quota, Mailbox::Type type);
-void writePasswordLine(Host& host, const Address& address);
+void writeUserLine(Session& session, const Address& address, const Quota& quota,
+                   Mailbox::Type type);
+void writePasswordLine(Session& session, const Address& address);
 
 // Of a mailbox that exists.
-void writeQuota(Host& host, const std::string& address, const Quota& quota);
-void writeType(Host& host, const std::string& address, Mailbox::Type type);
-void writeHashes(Host& host, const std::vector<std::pair<std::string, std::string>>& hashes);
+void writeQuota(Session& session, const std::string& address, const Quota& quota);
+void writeType(Session& session, const std::string& address, Mailbox::Type type);
+void writeHashes(Session& session, const std::vector<std::pair<std::string, std::string>>& hashes);
 
 // hasEntry  whether the alias map or table has an entry of the address, a mailbox's row for itself
 //           included.
-void writeForwards(Host& host, const std::string& address, const Addresses& targets, bool hasEntry);
-void removeForwards(Host& host, const std::string& address, bool hasMailbox);
+void writeForwards(Session& session, const std::string& address, const Addresses& targets,
+                   bool hasEntry);
+void removeForwards(Session& session, const std::string& address, bool hasMailbox);
 
 // user  the mailbox's local part.
-void writeCatchAll(Host& host, const std::string& domain, const std::string& user);
-void removeCatchAll(Host& host, const std::string& domain);
+void writeCatchAll(Session& session, const std::string& domain, const std::string& user);
+void removeCatchAll(Session& session, const std::string& domain);
 
 // The quota as the library takes it: bytes as text, "-1" for no limit.
 std::string libraryText(const Quota& quota);

@@ -61,22 +61,22 @@ void requireHomes(const std::string& domain)
                                  "mounted? If it is, \"qvmailctl check --repair\" makes it");
 }
 
-bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address)
+bool mayAddMailbox(Session& session, const Hosting& hosting, const Address& address)
 {
     if (hosting.mailbox(address.text) != nullptr) {
         requireMailbox(hosting, address.text);
-        if (!host.options.ifMissing)
+        if (!session.options.ifMissing)
             stop(Status::Exists, "the mailbox " + address.text + " exists already");
         return false;
     }
     if (!hosting.mailboxes.empty())
         stop(Status::Exists,
              "the mailbox " + address.text + " exists already, with capital letters");
-    requireFree(host, hosting, address);
+    requireFree(session, hosting, address);
     return true;
 }
 
-void requireFree(const Host& host, const Hosting& hosting, const Address& address)
+void requireFree(const Session& session, const Hosting& hosting, const Address& address)
 {
     if (!hosting.targetsOf(address.text).empty())
         stop(Status::Exists, address.text +
@@ -88,7 +88,7 @@ void requireFree(const Host& host, const Hosting& hosting, const Address& addres
                                  " is left in " VQUOTAFILE
                                  "; remove it with \"qvmailctl quota delete " +
                                  address.text + "\"");
-    if (!host.options.takeOver && hasFormerMail(address))
+    if (!session.options.takeOver && hasFormerMail(address))
         stop(Status::Exists, "mail of a former " + address.text +
                                  " still lies below " VSPOOLDIR "/" + address.domain +
                                  "/mail; let the new mailbox have it with --take-over (a host that "
@@ -103,9 +103,9 @@ bool hasFormerMail(const Address& address)
     return isThere(mail + "/home/" + address.text) || isThere(mail + "/inbox/" + address.text);
 }
 
-void missing(const Host& host, const std::string& sentence)
+void missing(const Session& session, const std::string& sentence)
 {
-    if (!host.options.ifThere)
+    if (!session.options.ifThere)
         stop(Status::NotThere, sentence);
 }
 
@@ -130,7 +130,7 @@ void warnOfOwnNames(const std::set<std::string>& domains)
              "takes its mail for its own system accounts");
 }
 
-void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets)
+void warnOfTargets(const Session& session, const std::string& address, const Addresses& targets)
 {
     constexpr std::size_t Many = 1000;
     if (targets.size() > Many)
@@ -144,7 +144,7 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
     const bool isForwarder = targets.size() == 1;
     Hosting hosting;
     if (!isForwarder)
-        hosting = host.read(everything(), Parts);
+        hosting = session.read(everything(), Parts);
     std::set<std::string> seen;
     for (Addresses open = targets; !open.empty();) {
         const std::string target = lowerCase(open.back());
@@ -159,13 +159,13 @@ void warnOfTargets(const Host& host, const std::string& address, const Addresses
             continue;
         const std::string domain(domainOf(target));
         if (isForwarder)
-            hosting = host.read({domain, target}, Domains | Aliases);
+            hosting = session.read({domain, target}, Domains | Aliases);
         const bool isDirect = std::any_of(targets.begin(), targets.end(), [&](const auto& text) {
             return equalIgnoringCase(text, target);
         });
         const bool isOpen = isDirect && hosting.hosts(domain) && hosting.targetsOf(target).empty();
         if (isOpen &&
-            !takesMail(isForwarder ? host.read({domain, target}, Accounts | CatchAlls) : hosting,
+            !takesMail(isForwarder ? session.read({domain, target}, Accounts | CatchAlls) : hosting,
                        target))
             tell("warning: there is no " + target +
                  " here, so what is forwarded to it is returned to its sender");

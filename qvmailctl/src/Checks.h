@@ -3,7 +3,7 @@
 #ifndef QVMAILCTL_CHECKS_H
 #define QVMAILCTL_CHECKS_H
 
-#include "Host.h"
+#include "Session.h"
 
 // Each ends the command when this is not so, and says what to do.
 void requireHosted(const Hosting& hosting, const std::string& domain);
@@ -16,17 +16,17 @@ void requireHomes(const std::string& domain);
 // the command when the address is taken, or when something left over or similar would keep the new
 // mailbox from being written or from getting its mail, or would give it another's mail.
 // hosting: what exists of the address, in any letter case.
-bool mayAddMailbox(Host& host, const Hosting& hosting, const Address& address);
+bool mayAddMailbox(Session& session, const Hosting& hosting, const Address& address);
 
 // The same checks for an address without a mailbox, or with one in capital letters only: ends the
 // command.
-void requireFree(const Host& host, const Hosting& hosting, const Address& address);
+void requireFree(const Session& session, const Hosting& hosting, const Address& address);
 
 // Whether a deletion that failed half-way has left mail, which a new mailbox would inherit.
 bool hasFormerMail(const Address& address);
 
 // Ends the command, unless what is to be deleted may be missing (--if-there).
-void missing(const Host& host, const std::string& sentence);
+void missing(const Session& session, const std::string& sentence);
 
 // The kind of an address that forwards: with several targets and no mailbox it is a list.
 Kind kindOf(const Hosting& hosting, const std::string& address);
@@ -34,6 +34,6 @@ Kind kindOf(const Hosting& hosting, const std::string& address);
 // ---- Warnings of what the mail server will not handle well ----
 
 void warnOfOwnNames(const std::set<std::string>& domains);
-void warnOfTargets(const Host& host, const std::string& address, const Addresses& targets);
+void warnOfTargets(const Session& session, const std::string& address, const Addresses& targets);
 
 #endif

@@ -3,7 +3,7 @@
 #ifndef QVMAILCTL_COMMANDS_H
 #define QVMAILCTL_COMMANDS_H
 
-#include "Host.h"
+#include "Session.h"
 
 #include <optional>
 #include <string>
@@ -41,7 +41,8 @@ struct Action {
     std::vector<const char*> arguments; // at most two; "[X]" may be left out, "X..." takes the rest
     unsigned takes;
     const char* examples;
-    Answer (*run)(Host& host, const Given& given); // null result: host.changes is the answer
+    Answer (*run)(Session& session,
+                  const Given& given); // null result: session.changes is the answer
 };
 
 struct Object {

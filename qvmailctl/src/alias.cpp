@@ -20,77 +20,77 @@ void refuseList(const Hosting& hosting, const std::string& address)
 }
 
 // Whether it has a mailbox is asked only where it may be a list: the account files are the longest maps.
-Hosting readForwarder(const Host& host, const Address& address)
+Hosting readForwarder(const Session& session, const Address& address)
 {
-    Hosting hosting = host.read(addressAlone(address), Domains | Aliases);
+    Hosting hosting = session.read(addressAlone(address), Domains | Aliases);
     if (hosting.targetsOf(address.text).size() > 1)
-        hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+        hosting = session.read(addressAlone(address), Domains | Accounts | Aliases);
     return hosting;
 }
 
-Answer write(Host& host, const Given& given, bool mayReplace)
+Answer write(Session& session, const Given& given, bool mayReplace)
 {
     const Address address = checkedAddress(given.name);
     const std::string target = checkedTarget(given.value);
     if (equalIgnoringCase(target, address.text))
         stop(Status::Refused, address.text + " cannot forward to itself");
-    change(host, [&] {
-        const Hosting hosting = readForwarder(host, address);
+    change(session, [&] {
+        const Hosting hosting = readForwarder(session, address);
         requireHosted(hosting, address.domain);
         refuseList(hosting, address.text);
         const Addresses former = hosting.targetsOf(address.text);
         const bool isSame = former.size() == 1 && equalIgnoringCase(former[0], target);
-        if (isSame && (mayReplace || host.options.ifMissing))
+        if (isSame && (mayReplace || session.options.ifMissing))
             return;
         if (!mayReplace && !former.empty())
             stop(Status::Exists, address.text + " forwards to " + shown(former[0]) +
                                      " already; replace that with \"qvmailctl alias set\"");
-        warnOfTargets(host, address.text, {target});
+        warnOfTargets(session, address.text, {target});
 
-        writeForwards(host, address.text, {target}, hosting.hasEntry(address.text));
+        writeForwards(session, address.text, {target}, hosting.hasEntry(address.text));
         if (former.empty())
-            host.changes.added(Kind::Alias, address.text, target);
+            session.changes.added(Kind::Alias, address.text, target);
         else
-            host.changes.changed(Kind::Alias, address.text, target);
+            session.changes.changed(Kind::Alias, address.text, target);
     });
     return {};
 }
 
-Answer add(Host& host, const Given& given)
+Answer add(Session& session, const Given& given)
 {
-    return write(host, given, false);
+    return write(session, given, false);
 }
 
-Answer set(Host& host, const Given& given)
+Answer set(Session& session, const Given& given)
 {
-    return write(host, given, true);
+    return write(session, given, true);
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    confirm(host, "the forwarder " + address.text);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+    confirm(session, "the forwarder " + address.text);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Domains | Accounts | Aliases);
         refuseList(hosting, address.text);
         const bool hasMailbox = hosting.mailbox(address.text) != nullptr;
         const bool forwards = !hosting.targetsOf(address.text).empty();
         if (hasMailbox ? !forwards : !hosting.hasEntry(address.text)) {
-            missing(host, address.text + " does not forward");
+            missing(session, address.text + " does not forward");
             return;
         }
 
-        removeForwards(host, address.text, hasMailbox);
-        host.changes.removed(Kind::Alias, address.text);
+        removeForwards(session, address.text, hasMailbox);
+        session.changes.removed(Kind::Alias, address.text);
     });
     return {};
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    beginQuery(host);
-    const Addresses targets = host.read(addressAlone(address), Aliases).targetsOf(address.text);
+    beginQuery(session);
+    const Addresses targets = session.read(addressAlone(address), Aliases).targetsOf(address.text);
     if (targets.empty())
         stop(Status::NotThere, address.text + " does not forward");
     return {{{"address", address.text}, {"targets", targets}}, targets};
@@ -103,10 +103,10 @@ void addTo(Answer& answer, const std::string& address, const Addresses& targets)
 }
 
 // The forwarders of a domain, or of all domains. Lists are left out.
-Answer listForwarders(Host& host, const std::string& domain)
+Answer listForwarders(Session& session, const std::string& domain)
 {
-    beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Aliases);
+    beginQuery(session);
+    const Hosting hosting = session.read(domainAlone(domain), Domains | Accounts | Aliases);
     if (!domain.empty())
         requireHosted(hosting, domain);
     Answer answer{Json::array(), {}};
@@ -117,11 +117,11 @@ Answer listForwarders(Host& host, const std::string& domain)
 }
 
 // Everything that forwards to the target, lists included.
-Answer listForwardersTo(Host& host, const std::string& target)
+Answer listForwardersTo(Session& session, const std::string& target)
 {
-    beginQuery(host);
+    beginQuery(session);
     const Wanted wanted = {std::string(domainOf(target)), target, true};
-    const Hosting hosting = host.read(wanted, Aliases);
+    const Hosting hosting = session.read(wanted, Aliases);
     Answer answer{Json::array(), {}};
     for (const auto& [address, targets] : hosting.aliases)
         if (std::any_of(targets.begin(), targets.end(),
@@ -130,12 +130,12 @@ Answer listForwardersTo(Host& host, const std::string& target)
     return answer;
 }
 
-Answer list(Host& host, const Given& given)
+Answer list(Session& session, const Given& given)
 {
     const std::string& name = given.name;
     if (name.find('@') != std::string::npos)
-        return listForwardersTo(host, checkedTarget(name));
-    return listForwarders(host, name.empty() ? name : checkedDomain(name));
+        return listForwardersTo(session, checkedTarget(name));
+    return listForwarders(session, name.empty() ? name : checkedDomain(name));
 }
 
 } // namespace

@@ -20,48 +20,48 @@ Address checkedCatchAll(const std::string& name, const std::string& user)
     return address;
 }
 
-Answer set(Host& host, const Given& given)
+Answer set(Session& session, const Given& given)
 {
     const Address target = checkedCatchAll(given.name, given.value);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(target), Domains | Accounts | CatchAlls);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(target), Domains | Accounts | CatchAlls);
         requireHosted(hosting, target.domain);
         requireMailbox(hosting, target.text);
         const std::string former = hosting.catchAllOf(target.domain);
         if (former == target.text)
             return;
-        writeCatchAll(host, target.domain, target.user);
+        writeCatchAll(session, target.domain, target.user);
         if (former.empty())
-            host.changes.added(Kind::CatchAll, target.domain, target.text);
+            session.changes.added(Kind::CatchAll, target.domain, target.text);
         else
-            host.changes.changed(Kind::CatchAll, target.domain, target.text);
+            session.changes.changed(Kind::CatchAll, target.domain, target.text);
     });
     return {};
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
-    confirm(host, "the catch-all of " + domain);
-    change(host, [&] {
-        const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
+    confirm(session, "the catch-all of " + domain);
+    change(session, [&] {
+        const Hosting hosting = session.read(domainAlone(domain), Domains | CatchAlls);
         if (hosting.catchAllOf(domain).empty()) {
-            if (!host.options.ifThere)
+            if (!session.options.ifThere)
                 requireHosted(hosting, domain);
-            missing(host, "the domain " + domain + " has no catch-all");
+            missing(session, "the domain " + domain + " has no catch-all");
             return;
         }
-        removeCatchAll(host, domain);
-        host.changes.removed(Kind::CatchAll, domain);
+        removeCatchAll(session, domain);
+        session.changes.removed(Kind::CatchAll, domain);
     });
     return {};
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
-    beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain), Domains | CatchAlls);
+    beginQuery(session);
+    const Hosting hosting = session.read(domainAlone(domain), Domains | CatchAlls);
     requireHosted(hosting, domain);
     const std::string target = hosting.catchAllOf(domain);
     if (target.empty())

@@ -12,60 +12,61 @@ namespace
 {
 
 // Whether the domain may be made with that first mailbox; see mayAddMailbox.
-bool mayAdd(Host& host, const Address& first)
+bool mayAdd(Session& session, const Address& first)
 {
-    const Hosting hosting = host.read(domainAlone(first.domain), Domains | Accounts);
+    const Hosting hosting = session.read(domainAlone(first.domain), Domains | Accounts);
     // A listed domain without a mailbox was left by an interrupted creation, which goes on here.
     if (!hosting.mailboxes.empty()) {
-        if (host.options.ifMissing && hosting.hosts(first.domain))
+        if (session.options.ifMissing && hosting.hosts(first.domain))
             return false;
         stop(Status::Exists, "the domain " + first.domain +
                                  " has mailboxes already; add another with \"qvmailctl mailbox "
                                  "add " +
                                  first.text + "\"");
     }
-    return mayAddMailbox(host, host.read(inAnyLetters(first), Accounts | Quotas | Aliases), first);
+    return mayAddMailbox(session, session.read(inAnyLetters(first), Accounts | Quotas | Aliases),
+                         first);
 }
 
-Answer add(Host& host, const Given& given)
+Answer add(Session& session, const Given& given)
 {
     const Address first = checkedAddress(given.value, checkedDomain(given.name));
     const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
     if (isTyped()) {
-        beginAsking(host);
-        if (!mayAdd(host, first))
+        beginAsking(session);
+        if (!mayAdd(session, first))
             return {};
     }
     Password password(first.text);
-    change(host, [&] {
-        if (!mayAdd(host, first))
+    change(session, [&] {
+        if (!mayAdd(session, first))
             return;
         warnOfOwnNames({first.domain});
 
         // Taken off first: a database would list a half-made domain twice.
-        if (host.read(domainAlone(first.domain), Domains).hosts(first.domain))
-            conclude(host, host.library.Postfix_VHostFile(first.domain, "RmvDomain"),
+        if (session.read(domainAlone(first.domain), Domains).hosts(first.domain))
+            conclude(session, session.library.Postfix_VHostFile(first.domain, "RmvDomain"),
                      {PostfixResult::Done},
                      "the domain " + first.domain + " could not be listed anew");
         // The library would leave copies of a clear password in memory: it gets a random one, and
         // the hash is stored afterwards.
-        conclude(host,
-                 host.library.Postfix_CreateMailDomain(first.domain, first.user, randomPassword(),
-                                                       libraryText(quota)),
+        conclude(session,
+                 session.library.Postfix_CreateMailDomain(first.domain, first.user,
+                                                          randomPassword(), libraryText(quota)),
                  {PostfixResult::DomainCreated},
                  "the domain " + first.domain + " could not be created");
-        writeHashes(host, {{first.text, password.hash()}});
-        host.changes.added(Kind::Domain, first.domain);
-        host.changes.added(Kind::Mailbox, first.text);
+        writeHashes(session, {{first.text, password.hash()}});
+        session.changes.added(Kind::Domain, first.domain);
+        session.changes.added(Kind::Mailbox, first.text);
         if (quota)
-            host.changes.added(Kind::Quota, first.text, textOf(quota));
-        host.changes.tellScripts("quota", jsonOf(quota));
+            session.changes.added(Kind::Quota, first.text, textOf(quota));
+        session.changes.tellScripts("quota", jsonOf(quota));
     });
     return {};
 }
 
 // False when nothing of the domain is there and that is all right (--if-there).
-bool mayRemove(const Host& host, const Hosting& hosting, const std::string& domain)
+bool mayRemove(const Session& session, const Hosting& hosting, const std::string& domain)
 {
     // An interrupted deletion may have left any part of it, even its mail alone.
     const std::filesystem::path tree = VSPOOLDIR "/" + domain;
@@ -73,44 +74,44 @@ bool mayRemove(const Host& host, const Hosting& hosting, const std::string& doma
         !hosting.quotas.empty() || !hosting.catchAllOf(domain).empty() ||
         std::filesystem::exists(std::filesystem::symlink_status(tree)))
         return true;
-    missing(host, "the domain " + domain + " is not hosted here");
+    missing(session, "the domain " + domain + " is not hosted here");
     return false;
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
     if (isTyped()) {
-        beginAsking(host);
-        if (!mayRemove(host, host.read(domainAlone(domain)), domain))
+        beginAsking(session);
+        if (!mayRemove(session, session.read(domainAlone(domain)), domain))
             return {};
     }
-    confirm(host, "the domain " + domain + " with all its mailboxes and their mail");
-    change(host, [&] {
-        const Hosting hosting = host.read(domainAlone(domain));
-        if (!mayRemove(host, hosting, domain))
+    confirm(session, "the domain " + domain + " with all its mailboxes and their mail");
+    change(session, [&] {
+        const Hosting hosting = session.read(domainAlone(domain));
+        if (!mayRemove(session, hosting, domain))
             return;
 
-        conclude(host, host.library.Postfix_DeleteMailDomain(domain),
+        conclude(session, session.library.Postfix_DeleteMailDomain(domain),
                  {PostfixResult::DomainDeleted}, "the domain " + domain + " could not be deleted");
-        host.changes.removed(Kind::Domain, domain);
+        session.changes.removed(Kind::Domain, domain);
         for (const auto& [address, mailbox] : hosting.mailboxes)
-            host.changes.removed(Kind::Mailbox, address);
+            session.changes.removed(Kind::Mailbox, address);
         for (const std::string& address : hosting.quotas)
-            host.changes.removed(Kind::Quota, address);
+            session.changes.removed(Kind::Quota, address);
         for (const auto& [address, targets] : hosting.aliases)
-            host.changes.removed(kindOf(hosting, address), address);
+            session.changes.removed(kindOf(hosting, address), address);
         if (!hosting.catchAllOf(domain).empty())
-            host.changes.removed(Kind::CatchAll, domain);
+            session.changes.removed(Kind::CatchAll, domain);
     });
     return {};
 }
 
-Answer list(Host& host, const Given& /*given*/)
+Answer list(Session& session, const Given& /*given*/)
 {
-    beginQuery(host);
+    beginQuery(session);
     Answer answer{Json::array(), {}};
-    for (const std::string& domain : host.read(everything(), Domains).domains) {
+    for (const std::string& domain : session.read(everything(), Domains).domains) {
         answer.result.push_back({{"domain", domain}});
         answer.lines.push_back(domain);
     }
@@ -129,11 +130,11 @@ Quota totalOf(const Hosting& hosting)
     return sum;
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
-    beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain));
+    beginQuery(session);
+    const Hosting hosting = session.read(domainAlone(domain));
     requireHosted(hosting, domain);
 
     const std::string catchAll = hosting.catchAllOf(domain);
@@ -152,11 +153,11 @@ Answer show(Host& host, const Given& given)
              "quota: " + textOf(totalOf(hosting))}};
 }
 
-Answer quota(Host& host, const Given& given)
+Answer quota(Session& session, const Given& given)
 {
     const std::string domain = checkedDomain(given.name);
-    beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Quotas);
+    beginQuery(session);
+    const Hosting hosting = session.read(domainAlone(domain), Domains | Accounts | Quotas);
     requireHosted(hosting, domain);
     constexpr long long Kibibyte = 1024;
     const Quota total = totalOf(hosting);

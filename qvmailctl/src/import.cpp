@@ -95,7 +95,7 @@ void requireNoMailbox(const Hosting& hosting, const std::string& address)
 }
 
 // Called before anything is written.
-void checkOnHost(const Host& host, const Hosting& hosting, const Document& document)
+void checkOnHost(const Session& session, const Hosting& hosting, const Document& document)
 {
     std::unordered_set<std::string> inCapitals;
     for (const auto& [address, mailbox] : hosting.mailboxes)
@@ -123,7 +123,7 @@ void checkOnHost(const Host& host, const Hosting& hosting, const Document& docum
                      "the mailbox " + address + " exists already, with capital letters");
             if (isHosted)
                 requireHomes(part.domain);
-            requireFree(host, hosting, account.address);
+            requireFree(session, hosting, account.address);
         }
     }
 }
@@ -133,7 +133,7 @@ void checkOnHost(const Host& host, const Hosting& hosting, const Document& docum
 using Hashes = std::vector<std::pair<std::string, std::string>>;
 
 // Sets where the address forwards to, unless it does so already.
-void setForwards(Host& host, const Hosting& hosting, const std::string& address,
+void setForwards(Session& session, const Hosting& hosting, const std::string& address,
                  const Addresses& targets, bool hasMailbox)
 {
     const Addresses former = forwardsOf(hosting, address);
@@ -142,22 +142,22 @@ void setForwards(Host& host, const Hosting& hosting, const std::string& address,
     const Kind kind =
         !hasMailbox && std::max(former.size(), targets.size()) > 1 ? Kind::List : Kind::Alias;
     if (targets.empty()) {
-        removeForwards(host, address, hasMailbox);
-        host.changes.removed(kind, address);
+        removeForwards(session, address, hasMailbox);
+        session.changes.removed(kind, address);
         return;
     }
     // A mailbox that was made just now has its self row.
     const bool isNewMailbox = hasMailbox && hosting.mailbox(address) == nullptr;
-    writeForwards(host, address, targets,
-                  hosting.hasEntry(address) || (isNewMailbox && host.settings.usesSql));
+    writeForwards(session, address, targets,
+                  hosting.hasEntry(address) || (isNewMailbox && session.settings.usesSql));
     const std::string target = targets.size() == 1 ? targets[0] : "";
     if (former.empty())
-        host.changes.added(kind, address, target);
+        session.changes.added(kind, address, target);
     else
-        host.changes.changed(kind, address, target);
+        session.changes.changed(kind, address, target);
 }
 
-void addMailbox(Host& host, Account& account)
+void addMailbox(Session& session, Account& account)
 {
     const std::string& address = account.address.text;
     const Quota quota = account.quota.value_or(std::nullopt);
@@ -166,28 +166,28 @@ void addMailbox(Host& host, Account& account)
     std::string hash = account.hash;
     if (!account.isEnabled.value_or(true))
         hash.insert(hash.begin(), DisabledMark);
-    createMailbox(host, account.address, hash, quota,
+    createMailbox(session, account.address, hash, quota,
                   account.type == Mailbox::Admin ? Mailbox::Admin : Mailbox::User);
-    host.changes.added(Kind::Mailbox, address);
+    session.changes.added(Kind::Mailbox, address);
     if (quota)
-        host.changes.added(Kind::Quota, address, textOf(quota));
+        session.changes.added(Kind::Quota, address, textOf(quota));
 }
 
-void setQuota(Host& host, const std::string& address, const Quota& former, const Quota& quota)
+void setQuota(Session& session, const std::string& address, const Quota& former, const Quota& quota)
 {
     if (former == quota)
         return;
-    writeQuota(host, address, quota);
+    writeQuota(session, address, quota);
     if (!quota)
-        host.changes.removed(Kind::Quota, address);
+        session.changes.removed(Kind::Quota, address);
     else if (former)
-        host.changes.changed(Kind::Quota, address, textOf(quota));
+        session.changes.changed(Kind::Quota, address, textOf(quota));
     else
-        host.changes.added(Kind::Quota, address, textOf(quota));
+        session.changes.added(Kind::Quota, address, textOf(quota));
 }
 
 // Leaves a clear password alone: nobody can see whether the mailbox has it already.
-void changeMailbox(Host& host, const Mailbox& mailbox, const Account& account, Hashes& hashes)
+void changeMailbox(Session& session, const Mailbox& mailbox, const Account& account, Hashes& hashes)
 {
     const std::string& address = account.address.text;
     const std::string former = mailbox.isEnabled() ? mailbox.hash : mailbox.hash.substr(1);
@@ -195,46 +195,46 @@ void changeMailbox(Host& host, const Mailbox& mailbox, const Account& account, H
     const std::string hash = (isEnabled ? "" : std::string(1, DisabledMark)) +
                              (account.hash.empty() ? former : account.hash);
     const bool isOtherHash = hash != mailbox.hash;
-    const bool isOtherType =
-        !host.settings.usesSql && account.type != Mailbox::Unknown && account.type != mailbox.type;
+    const bool isOtherType = !session.settings.usesSql && account.type != Mailbox::Unknown &&
+                             account.type != mailbox.type;
     if (isOtherHash)
         hashes.emplace_back(address, hash);
     if (isOtherType)
-        writeType(host, address, account.type);
+        writeType(session, address, account.type);
     if (isOtherHash || isOtherType)
-        host.changes.changed(Kind::Mailbox, address);
+        session.changes.changed(Kind::Mailbox, address);
     if (account.quota)
-        setQuota(host, address, mailbox.quota, *account.quota);
+        setQuota(session, address, mailbox.quota, *account.quota);
 }
 
-void setCatchAll(Host& host, const Hosting& hosting, const DomainPart& part)
+void setCatchAll(Session& session, const Hosting& hosting, const DomainPart& part)
 {
     const std::string former = hosting.catchAllOf(part.domain);
     const std::string catchAll = part.catchAll.value_or(former);
     if (catchAll == former)
         return;
     if (catchAll.empty()) {
-        removeCatchAll(host, part.domain);
-        host.changes.removed(Kind::CatchAll, part.domain);
+        removeCatchAll(session, part.domain);
+        session.changes.removed(Kind::CatchAll, part.domain);
         return;
     }
-    writeCatchAll(host, part.domain, catchAll.substr(0, catchAll.find('@')));
+    writeCatchAll(session, part.domain, catchAll.substr(0, catchAll.find('@')));
     if (former.empty())
-        host.changes.added(Kind::CatchAll, part.domain, catchAll);
+        session.changes.added(Kind::CatchAll, part.domain, catchAll);
     else
-        host.changes.changed(Kind::CatchAll, part.domain, catchAll);
+        session.changes.changed(Kind::CatchAll, part.domain, catchAll);
 }
 
-void addDomain(Host& host, const std::string& domain)
+void addDomain(Session& session, const std::string& domain)
 {
     const std::string failure = "the domain " + domain + " could not be created";
-    conclude(host, host.library.Postfix_VHostFile(domain, "AddDomain"), {PostfixResult::Done},
+    conclude(session, session.library.Postfix_VHostFile(domain, "AddDomain"), {PostfixResult::Done},
              failure);
-    conclude(host, host.library.Postfix_CreateDomDir(domain), {PostfixResult::Done}, failure);
-    host.changes.added(Kind::Domain, domain);
+    conclude(session, session.library.Postfix_CreateDomDir(domain), {PostfixResult::Done}, failure);
+    session.changes.added(Kind::Domain, domain);
 }
 
-void write(Host& host, const Hosting& hosting, Document& document)
+void write(Session& session, const Hosting& hosting, Document& document)
 {
     std::size_t steps = 0;
     std::set<std::string> newDomains;
@@ -246,32 +246,32 @@ void write(Host& host, const Hosting& hosting, Document& document)
     warnOfOwnNames(newDomains);
 
     for (const std::string& domain : newDomains)
-        addDomain(host, domain);
+        addDomain(session, domain);
     // First, because each of these rewrites the mailbox map, which new mailboxes will make long.
     for (const DomainPart& part : document)
-        setCatchAll(host, hosting, part);
+        setCatchAll(session, hosting, part);
 
-    Progress progress(steps, !host.options.verbose);
+    Progress progress(steps, !session.options.verbose);
     Hashes hashes;
     for (DomainPart& part : document) {
         for (Account& account : part.mailboxes) {
             stopIfInterrupted();
             const std::string& address = account.address.text;
             if (const Mailbox* const mailbox = hosting.mailbox(address))
-                changeMailbox(host, *mailbox, account, hashes);
+                changeMailbox(session, *mailbox, account, hashes);
             else
-                addMailbox(host, account);
+                addMailbox(session, account);
             if (account.forwardsTo)
-                setForwards(host, hosting, address, *account.forwardsTo, true);
+                setForwards(session, hosting, address, *account.forwardsTo, true);
             progress.step();
         }
         for (const Forwarding& forwarding : part.forwardings) {
-            setForwards(host, hosting, forwarding.address.text, forwarding.targets, false);
+            setForwards(session, hosting, forwarding.address.text, forwarding.targets, false);
             progress.step();
         }
     }
     if (!hashes.empty())
-        writeHashes(host, hashes);
+        writeHashes(session, hashes);
 }
 
 void tellLostTypes(const Document& document)
@@ -285,17 +285,17 @@ void tellLostTypes(const Document& document)
              (lost == 1 ? " mailbox" : " mailboxes"));
 }
 
-Answer importAll(Host& host, const Given& given)
+Answer importAll(Session& session, const Given& given)
 {
     watchInterruptions();
     std::string text = contentOf(given.name);
     Document document = readDocument(text);
-    change(host, [&] {
-        const Hosting hosting = host.read(everything());
-        checkOnHost(host, hosting, document);
-        if (host.settings.usesSql)
+    change(session, [&] {
+        const Hosting hosting = session.read(everything());
+        checkOnHost(session, hosting, document);
+        if (session.settings.usesSql)
             tellLostTypes(document);
-        write(host, hosting, document);
+        write(session, hosting, document);
     });
     return {};
 }

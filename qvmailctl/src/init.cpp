@@ -17,14 +17,14 @@
 namespace
 {
 
-bool checkedBackend(const Host& host, const std::string& name, bool hasSettings)
+bool checkedBackend(const Session& session, const std::string& name, bool hasSettings)
 {
     if (name.empty())
-        return host.settings.usesSql;
+        return session.settings.usesSql;
     if (name != "files" && name != "mysql")
         stop(Status::Usage, "the backend is \"files\" or \"mysql\", not " + inQuotes(name));
     const bool usesSql = name == "mysql";
-    if (hasSettings && usesSql != host.settings.usesSql)
+    if (hasSettings && usesSql != session.settings.usesSql)
         stop(Status::NotFit,
              QVCONFFILE " says that the accounts are in " +
                  std::string(usesSql ? "files" : "a database") +
@@ -62,13 +62,13 @@ void tellOfFormerAccounts(Setup& setup)
 }
 
 // May be run again: what is there stays as it is.
-Answer init(Host& host, const Given& given)
+Answer init(Session& session, const Given& given)
 {
     const bool hasSettings = isFile(QVCONFFILE);
     Setup setup;
-    setup.usesSql = checkedBackend(host, given.name, hasSettings);
+    setup.usesSql = checkedBackend(session, given.name, hasSettings);
     setup.servers = given.servers;
-    setup.dryRun = host.options.dryRun;
+    setup.dryRun = session.options.dryRun;
     setup.config = checkedConfig(given.config);
 
     // Nothing is changed unless all of this holds.
@@ -78,7 +78,7 @@ Answer init(Host& host, const Given& given)
     checkServerFiles(setup);
     std::optional<Database> database;
     if (setup.usesSql)
-        database = lookAtDatabase(setup, hasSettings ? std::optional(host.settings.database)
+        database = lookAtDatabase(setup, hasSettings ? std::optional(session.settings.database)
                                                      : std::nullopt);
 
     if (database && setup.servers && !database->isUsable())

@@ -38,19 +38,20 @@ Addresses checkedMembers(const Given& given, const std::string& address)
     return members;
 }
 
-Hosting readList(Host& host, const Address& address)
+Hosting readList(Session& session, const Address& address)
 {
-    Hosting hosting = host.read(addressAlone(address), Domains | Accounts | Aliases);
+    Hosting hosting = session.read(addressAlone(address), Domains | Accounts | Aliases);
     refuseMailbox(hosting, address.text);
     return hosting;
 }
 
 // Former members are written again when others join or leave: each must fit into a statement.
-Addresses requireWritable(const Host& host, const Hosting& hosting, const std::string& address)
+Addresses requireWritable(const Session& session, const Hosting& hosting,
+                          const std::string& address)
 {
     Addresses members = hosting.targetsOf(address);
     for (const std::string& member : members)
-        if (host.settings.usesSql && !isWritable(member))
+        if (session.settings.usesSql && !isWritable(member))
             stop(Status::Refused,
                  "the list " + address + " has the member " + inQuotes(member) +
                      ", which no statement can hold; give it others with \"qvmailctl list set\"");
@@ -58,84 +59,85 @@ Addresses requireWritable(const Host& host, const Hosting& hosting, const std::s
 }
 
 // As readList. Ends the command when there is no such list.
-Hosting requireList(Host& host, const Address& address)
+Hosting requireList(Session& session, const Address& address)
 {
-    Hosting hosting = readList(host, address);
+    Hosting hosting = readList(session, address);
     if (hosting.targetsOf(address.text).empty())
         stop(Status::NotThere, "there is no list " + address.text);
     return hosting;
 }
 
-void write(Host& host, const Hosting& hosting, const std::string& address, const Addresses& members)
+void write(Session& session, const Hosting& hosting, const std::string& address,
+           const Addresses& members)
 {
-    warnOfTargets(host, address, members);
-    writeForwards(host, address, members, hosting.hasEntry(address));
+    warnOfTargets(session, address, members);
+    writeForwards(session, address, members, hosting.hasEntry(address));
     if (hosting.targetsOf(address).empty())
-        host.changes.added(Kind::List, address);
+        session.changes.added(Kind::List, address);
     else
-        host.changes.changed(Kind::List, address);
+        session.changes.changed(Kind::List, address);
 }
 
-Answer add(Host& host, const Given& given)
+Answer add(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses members = checkedMembers(given, address.text);
-    change(host, [&] {
-        const Hosting hosting = readList(host, address);
+    change(session, [&] {
+        const Hosting hosting = readList(session, address);
         requireHosted(hosting, address.domain);
         const Addresses former = hosting.targetsOf(address.text);
-        if (host.options.ifMissing && former == members)
+        if (session.options.ifMissing && former == members)
             return;
         if (!former.empty())
             stop(Status::Exists, "the list or forwarder " + address.text +
                                      " exists already; replace its members with \"qvmailctl list "
                                      "set\", or add some with \"list join\"");
-        write(host, hosting, address.text, members);
+        write(session, hosting, address.text, members);
     });
     return {};
 }
 
-Answer set(Host& host, const Given& given)
+Answer set(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses members = checkedMembers(given, address.text);
-    change(host, [&] {
-        const Hosting hosting = readList(host, address);
+    change(session, [&] {
+        const Hosting hosting = readList(session, address);
         requireHosted(hosting, address.domain);
         if (hosting.targetsOf(address.text) != members)
-            write(host, hosting, address.text, members);
+            write(session, hosting, address.text, members);
     });
     return {};
 }
 
-Answer join(Host& host, const Given& given)
+Answer join(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses joining = checkedMembers(given, address.text);
-    change(host, [&] {
-        const Hosting hosting = requireList(host, address);
-        Addresses members = requireWritable(host, hosting, address.text);
+    change(session, [&] {
+        const Hosting hosting = requireList(session, address);
+        Addresses members = requireWritable(session, hosting, address.text);
         const std::size_t before = members.size();
         for (const std::string& member : joining)
             if (!isMember(members, member))
                 members.push_back(member);
         if (members.size() > before)
-            write(host, hosting, address.text, members);
+            write(session, hosting, address.text, members);
     });
     return {};
 }
 
-Answer leave(Host& host, const Given& given)
+Answer leave(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Addresses leaving = checkedMembers(given, address.text);
-    change(host, [&] {
-        const Hosting hosting = requireList(host, address);
-        Addresses members = requireWritable(host, hosting, address.text);
+    change(session, [&] {
+        const Hosting hosting = requireList(session, address);
+        Addresses members = requireWritable(session, hosting, address.text);
         const std::size_t before = members.size();
         for (const std::string& member : leaving)
             if (!isMember(members, member))
-                missing(host, member + " is no member of " + address.text);
+                missing(session, member + " is no member of " + address.text);
         members.erase(std::remove_if(members.begin(), members.end(),
                                      [&](const auto& member) { return isMember(leaving, member); }),
                       members.end());
@@ -144,50 +146,50 @@ Answer leave(Host& host, const Given& given)
                                       " would have no member left; delete it with \"qvmailctl list "
                                       "delete\"");
         if (members.size() < before)
-            write(host, hosting, address.text, members);
+            write(session, hosting, address.text, members);
     });
     return {};
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    confirm(host, "the list " + address.text);
-    change(host, [&] {
-        const Hosting hosting = readList(host, address);
+    confirm(session, "the list " + address.text);
+    change(session, [&] {
+        const Hosting hosting = readList(session, address);
         if (!hosting.hasEntry(address.text)) {
-            missing(host, "there is no list " + address.text);
+            missing(session, "there is no list " + address.text);
             return;
         }
         VectorString none;
-        conclude(host, host.library.Postfix_VList(address.text, &none, "DeleteList"),
+        conclude(session, session.library.Postfix_VList(address.text, &none, "DeleteList"),
                  {PostfixResult::ListDeleted},
                  "the list " + address.text + " could not be deleted");
-        host.changes.removed(Kind::List, address.text);
+        session.changes.removed(Kind::List, address.text);
     });
     return {};
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    beginQuery(host);
-    const Addresses members = requireList(host, address).targetsOf(address.text);
+    beginQuery(session);
+    const Addresses members = requireList(session, address).targetsOf(address.text);
     return {{{"address", address.text}, {"members", members}}, members};
 }
 
-Answer list(Host& host, const Given& given)
+Answer list(Session& session, const Given& given)
 {
     const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
-    beginQuery(host);
-    const Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Aliases);
+    beginQuery(session);
+    const Hosting hosting = session.read(domainAlone(domain), Domains | Accounts | Aliases);
     if (!domain.empty())
         requireHosted(hosting, domain);
     Answer answer{Json::array(), {}};
     for (const auto& [address, members] : hosting.aliases) {
         if (hosting.mailbox(address) != nullptr)
             continue;
-        if (host.options.json)
+        if (session.options.json)
             answer.result.push_back({{"address", address}, {"members", members}});
         else
             answer.lines.push_back(address);

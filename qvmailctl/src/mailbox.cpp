@@ -11,113 +11,114 @@
 namespace
 {
 
-bool mayAdd(Host& host, const Address& address)
+bool mayAdd(Session& session, const Address& address)
 {
-    const Hosting hosting = host.read(inAnyLetters(address), Domains | Accounts | Quotas | Aliases);
+    const Hosting hosting =
+        session.read(inAnyLetters(address), Domains | Accounts | Quotas | Aliases);
     requireHosted(hosting, address.domain);
     requireHomes(address.domain);
-    return mayAddMailbox(host, hosting, address);
+    return mayAddMailbox(session, hosting, address);
 }
 
-Answer add(Host& host, const Given& given)
+Answer add(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Quota quota = given.quota ? checkedQuota(*given.quota) : std::nullopt;
     if (isTyped()) {
-        beginAsking(host);
-        if (!mayAdd(host, address))
+        beginAsking(session);
+        if (!mayAdd(session, address))
             return {};
     }
     Password password(address.text);
-    change(host, [&] {
-        if (!mayAdd(host, address))
+    change(session, [&] {
+        if (!mayAdd(session, address))
             return;
 
-        createMailbox(host, address, password.hash(), quota, Mailbox::User);
-        host.changes.added(Kind::Mailbox, address.text);
+        createMailbox(session, address, password.hash(), quota, Mailbox::User);
+        session.changes.added(Kind::Mailbox, address.text);
         if (quota)
-            host.changes.added(Kind::Quota, address.text, textOf(quota));
-        host.changes.tellScripts("quota", jsonOf(quota));
+            session.changes.added(Kind::Quota, address.text, textOf(quota));
+        session.changes.tellScripts("quota", jsonOf(quota));
     });
     return {};
 }
 
-Answer setPassword(Host& host, const Given& given)
+Answer setPassword(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     if (isTyped()) {
-        beginAsking(host);
-        requireMailbox(host.read(addressAlone(address), Accounts), address.text);
+        beginAsking(session);
+        requireMailbox(session.read(addressAlone(address), Accounts), address.text);
     }
     Password password(address.text);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Accounts);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Accounts);
         const bool isEnabled = requireMailbox(hosting, address.text).isEnabled();
-        writeHashes(host, {{address.text,
-                            (isEnabled ? "" : std::string(1, DisabledMark)) + password.hash()}});
-        host.changes.changed(Kind::Mailbox, address.text, "password");
+        writeHashes(session, {{address.text,
+                               (isEnabled ? "" : std::string(1, DisabledMark)) + password.hash()}});
+        session.changes.changed(Kind::Mailbox, address.text, "password");
     });
     return {};
 }
 
-Answer setEnabled(Host& host, const Given& given, bool enabled)
+Answer setEnabled(Session& session, const Given& given, bool enabled)
 {
     const Address address = checkedAddress(given.name);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Accounts);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Accounts);
         const Mailbox& mailbox = requireMailbox(hosting, address.text);
         if (mailbox.isEnabled() == enabled)
             return;
-        writeHashes(
-            host, {{address.text, enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
-        host.changes.changed(Kind::Mailbox, address.text, enabled ? "enabled" : "disabled");
+        writeHashes(session, {{address.text,
+                               enabled ? mailbox.hash.substr(1) : DisabledMark + mailbox.hash}});
+        session.changes.changed(Kind::Mailbox, address.text, enabled ? "enabled" : "disabled");
     });
     return {};
 }
 
-Answer enable(Host& host, const Given& given)
+Answer enable(Session& session, const Given& given)
 {
-    return setEnabled(host, given, true);
+    return setEnabled(session, given, true);
 }
 
-Answer disable(Host& host, const Given& given)
+Answer disable(Session& session, const Given& given)
 {
-    return setEnabled(host, given, false);
+    return setEnabled(session, given, false);
 }
 
-Answer setType(Host& host, const Given& given)
+Answer setType(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const std::string type = lowerCase(given.value);
     if (type != "admin" && type != "user")
         stop(Status::Refused,
              "the type " + inQuotes(given.value) + " is unknown: it is admin or user");
-    if (host.settings.usesSql)
+    if (session.settings.usesSql)
         stop(Status::NotFit, "the database keeps no user type; it exists with map files alone");
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Accounts);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Accounts);
         const Mailbox::Type wanted = type == "admin" ? Mailbox::Admin : Mailbox::User;
         const bool isNews = requireMailbox(hosting, address.text).type != wanted;
-        writeType(host, address.text, wanted);
+        writeType(session, address.text, wanted);
         if (isNews)
-            host.changes.changed(Kind::Mailbox, address.text, type);
+            session.changes.changed(Kind::Mailbox, address.text, type);
     });
     return {};
 }
 
 // Reads the mailbox and the addresses that forward to it.
-Hosting readWithForwarders(const Host& host, const Address& address)
+Hosting readWithForwarders(const Session& session, const Address& address)
 {
     Wanted wanted = addressAlone(address);
     wanted.forwarders = true;
-    return host.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
+    return session.read(wanted, Accounts | Quotas | Aliases | CatchAlls);
 }
 
 // False when nothing of the mailbox is there and that is all right (--if-there).
-bool mayRemove(const Host& host, const Hosting& hosting, const Address& address)
+bool mayRemove(const Session& session, const Hosting& hosting, const Address& address)
 {
     if (hosting.mailbox(address.text) == nullptr && !hasFormerMail(address)) {
-        missing(host, "there is no mailbox " + address.text);
+        missing(session, "there is no mailbox " + address.text);
         return false;
     }
     if (hosting.catchAllOf(address.domain) == address.text)
@@ -134,31 +135,31 @@ void tellForwarders(const Hosting& hosting, const Address& address)
             tell("note: " + forwarder + " still forwards to " + address.text);
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    const bool isAsked = isTyped() && !host.options.yes;
+    const bool isAsked = isTyped() && !session.options.yes;
     if (isAsked) { // the answer depends on who still forwards to it
-        beginAsking(host);
-        const Hosting hosting = readWithForwarders(host, address);
-        if (!mayRemove(host, hosting, address))
+        beginAsking(session);
+        const Hosting hosting = readWithForwarders(session, address);
+        if (!mayRemove(session, hosting, address))
             return {};
         tellForwarders(hosting, address);
     }
-    confirm(host, "the mailbox " + address.text + " with all its mail");
-    change(host, [&] {
-        const Hosting hosting = readWithForwarders(host, address);
-        if (!mayRemove(host, hosting, address))
+    confirm(session, "the mailbox " + address.text + " with all its mail");
+    change(session, [&] {
+        const Hosting hosting = readWithForwarders(session, address);
+        if (!mayRemove(session, hosting, address))
             return;
 
-        conclude(host, host.library.Postfix_DeleteMailbox(address.user, address.domain),
+        conclude(session, session.library.Postfix_DeleteMailbox(address.user, address.domain),
                  {PostfixResult::MailboxDeleted},
                  "the mailbox " + address.text + " could not be deleted");
-        host.changes.removed(Kind::Mailbox, address.text);
+        session.changes.removed(Kind::Mailbox, address.text);
         if (hosting.quotas.count(address.text) > 0)
-            host.changes.removed(Kind::Quota, address.text);
+            session.changes.removed(Kind::Quota, address.text);
         if (!hosting.targetsOf(address.text).empty())
-            host.changes.removed(kindOf(hosting, address.text), address.text);
+            session.changes.removed(kindOf(hosting, address.text), address.text);
         if (!isAsked)
             tellForwarders(hosting, address);
     });
@@ -174,22 +175,22 @@ Json entryOf(const std::string& address, const Mailbox& mailbox)
 }
 
 // Reads the mailboxes of one domain, or of all.
-Hosting readMailboxes(Host& host, const Given& given)
+Hosting readMailboxes(Session& session, const Given& given)
 {
     const std::string domain = given.name.empty() ? "" : checkedDomain(given.name);
-    beginQuery(host);
-    Hosting hosting = host.read(domainAlone(domain), Domains | Accounts | Quotas);
+    beginQuery(session);
+    Hosting hosting = session.read(domainAlone(domain), Domains | Accounts | Quotas);
     if (!domain.empty())
         requireHosted(hosting, domain);
     return hosting;
 }
 
-Answer list(Host& host, const Given& given)
+Answer list(Session& session, const Given& given)
 {
     Answer answer{Json::array(), {}};
-    const Hosting hosting = readMailboxes(host, given);
+    const Hosting hosting = readMailboxes(session, given);
     for (const auto& [address, mailbox] : hosting.mailboxes) {
-        if (host.options.json)
+        if (session.options.json)
             answer.result.push_back(entryOf(address, mailbox));
         else
             answer.lines.push_back(address);
@@ -197,9 +198,9 @@ Answer list(Host& host, const Given& given)
     return answer;
 }
 
-Answer count(Host& host, const Given& given)
+Answer count(Session& session, const Given& given)
 {
-    const std::size_t number = readMailboxes(host, given).mailboxes.size();
+    const std::size_t number = readMailboxes(session, given).mailboxes.size();
     return {{{"count", number}}, {std::to_string(number)}};
 }
 
@@ -218,12 +219,12 @@ std::optional<long long> usedBy(const std::string& address)
     return std::nullopt;
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    beginQuery(host);
+    beginQuery(session);
     const Hosting hosting =
-        host.read(addressAlone(address), Accounts | Quotas | Aliases | CatchAlls);
+        session.read(addressAlone(address), Accounts | Quotas | Aliases | CatchAlls);
     const Mailbox& mailbox = requireMailbox(hosting, address.text);
     const std::optional<long long> used = usedBy(address.text);
     const bool isCatchAll = hosting.catchAllOf(address.domain) == address.text;

@@ -13,19 +13,19 @@ namespace
 {
 
 // Runs the action to its end. Whatever the library prints meanwhile is kept off standard output.
-Answer carryOut(const Choice& choice, Host& host)
+Answer carryOut(const Choice& choice, Session& session)
 {
     const QuietLibrary quiet(choice.options.verbose);
     try {
-        Answer answer = choice.action->run(host, choice.given);
-        if (!host.settings.usesSql) // the database needs no postmap
+        Answer answer = choice.action->run(session, choice.given);
+        if (!session.settings.usesSql) // the database needs no postmap
             quiet.showComplaints(false);
-        return answer.result.is_null() ? host.changes.answer(choice.options.dryRun) : answer;
+        return answer.result.is_null() ? session.changes.answer(choice.options.dryRun) : answer;
     } catch (const Stop& stopped) {
         quiet.showComplaints(stopped.status == Status::NotWritten ||
                              stopped.status == Status::Unfinished);
         // Something may have seemed missing because it could not be read.
-        const std::string failure = host.transaction.failure();
+        const std::string failure = session.transaction.failure();
         if (stopped.status != Status::NotWritten && !failure.empty()) {
             tell(stopped.sentence);
             stop(Status::NotWritten, failure + "; nothing was changed");
@@ -47,10 +47,10 @@ Answer run(const Choice& choice)
 {
     if (choice.action == nullptr)
         return {Json(choice.text), linesOf(choice.text)};
-    Host host(choice.options);
+    Session session(choice.options);
     const std::string words = choice.words + (choice.given.repair ? " --repair" : "");
     try {
-        Answer answer = carryOut(choice, host);
+        Answer answer = carryOut(choice, session);
         if (isChange(choice))
             record(words, nameOf(answer.status));
         return answer;

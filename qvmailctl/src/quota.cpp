@@ -7,48 +7,49 @@
 namespace
 {
 
-Answer set(Host& host, const Given& given)
+Answer set(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
     const Quota quota = checkedQuota(given.value);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Accounts | Quotas);
         const bool hadEntry = hosting.quotas.count(address.text) > 0;
-        host.changes.tellScripts("quota", jsonOf(quota));
+        session.changes.tellScripts("quota", jsonOf(quota));
         const bool isNews = requireMailbox(hosting, address.text).quota != quota;
-        writeQuota(host, address.text, quota); // even when it has it: Dovecot's fields may lack it
+        writeQuota(session, address.text,
+                   quota); // even when it has it: Dovecot's fields may lack it
         if (!quota && hadEntry)
-            host.changes.removed(Kind::Quota, address.text);
+            session.changes.removed(Kind::Quota, address.text);
         else if (isNews && hadEntry)
-            host.changes.changed(Kind::Quota, address.text, textOf(quota));
+            session.changes.changed(Kind::Quota, address.text, textOf(quota));
         else if (isNews)
-            host.changes.added(Kind::Quota, address.text, textOf(quota));
+            session.changes.added(Kind::Quota, address.text, textOf(quota));
     });
     return {};
 }
 
-Answer remove(Host& host, const Given& given)
+Answer remove(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    change(host, [&] {
-        const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
+    change(session, [&] {
+        const Hosting hosting = session.read(addressAlone(address), Accounts | Quotas);
         // The quota of a mailbox that is gone may be deleted too.
         if (hosting.quotas.count(address.text) == 0) {
-            if (!host.options.ifThere)
+            if (!session.options.ifThere)
                 requireMailbox(hosting, address.text);
             return;
         }
-        writeQuota(host, address.text, std::nullopt);
-        host.changes.removed(Kind::Quota, address.text);
+        writeQuota(session, address.text, std::nullopt);
+        session.changes.removed(Kind::Quota, address.text);
     });
     return {};
 }
 
-Answer show(Host& host, const Given& given)
+Answer show(Session& session, const Given& given)
 {
     const Address address = checkedAddress(given.name);
-    beginQuery(host);
-    const Hosting hosting = host.read(addressAlone(address), Accounts | Quotas);
+    beginQuery(session);
+    const Hosting hosting = session.read(addressAlone(address), Accounts | Quotas);
     const Quota quota = requireMailbox(hosting, address.text).quota;
     return {{{"address", address.text}, {"quota", jsonOf(quota)}}, {textOf(quota)}};
 }

@@ -20,14 +20,14 @@ void addHit(Answer& answer, const char* kind, const char* key, const std::string
     answer.lines.push_back(line);
 }
 
-Answer search(Host& host, const Given& given)
+Answer search(Session& session, const Given& given)
 {
     const std::string text = lowerCase(given.name);
     const auto holdsIt = [&](const std::string& name) {
         return lowerCase(name).find(text) != std::string::npos;
     };
-    beginQuery(host);
-    const Hosting hosting = host.read(everything());
+    beginQuery(session);
+    const Hosting hosting = session.read(everything());
 
     Answer answer{Json::array(), {}};
     for (const std::string& domain : hosting.domains)

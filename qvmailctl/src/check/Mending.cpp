@@ -45,7 +45,7 @@ void Mending::drop(const std::string& map, std::size_t entry)
     edit(map, entry, [](std::string_view) { return std::nullopt; });
 }
 
-void Mending::call(const std::string& place, std::function<void(Host& host)> call)
+void Mending::call(const std::string& place, std::function<void(Session& session)> call)
 {
     m_called.insert(place);
     m_calls.push_back(std::move(call));
@@ -75,11 +75,11 @@ void Mending::stage()
             const auto edit = edits.find(entry++);
             return edit == edits.end() ? std::optional(std::string(line)) : edit->second(line);
         };
-        conclude(m_host, m_host.transaction.repairMap(map, rule), {PostfixResult::Updated},
+        conclude(m_session, m_session.transaction.repairMap(map, rule), {PostfixResult::Updated},
                  map + " could not be mended");
     }
     for (const auto& call : m_calls)
-        call(m_host);
+        call(m_session);
 }
 
 void giveRights(const std::string& path, const Ownership& owner, mode_t mode)

@@ -3,7 +3,7 @@
 #ifndef QVMAILCTL_CHECK_MENDING_H
 #define QVMAILCTL_CHECK_MENDING_H
 
-#include "Host.h"
+#include "Session.h"
 #include "system/SpoolTree.h"
 
 #include <cstddef>
@@ -19,7 +19,7 @@
 class Mending
 {
 public:
-    explicit Mending(Host& host) : m_host(host) {}
+    explicit Mending(Session& session) : m_session(session) {}
 
     // ---- Beside the maps ----
 
@@ -38,16 +38,16 @@ public:
     void rewrite(const std::string& map) { m_edits[map]; } // to end its last line
 
     // Library calls that change a map or a table; they are made after the lines are edited.
-    void call(const std::string& place, std::function<void(Host& host)> call);
+    void call(const std::string& place, std::function<void(Session& session)> call);
     void stage();
 
 private:
-    Host& m_host;
+    Session& m_session;
     std::vector<OwnedDirectory> m_directories;
     bool m_reloads = false;
     std::map<std::string, std::unordered_map<std::size_t, Edit>> m_edits; // by map
     std::set<std::string> m_called;                                       // maps and tables
-    std::vector<std::function<void(Host& host)>> m_calls;
+    std::vector<std::function<void(Session& session)>> m_calls;
 };
 
 // Sets owner and mode of a file or directory. Throws a Refusal when it cannot, as for a link.

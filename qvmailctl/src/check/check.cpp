@@ -53,37 +53,37 @@ private:
 
 // ---- Looking ----
 
-Findings look(const Host& host)
+Findings look(const Session& session)
 {
     Findings findings;
     const MailServers servers = readServers();
     checkAccounts(servers, findings);
     checkLock(findings);
     checkDirectories(servers, findings);
-    checkSecrets(host.settings, servers, findings);
+    checkSecrets(session.settings, servers, findings);
 
-    const bool isReadable =
-        host.settings.usesSql ? checkSchema(host.settings, findings) : checkMaps(servers, findings);
+    const bool isReadable = session.settings.usesSql ? checkSchema(session.settings, findings)
+                                                     : checkMaps(servers, findings);
     Hosting hosting;
     if (isReadable) {
-        hosting = host.read(everything());
-        checkNames(host.settings, hosting, findings);
-        if (host.settings.usesSql)
-            checkRows(host.settings, hosting, findings);
+        hosting = session.read(everything());
+        checkNames(session.settings, hosting, findings);
+        if (session.settings.usesSql)
+            checkRows(session.settings, hosting, findings);
         else
-            checkEntries(host.settings, hosting, findings);
+            checkEntries(session.settings, hosting, findings);
         checkSpool(hosting, findings);
     }
-    if (!host.settings.usesSql)
+    if (!session.settings.usesSql)
         checkLookupTables(servers, findings);
-    checkServers(host.settings, servers, hosting, findings);
+    checkServers(session.settings, servers, hosting, findings);
     return findings;
 }
 
-Findings lookAtLock(const Host& host)
+Findings lookAtLock(const Session& session)
 {
     const Pause pause;
-    pause.wait(host.options.wait); // the files of a change at work are no finding
+    pause.wait(session.options.wait); // the files of a change at work are no finding
     Findings findings;
     checkLock(findings);
     return findings;
@@ -96,16 +96,16 @@ bool areSame(const Finding& a, const Finding& b)
 
 // Does not wait for changes. A change at work may leave something half made for a moment, which is
 // no finding: what is found is looked at again, with changes kept out or a moment later.
-Findings lookTwice(const Host& host)
+Findings lookTwice(const Session& session)
 {
-    Findings first = look(host);
+    Findings first = look(session);
     if (first.empty())
         return first;
     const Pause pause;
     const bool isCalm = pause.begin();
     if (!isCalm)
         std::this_thread::sleep_for(std::chrono::seconds(1));
-    Findings findings = look(host);
+    Findings findings = look(session);
     const auto isPassing = [&](const Finding& finding) {
         return !isCalm && std::none_of(first.begin(), first.end(), [&](const Finding& before) {
             return areSame(finding, before);
@@ -155,22 +155,22 @@ void append(Findings& all, const Findings& more)
 
 // Mends in one transaction. What lies beside the maps is mended first, under the lock, because the
 // transaction refuses a missing map. Returns what was mended.
-Findings mendOnce(Host& host)
+Findings mendOnce(Session& session)
 {
     constexpr int Rounds = 3; // a map that is back has entries, a tree that is made lacks homes
-    Mending first(host);
-    Findings mended = mendAll(lookAtLock(host), Mend::First, first);
+    Mending first(session);
+    Findings mended = mendAll(lookAtLock(session), Mend::First, first);
     Findings entries;
     try {
-        repair(host, [&] {
-            Findings findings = look(host);
+        repair(session, [&] {
+            Findings findings = look(session);
             for (int round = 0; round < Rounds && isAny(findings, Mend::Beside); ++round) {
-                Mending beside(host);
+                Mending beside(session);
                 append(mended, mendAll(findings, Mend::Beside, beside));
                 beside.finishBeside();
-                findings = look(host);
+                findings = look(session);
             }
-            Mending inTransaction(host);
+            Mending inTransaction(session);
             entries = mendAll(findings, Mend::InTransaction, inTransaction);
             inTransaction.stage();
         });
@@ -232,10 +232,10 @@ Answer answerOf(const Findings& findings, const Findings& mended, bool isDry)
     return answer;
 }
 
-Answer check(Host& host, const Given& given)
+Answer check(Session& session, const Given& given)
 {
-    const bool isDry = host.options.dryRun;
-    Findings findings = lookTwice(host);
+    const bool isDry = session.options.dryRun;
+    Findings findings = lookTwice(session);
     Findings mended;
     if (isDry)
         std::copy_if(findings.begin(), findings.end(), std::back_inserter(mended), isMendable);
@@ -244,12 +244,12 @@ Answer check(Host& host, const Given& given)
     for (int round = 0; goesOn && round < Rounds; ++round) {
         if (std::none_of(findings.begin(), findings.end(), isMendable))
             break;
-        const Findings now = mendOnce(host);
+        const Findings now = mendOnce(session);
         append(mended, now);
         goesOn = !now.empty();
-        findings = lookTwice(host);
+        findings = lookTwice(session);
     }
-    if (findings.empty() && !host.options.json)
+    if (findings.empty() && !session.options.json)
         tell("nothing is wrong");
     return answerOf(findings, mended, isDry);
 }

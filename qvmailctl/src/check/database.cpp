@@ -221,7 +221,7 @@ void add(Findings& findings, const char* kind, const char* table, const std::str
         finding.wayOut = remedy;
         finding.how = Mend::InTransaction;
         finding.mend = [table, call = std::move(call)](Mending& mending) {
-            mending.call(table, [call](Host& host) { call(host.library); });
+            mending.call(table, [call](Session& session) { call(session.library); });
         };
     }
     findings.push_back(finding);

@@ -301,7 +301,7 @@ void lacksPassword(const AccountEntries& accounts, const Address& address)
                  address.text + "\"",
              Mend::InTransaction, [address](Mending& mending) {
                  mending.call(VSHADOWFILE,
-                              [address](Host& host) { writePasswordLine(host, address); });
+                              [address](Session& session) { writePasswordLine(session, address); });
              }});
 }
 
@@ -314,7 +314,7 @@ void lacksUserLine(const AccountEntries& accounts, const Address& address, const
          "its line is made from that in " VSHADOWFILE, Mend::InTransaction,
          [address, quota, type = mailbox.type](Mending& mending) {
              mending.call(VPASSWDFILE,
-                          [=](Host& host) { writeUserLine(host, address, quota, type); });
+                          [=](Session& session) { writeUserLine(session, address, quota, type); });
          }});
 }
 
@@ -324,8 +324,9 @@ void lacksRoute(const AccountEntries& accounts, const Address& address)
         {"route-missing", VMAPSFILE, address.text,
          address.text + " has no line, so its mail is refused", "its line is made",
          Mend::InTransaction, [address](Mending& mending) {
-             mending.call(VMAPSFILE, [address](Host& host) {
-                 conclude(host, host.library.Postfix_VMaps(address.user, address.domain, "AddUser"),
+             mending.call(VMAPSFILE, [address](Session& session) {
+                 conclude(session,
+                          session.library.Postfix_VMaps(address.user, address.domain, "AddUser"),
                           {PostfixResult::Done},
                           "the line of " + address.text + " in " VMAPSFILE " could not be made");
              });
@@ -364,8 +365,9 @@ void checkQuota(const AccountEntries& accounts, const Address& address, const Ma
     if (!isKept && limitIn(enforced)) {
         finding.wayOut = VQUOTAFILE " has Dovecot's";
         finding.mend = [address, enforced](Mending& mending) {
-            mending.call(VQUOTAFILE, [address, enforced](Host& host) {
-                conclude(host, host.library.Postfix_VQuota(address.text, enforced, "AddQuota"),
+            mending.call(VQUOTAFILE, [address, enforced](Session& session) {
+                conclude(session,
+                         session.library.Postfix_VQuota(address.text, enforced, "AddQuota"),
                          {PostfixResult::Done}, "its quota could not be added");
             });
         };

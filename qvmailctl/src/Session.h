@@ -1,7 +1,7 @@
 // What one command works with: its options, the settings, the library, the transaction, and what it
 // has changed.
-#ifndef QVMAILCTL_HOST_H
-#define QVMAILCTL_HOST_H
+#ifndef QVMAILCTL_SESSION_H
+#define QVMAILCTL_SESSION_H
 
 #include "Changes.h"
 #include "Hosting.h"
@@ -23,8 +23,8 @@ struct Options {
     int wait = 5;           // seconds to wait for another change to end
 };
 
-struct Host {
-    explicit Host(const Options& options);
+struct Session {
+    explicit Session(const Options& options);
 
     Options options;
     Settings settings;
@@ -41,27 +41,27 @@ struct Host {
 
 // Completes a change that was interrupted. Every query calls this before it reads. It never waits
 // for another change.
-void beginQuery(Host& host);
+void beginQuery(Session& session);
 
 // For what is read before a person is asked something. As beginQuery; also checks that the change
 // can be made, so that nobody answers in vain.
-void beginAsking(Host& host);
+void beginAsking(Session& session);
 
 // Makes a change in one transaction. First checks that it can be made: the accounts and tools that
 // it needs are there, and no work file is left over. When the database refuses it for a passing
 // reason (a deadlock, a node that is lost), all of it is made again, a few times.
 using Work = std::function<void()>;
-void change(Host& host, const Work& work);
+void change(Session& session, const Work& work);
 
 // The same without those checks: "check --repair" is about to mend what they would refuse.
-void repair(Host& host, const Work& work);
+void repair(Session& session, const Work& work);
 
 // Returns when the code is one of the successes. Otherwise ends the command with the failure ("WHAT
 // could not be DONE") and the reason.
-void conclude(const Host& host, int code, std::initializer_list<int> successes,
+void conclude(const Session& session, int code, std::initializer_list<int> successes,
               const std::string& failure);
 
 // Asks before something is deleted, unless --yes is given or --dry-run, which deletes nothing.
-void confirm(const Host& host, const std::string& deletion);
+void confirm(const Session& session, const std::string& deletion);
 
 #endif

@@ -1,6 +1,6 @@
 #include "system/LargeFilesAndDates.h"
 
-#include "Host.h"
+#include "Session.h"
 
 #include "Interruption.h"
 #include "MapFiles.h"
@@ -82,11 +82,11 @@ void requireNoWorkFiles()
 }
 
 // Ends the command when accounts or tools that a change needs are missing, or a work file is left.
-void requireFit(const Host& host)
+void requireFit(const Session& session)
 {
     requireAccounts();
-    if (host.settings.usesSql) {
-        reachDatabase(host.settings);
+    if (session.settings.usesSql) {
+        reachDatabase(session.settings);
         return;
     }
     requireTools();
@@ -95,19 +95,20 @@ void requireFit(const Host& host)
 }
 
 // Waits in steps of a second, so that an interruption can end the waiting.
-void open(Host& host)
+void open(Session& session)
 {
     PostfixTransaction::Outcome outcome;
     int waited = 0;
     do
-        outcome = host.transaction.open(host.options.wait > 0 ? 1 : 0);
-    while (outcome == PostfixTransaction::Busy && !isInterrupted() && ++waited < host.options.wait);
+        outcome = session.transaction.open(session.options.wait > 0 ? 1 : 0);
+    while (outcome == PostfixTransaction::Busy && !isInterrupted() &&
+           ++waited < session.options.wait);
     stopIfInterrupted();
     if (outcome == PostfixTransaction::Busy)
         stop(Status::Busy,
-             host.transaction.reason() + "; nothing was changed, try again when it has ended");
+             session.transaction.reason() + "; nothing was changed, try again when it has ended");
     if (outcome != PostfixTransaction::Done)
-        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
+        stop(Status::NotWritten, session.transaction.reason() + "; nothing was changed");
 }
 
 // The commands that the commit runs get no input: what is left of it may be passwords for the
@@ -122,12 +123,12 @@ void leaveNoInput()
 }
 
 // Commits the change; gives it up in a dry run.
-void finish(Host& host)
+void finish(Session& session)
 {
     stopIfInterrupted();
-    if (host.options.dryRun) {
-        const std::string failure = host.transaction.failure();
-        host.transaction.drop();
+    if (session.options.dryRun) {
+        const std::string failure = session.transaction.failure();
+        session.transaction.drop();
         if (!failure.empty())
             stop(Status::NotWritten, failure + "; nothing was changed");
         return;
@@ -135,35 +136,35 @@ void finish(Host& host)
     // The commands that the commit runs are not interrupted either.
     ignoreInterruptions();
     leaveNoInput();
-    const PostfixTransaction::Outcome outcome = host.transaction.commit();
+    const PostfixTransaction::Outcome outcome = session.transaction.commit();
     if (outcome == PostfixTransaction::Refused)
-        stop(Status::NotWritten, host.transaction.reason() + "; nothing was changed");
+        stop(Status::NotWritten, session.transaction.reason() + "; nothing was changed");
     if (outcome == PostfixTransaction::Unfinished)
-        stop(Status::Unfinished, "the change is not finished: " + host.transaction.reason());
-    if (!host.transaction.reason().empty())
-        tell("warning: " + host.transaction.reason());
+        stop(Status::Unfinished, "the change is not finished: " + session.transaction.reason());
+    if (!session.transaction.reason().empty())
+        tell("warning: " + session.transaction.reason());
 }
 
-void make(Host& host, const Work& work)
+void make(Session& session, const Work& work)
 {
     // Until the commit an interruption ends the command, with nothing changed.
     watchInterruptions();
-    open(host);
+    open(session);
     work();
-    finish(host);
+    finish(session);
 }
 
-void makePatiently(Host& host, const Work& attempt)
+void makePatiently(Session& session, const Work& attempt)
 {
     for (const int pause : Pauses)
         try {
             return attempt();
         } catch (const Stop& stopped) {
-            if (!host.transaction.mayPass() || isInterrupted())
+            if (!session.transaction.mayPass() || isInterrupted())
                 throw;
             tell("note: " + stopped.sentence + "; it is tried again");
-            host.transaction.drop();
-            host.changes = {};
+            session.transaction.drop();
+            session.changes = {};
             std::this_thread::sleep_for(std::chrono::milliseconds(pause));
         }
     attempt();
@@ -171,7 +172,7 @@ void makePatiently(Host& host, const Work& attempt)
 
 } // namespace
 
-Host::Host(const Options& given)
+Session::Session(const Options& given)
     : options(onlyForRoot(given)), settings(readSettings()),
       library(&tracking, "", settings.usesSql ? "mysql" : "files", settings.database.server,
               settings.database.port, settings.database.user, settings.database.password,
@@ -185,54 +186,54 @@ Host::Host(const Options& given)
     setenv("PATH", searchPath().c_str(), 1);
 }
 
-void beginQuery(Host& host)
+void beginQuery(Session& session)
 {
-    if (!host.settings.usesSql && access(VDOMAINFILE, F_OK) != 0)
+    if (!session.settings.usesSql && access(VDOMAINFILE, F_OK) != 0)
         tell("note: " VDOMAINFILE " is missing, so nothing is hosted; \"qvmailctl init\" prepares "
              "this machine");
     // The answer should be from before the interrupted change or from after it, not from its
     // middle. It may be from its middle when another change is at work, or when nothing can be
     // written.
-    if (access(VJOURNALFILE, F_OK) == 0 && host.transaction.open(0) == PostfixTransaction::Done)
-        host.transaction.drop();
+    if (access(VJOURNALFILE, F_OK) == 0 && session.transaction.open(0) == PostfixTransaction::Done)
+        session.transaction.drop();
 }
 
-void beginAsking(Host& host)
+void beginAsking(Session& session)
 {
-    requireFit(host);
-    beginQuery(host);
+    requireFit(session);
+    beginQuery(session);
 }
 
-void change(Host& host, const Work& work)
+void change(Session& session, const Work& work)
 {
-    makePatiently(host, [&] {
-        requireFit(host);
-        make(host, work);
+    makePatiently(session, [&] {
+        requireFit(session);
+        make(session, work);
     });
 }
 
-void repair(Host& host, const Work& work)
+void repair(Session& session, const Work& work)
 {
-    makePatiently(host, [&] { make(host, work); });
+    makePatiently(session, [&] { make(session, work); });
 }
 
-void conclude(const Host& host, int code, std::initializer_list<int> successes,
+void conclude(const Session& session, int code, std::initializer_list<int> successes,
               const std::string& failure)
 {
     if (std::find(successes.begin(), successes.end(), code) != successes.end())
         return;
-    std::string why = host.transaction.failure();
+    std::string why = session.transaction.failure();
     if (why.empty())
-        why = host.settings.usesSql
+        why = session.settings.usesSql
                   ? "the database refused a statement or the connection was lost; see its log"
                   : "a map below /etc/vmail could not be read or written";
     stop(Status::NotWritten, failure + ": " + why + " (the library answered " +
                                  std::to_string(code) + "); nothing was changed");
 }
 
-void confirm(const Host& host, const std::string& deletion)
+void confirm(const Session& session, const std::string& deletion)
 {
-    if (host.options.yes || host.options.dryRun)
+    if (session.options.yes || session.options.dryRun)
         return;
     if (isatty(STDIN_FILENO) == 0)
         stop(Status::Usage, "nobody can be asked whether to delete " + deletion +

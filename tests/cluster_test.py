@@ -1,30 +1,30 @@
 #!/usr/bin/env python3
 """cluster_test.py QVMAILCTL - accounts on three database nodes, of which one and then two are lost"""
 
-import pathlib, subprocess, sys, time, unittest
+import subprocess, sys, time, unittest
+from pathlib import Path
 
-from private_world import TOP
+from private_world import CONF, MYSQL, TOP, UNREACHABLE, output, qvmailctl, start
 
 CONFIG = TOP / "config"
-QVMAILCTL = sys.argv.pop(1)
-UNREACHABLE = 69  # exit status
 
 
 class Node:
     def __init__(self, number):
-        self.address, self.log, data = f"127.0.0.{number}", f"/var/log/mariadb-{number}.log", f"/var/lib/node{number}"
+        self.address, self.log = f"127.0.0.{number}", Path(f"/var/log/mariadb-{number}.log")
+        data = f"/var/lib/node{number}"
         settings = (CONFIG / "mariadb/cluster-node.cnf").read_text().replace("192.0.2.1,", "127.0.0.1,")
         settings = settings.replace("192.0.2.1", self.address).replace("192.0.2.", "127.0.0.")
-        pathlib.Path(f"/etc/mysql/node{number}.cnf").write_text(settings)
+        Path(f"/etc/mysql/node{number}.cnf").write_text(settings)
         self.client = ["mariadb", "--no-defaults", "-NS", f"/run/mysqld/{number}.sock"]
         self.options = [f"--defaults-file=/etc/mysql/node{number}.cnf", "--user=mysql", f"--datadir={data}",
                         f"--socket={self.client[-1]}", "--innodb-buffer-pool-size=32M", "--innodb-log-file-size=8M"]
-        subprocess.check_call(["install", "-d", "-o", "mysql", data, "/run/mysqld"])
+        output("install", "-d", "-o", "mysql", data, "/run/mysqld")
         if number == 1:  # the others get a copy of its data
-            subprocess.check_output(["mariadb-install-db", *self.options, "--skip-test-db"], stderr=subprocess.STDOUT)
+            output("mariadb-install-db", *self.options, "--skip-test-db", stderr=subprocess.STDOUT)
 
     def start(self, *how):
-        self.server = subprocess.Popen(["mariadbd", *self.options, *how], stderr=open(self.log, "a"))
+        self.server = subprocess.Popen(["mariadbd", *self.options, *how], stderr=self.log.open("a"))
         self.wait_until("Synced", "show status like 'wsrep_local_state_comment'")
 
     def ask(self, statement):
@@ -34,18 +34,17 @@ class Node:
         end = time.monotonic() + 30
         while expected not in self.ask(statement).split():
             if time.monotonic() > end:
-                raise AssertionError(f"no {expected} from {statement}\n" + pathlib.Path(self.log).read_text())
+                raise AssertionError(f"no {expected} from {statement}\n" + self.log.read_text())
             time.sleep(0.2)  # innodb_trx shows nothing new to who asks more often than every 0.1 s
 
 
 def go_through(*addresses):
-    settings = (CONFIG / "Quorvel-mysql.conf").read_text()
-    pathlib.Path("/etc/Quorvel.conf").write_text(settings.replace("127.0.0.1", ",".join(addresses)))
+    CONF.write_text(MYSQL.replace("127.0.0.1", ",".join(addresses)))
 
 
 class Cluster(unittest.TestCase):
     def check(self, words, *answer, status=0, said=""):
-        done = subprocess.run([QVMAILCTL, *words.split()], input="secret\n", text=True, capture_output=True)
+        done = qvmailctl(words)
         self.assertEqual(status, done.returncode, f"{words}: {done.stderr}")
         self.assertEqual(list(answer), done.stdout.splitlines() if answer else [])
         self.assertIn(said, done.stderr)
@@ -55,18 +54,18 @@ class Cluster(unittest.TestCase):
         lock = subprocess.Popen([*node.client, "qvmail"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
         print(f"begin; select * from virtual_users where email = '{address}' for update;", file=lock.stdin, flush=True)
         node.wait_until("1", "select count(*) from information_schema.innodb_trx")
-        command = subprocess.Popen(f"echo secret | {QVMAILCTL} {words}", shell=True, stderr=subprocess.PIPE)
+        command = start(words, stdin=subprocess.PIPE)
+        print("secret", file=command.stdin, flush=True)
         node.wait_until("2", "select count(*) from information_schema.innodb_trx")
         return lock, command
 
     def test_nothing_is_lost_with_one_node_nor_left_half_done_without_a_majority(self):
         first, second, third = (Node(number) for number in (1, 2, 3))
         first.start("--wsrep-new-cluster")
-        tables = "source sql-accounts.sql\nuse qvmail\nsource schema.sql"
         second.start()
-        subprocess.check_call([*first.client, "-e", tables], cwd=CONFIG)
+        output(*first.client, "-e", "source sql-accounts.sql\nuse qvmail\nsource schema.sql", cwd=CONFIG)
         third.start()
-        for node in second, third:  # what schema.sql tells the optimizer reaches a node that is there, and one that joins
+        for node in second, third:  # what schema.sql tells the optimizer reaches one that is there, and one that joins
             self.assertIn("0", node.ask("select cardinality from mysql.table_stats").split())
 
         go_through(first.address)
@@ -82,7 +81,7 @@ class Cluster(unittest.TestCase):
         lock, creation = self.kept_waiting(first, "carl@a.test", "mailbox add carl@a.test")
         first.server.kill()
         first.server.wait()
-        self.assertIn(b"nothing was changed", creation.communicate()[1])
+        self.assertIn("nothing was changed", creation.communicate()[1])
         go_through(first.address, third.address)
         self.check("domain quota a.test", "12 KiB")
         self.check("mailbox add carl@a.test")
@@ -92,7 +91,7 @@ class Cluster(unittest.TestCase):
         second.server.kill()
         third.wait_until("non-Primary", "show status like 'wsrep_cluster_status'")
         lock.communicate()
-        self.assertIn(b"nothing was changed", creation.communicate()[1])
+        self.assertIn("nothing was changed", creation.communicate()[1])
         self.check("mailbox list a.test", status=UNREACHABLE, said="WSREP")
         for change in ("mailbox add eve@a.test", "domain delete a.test --yes"):
             self.check(change, status=UNREACHABLE)
@@ -105,4 +104,4 @@ class Cluster(unittest.TestCase):
         self.check("domain quota b.test", "3 KiB")
 
 
-unittest.main(verbosity=2, warnings="ignore")
+unittest.main(argv=sys.argv[:1], verbosity=2, warnings="ignore")

@@ -4,18 +4,15 @@
 Each test has a domain of its own. Servers see a change after a moment: what is expected is asked for until it holds."""
 
 import contextlib, functools, grp, imaplib, json, os, pwd, re, smtplib, subprocess, sys, time, unittest
+from pathlib import Path
 
-from private_world import TOP
+import private_world
+from private_world import TOP, output, sql
 
-BACKEND, QVMAILCTL = sys.argv.pop(1), sys.argv.pop(1)
+BACKEND = sys.argv[1]
+del sys.argv[1:3]
 SMTP = functools.partial(smtplib.SMTP, "127.0.0.1", local_hostname="client.elsewhere.test", timeout=20)
 WRONG_PASSWORD = str(b"[AUTHENTICATIONFAILED] Authentication failed.")
-
-
-def run(*command, stdin=""):
-    done = subprocess.run(command, input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    assert done.returncode == 0, f"{' '.join(command)}: status {done.returncode}\n{done.stdout}"
-    return done.stdout
 
 
 def password_of(address):
@@ -23,7 +20,9 @@ def password_of(address):
 
 
 def qvmailctl(words, password=""):
-    run(QVMAILCTL, *words.split(), stdin=password + "\n")
+    done = private_world.qvmailctl(words, password + "\n")
+    assert done.returncode == 0, words + done.stderr
+    return done.stdout
 
 
 def send(recipient, subject, size=100, sender="visitor@elsewhere.test"):
@@ -95,24 +94,24 @@ class MailServers(unittest.TestCase):
 
     def nobody_else_reaches(self, mail, address):
         """As a local user: to list, read, rename and plant inboxes fails, though inbox itself is writable for all."""
-        self.assertEqual("2777", run("stat", "-c", "%a", f"{mail}/inbox").strip())
-        for attempt in ("ls /var/spool/vmail", f"ls {mail}/inbox", f"cat {mail}/inbox/{address}", f"touch {mail}/inbox/planted@ways.test",
-                        f"mv {mail}/inbox/{address} {mail}/inbox/away", f"ln -s /etc/passwd {mail}/home/planted",
-                        "mkdir /var/spool/vmail/planted.test"):
-            done = subprocess.run(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "sh", "-c", attempt],
-                                  text=True, capture_output=True)
+        self.assertEqual("2777", output("stat", "-c", "%a", f"{mail}/inbox").strip())
+        nobody = "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"
+        for attempt in ("ls /var/spool/vmail", f"ls {mail}/inbox", f"cat {mail}/inbox/{address}",
+                        f"touch {mail}/inbox/planted@ways.test", f"mv {mail}/inbox/{address} {mail}/inbox/away",
+                        f"ln -s /etc/passwd {mail}/home/planted", "mkdir /var/spool/vmail/planted.test"):
+            done = subprocess.run([*nobody, *attempt.split()], text=True, capture_output=True)
             self.assertIn("Permission denied", done.stderr, attempt)
 
     @unittest.skipIf(BACKEND == "mysql", "no maps")
     def test_a_missing_map_puts_all_mail_off_until_it_is_made(self):
         self.create("alice@a.test")
         os.remove("/etc/vmail/valias.txt.db")
-        run("postfix", "reload")
+        output("postfix", "reload")
         self.answers(451, "alice@a.test")
         for table_type in ("btree", "hash"):
-            run("postconf", "-e", f"default_database_type={table_type}")
-            run(f"{TOP}/config/create-empty-maps")
-            run("postfix", "reload")
+            output("postconf", "-e", f"default_database_type={table_type}")
+            output(f"{TOP}/config/create-empty-maps")
+            output("postfix", "reload")
             self.answers(250, "alice@a.test")
             self.answers(550, "nobody@a.test")
 
@@ -120,18 +119,19 @@ class MailServers(unittest.TestCase):
         self.create("alice@read.test", "bob@read.test")
         send("alice@read.test", "for alice")
         send("BOB@Read.Test", "for bob")
+        send("postmistress", "for a local name")  # of /etc/aliases
         self.inbox_holds(["for alice"], "alice@read.test")
-        self.inbox_holds(["for bob"], "Bob@read.test")
+        self.inbox_holds(["for bob", "for a local name"], "Bob@read.test")
         self.answers(550, "nobody@read.test")
         self.answers(554, "bob@elsewhere.test")
         self.login_is_refused("bob@read.test", "pw-alice")
         qvmailctl("mailbox passwd alice@read.test", "changed")
         self.login_is_refused("alice@read.test")
         self.inbox_holds(["for alice"], "alice@read.test", "changed")
-        self.inbox_holds(["for bob"], "bob@read.test")
 
     def test_a_disabled_mailbox_takes_mail_and_lets_nobody_in(self):
         self.create("alice@off.test", "bob@off.test")
+        self.assertNotIn("table-statistics", subprocess.getoutput(f"{private_world.QVMAILCTL} check"))
         self.inbox_holds([], "bob@off.test")
         qvmailctl("mailbox disable bob@off.test")
         self.login_is_refused("bob@off.test")
@@ -141,7 +141,7 @@ class MailServers(unittest.TestCase):
         self.inbox_holds(["while disabled"], "bob@off.test")
         qvmailctl("quota set bob@off.test 1M")
         self.quota_is(1024, "bob@off.test")
-        shown = json.loads(run(QVMAILCTL, "mailbox", "show", "bob@off.test", "--json"))["result"]
+        shown = json.loads(qvmailctl("mailbox show bob@off.test --json"))["result"]
         self.assertGreater(shown["used"], 0)  # as Dovecot tells
 
     def test_quota_is_reported_and_enforced_and_keeps_the_inbox_in_its_place(self):
@@ -183,7 +183,7 @@ class MailServers(unittest.TestCase):
 
         qvmailctl("alias delete sales@all.test --yes")
         if BACKEND == "mysql":  # the library's deletion of a forwarder leaves a self row; a mailbox may lose its own
-            run("mariadb", "qvmail", "-e", "delete from virtual_aliases where source = 'bob@all.test';"
+            sql("delete from virtual_aliases where source = 'bob@all.test';"
                 "insert into virtual_aliases values ('sales@all.test', 'sales@all.test')")
         send("sales@all.test", "again for sales")
         send("bob@all.test", "again for bob")
@@ -199,15 +199,15 @@ class MailServers(unittest.TestCase):
         qvmailctl("quota set bob@ways.test 1M")
         qvmailctl("catchall set ways.test alice")
         uid, gid = pwd.getpwnam("qvadmin").pw_uid, grp.getgrnam("mail").gr_gid
-        run("postconf", "-e", "dovecot_destination_recipient_limit=1", "virtual_mailbox_base=/var/spool/vmail",
+        output("postconf", "-e", "dovecot_destination_recipient_limit=1", "virtual_mailbox_base=/var/spool/vmail",
             "virtual_mailbox_limit=0", f"virtual_uid_maps=static:{uid}", f"virtual_gid_maps=static:{gid}")
         if BACKEND == "mysql":
-            run("postconf", "-e", "virtual_mailbox_maps=mysql:/etc/postfix/sql-mailboxes.cf")
+            output("postconf", "-e", "virtual_mailbox_maps=mysql:/etc/postfix/sql-mailboxes.cf")
         else:
             qvmailctl("mailbox type bob@ways.test admin")
         ways = []
         for way in ("dovecot", "virtual", "lmtp:unix:private/dovecot-lmtp"):
-            run("sh", "-c", f"postconf -e virtual_transport={way} && postfix reload")
+            output("sh", "-c", f"postconf -e virtual_transport={way} && postfix reload")
             self.answers(250, "bob@ways.test")
             send("bob@ways.test", f"bob by {way}")
             send("anybody@ways.test", f"anybody by {way}")
@@ -215,32 +215,25 @@ class MailServers(unittest.TestCase):
             self.inbox_holds([f"bob by {way}" for way in ways], "bob@ways.test")
             self.inbox_holds([f"anybody by {way}" for way in ways], "alice@ways.test")
             self.nobody_else_reaches("/var/spool/vmail/ways.test/mail", "bob@ways.test")
-            self.assertNotIn("/var/spool/vmail", subprocess.getoutput(f"{QVMAILCTL} check"))
+            self.assertNotIn("/var/spool/vmail", subprocess.getoutput(f"{private_world.QVMAILCTL} check"))
 
     def test_deletion_is_effective(self):
         self.create("alice@gone.test", "bob@gone.test")
-        qvmailctl("quota set bob@gone.test 1M")
-        qvmailctl("alias add sales@gone.test alice@gone.test")
         send("bob@gone.test", "for bob")
         self.inbox_holds(["for bob"], "bob@gone.test")
         qvmailctl("mailbox delete bob@gone.test --yes")
         self.answers(550, "bob@gone.test")
         self.login_is_refused("bob@gone.test")
-
         qvmailctl("mailbox delete bob@gone.test --yes --if-there")  # a login of the last second makes a home again
         qvmailctl("mailbox add bob@gone.test", "second-bob")
         self.inbox_holds([], "bob@gone.test", "second-bob")
-        qvmailctl("catchall set gone.test alice")
         qvmailctl("domain delete gone.test --yes")
-        if BACKEND == "files":  # or mail for the domain's next server would be redirected here
-            self.assertEqual(1, subprocess.call(["postmap", "-q", "@gone.test", "/etc/vmail/vmaps.txt"]))
-        self.eventually(True, lambda: answer_to_recipient("alice@gone.test") in (550, 554))
-        self.eventually(True, lambda: answer_to_recipient("sales@gone.test") in (550, 554))
-        self.login_is_refused("alice@gone.test")
         self.login_is_refused("bob@gone.test", "second-bob")
 
 
+Path("/etc/aliases").write_text("postmaster: root\npostmistress: bob@read.test\n")
+output("rm", "-f", "/etc/aliases.db")
 if BACKEND == "mysql":
-    run(f"{TOP}/scripts/start-mariadb", "empty")
-run(f"{TOP}/scripts/start-mail-servers", BACKEND, QVMAILCTL)
+    output(f"{TOP}/scripts/start-mariadb", "empty")
+output(f"{TOP}/scripts/start-mail-servers", BACKEND, private_world.QVMAILCTL)
 unittest.main(verbosity=2, warnings="ignore")  # imaplib leaves sockets to the collector that Dovecot closed

@@ -1,41 +1,20 @@
 #!/usr/bin/env python3
-"""races_test.py QVMAILCTL [OPTION ...] - many administrators at once, and servers that look all the time
+"""races_test.py files|mysql COMMANDS QVMAILCTL PANEL - many administrators and a panel at once, and servers that look
 
-Runs inside scripts/private-world, with Dovecot as config/ has it. The options go to each qvmailctl.
-Mailboxes and forwarders with colliding names come and go, eight commands at a time; meanwhile those that
-nobody touches must be found at every single look, and in the end there is what the commands said.
+Runs inside scripts/private-world, with the servers as config/ has them. All commands are started at the same moment:
+half of them about a mailbox or a forwarder of their own, half about few with colliding names, which come and go.
+Meanwhile those that nobody touches must be found at every single look, and in the end there is what the commands said.
 """
 
-import collections
-import contextlib
-import ctypes
-import json
-import os
-import random
-import struct
-import subprocess
-import sys
-import threading
-import time
-import unittest
-from concurrent.futures import ThreadPoolExecutor
-from pathlib import Path
+import collections, contextlib, ctypes, json, os, random, struct, subprocess, sys, threading, time, unittest
 
-from private_world import TOP
+from private_world import ETC, EXISTS, NOT_THERE, SPOOL, TOP, output, qvmailctl, start
 
-QVMAILCTL = sys.argv[1:]
-COMMANDS, AT_ONCE, SECONDS = 200, 8, 35
-NOT_THERE, EXISTS, BUSY = 67, 73, 75  # exit statuses
-DOMAINS, USERS = ("b.test", "ab.test"), ("a", "ba", "cba")
-ETC = Path("/etc/vmail")
-
-
-def run(*command):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL)
-
-
-def qvmailctl(words):
-    return subprocess.run([*QVMAILCTL, *words.split()], input="secret\n", text=True, capture_output=True)
+BACKEND, COMMANDS, PANEL = sys.argv[1], int(sys.argv[2]), sys.argv[4]
+DOMAINS = "b.test", "ab.test"
+FEW = "a@b.test", "ba@b.test", "cba@b.test", "a@ab.test", "ba@ab.test", "cba@ab.test"
+SERVED = ("VirtualHosts", "vpasswd", "vshadow", "vmaps.txt", "valias.txt", "vquota.txt",
+          "vmaps.txt.db", "valias.txt.db", "vquota.txt.db")
 
 
 class Disappearances:
@@ -61,93 +40,98 @@ class Disappearances:
 def looks(domain):
     """Each kind of look-up, and whether it finds what nobody touches."""
     mailbox, forwarder = f"keep@{domain}", f"info@{domain}"
-    return {
-        "postmap -q, mailbox": lambda: mailbox in run("postmap", "-q", mailbox, ETC / "vmaps.txt").stdout,
-        "postmap -q, forwarder": lambda: mailbox in run("postmap", "-q", forwarder, ETC / "valias.txt").stdout,
-        "doveadm user": lambda: run("doveadm", "user", mailbox).returncode == 0,
-        "doveadm auth test": lambda: run("doveadm", "auth", "test", mailbox, "secret").returncode == 0}
+    if BACKEND == "files":
+        mailboxes, aliases = ETC / "vmaps.txt", ETC / "valias.txt"
+    else:
+        mailboxes, aliases = (f"mysql:/etc/postfix/sql-{what}.cf" for what in ("mailboxes", "aliases"))
+
+    def finds(*command):
+        return lambda: subprocess.run(command, capture_output=True, stdin=subprocess.DEVNULL).returncode == 0
+
+    return {"postmap -q, mailbox": finds("postmap", "-q", mailbox, mailboxes),
+            "postmap -q, forwarder": finds("postmap", "-q", forwarder, aliases),
+            "doveadm user": finds("doveadm", "user", mailbox),
+            "doveadm auth test": finds("doveadm", "auth", "test", mailbox, "secret")}
+
+
+def random_change(chance, number):
+    """Words of a command, the address it is about, and whether no other command is about it."""
+    is_own = number % 2 == 0
+    thing, action = chance.choice(("mailbox", "alias")), "add" if is_own else chance.choice(("add", "delete"))
+    address = f"own{number}@b.test" if is_own else chance.choice(FEW)
+    address = address if thing == "mailbox" else "to" + address
+    more = "--yes" if action == "delete" else "--quota 5M" if thing == "mailbox" else "keep@b.test"
+    return f"{thing} {action} {address} {more}", (thing, address), is_own
 
 
 class Races(unittest.TestCase):
+    def done(self, words):
+        done = qvmailctl(words)
+        self.assertEqual(0, done.returncode, words + done.stderr)
+        return done.stdout
+
+    def look(self, name, finds):
+        while not self.all_have_ended:
+            found = finds()
+            with self.counting:
+                self.made[name] += 1
+                self.missed[name] += not found
+
     def test_nobody_is_missed_and_nothing_is_lost(self):
         for domain in DOMAINS:
-            for words in (f"domain add {domain} keep --quota 1M", f"alias add info@{domain} keep@{domain}"):
-                done = qvmailctl(words)
-                self.assertEqual(0, done.returncode, words + done.stderr)
-        for look in (look for domain in DOMAINS for look in looks(domain).values()):
-            while not look():  # Dovecot looks at a changed file once a second
-                self.assertLess(time.monotonic() - STARTED, 20)
+            self.done(f"domain add {domain} keep --quota 1M")
+            self.done(f"alias add info@{domain} keep@{domain}")
+        all_looks, begin = [item for domain in DOMAINS for item in looks(domain).items()], time.monotonic()
+        for _, finds in all_looks:
+            while not finds():  # Dovecot looks at a changed file once a second
+                self.assertLess(time.monotonic() - begin, 20)
 
-        made, missed, statuses, ended = (collections.Counter() for _ in range(4))
-        present = collections.Counter()  # additions less deletions that were done
-        disappearances = Disappearances("/etc", ETC)
-        begin, counting = time.monotonic(), threading.Lock()
-
-        def read(name, look):
-            while not ended:
-                found = look()
-                with counting:
-                    made[name] += 1
-                    missed[name] += not found
-
-        def write(words):
-            if time.monotonic() - begin > SECONDS:
-                return
-            done = qvmailctl(words)
-            thing, action, address = words.split()[:3]
-            with counting:
-                statuses[done.returncode] += 1
-                if done.returncode == 0:
-                    present[thing, address] += {"add": 1, "delete": -1}[action]
-                elif done.returncode not in (NOT_THERE, EXISTS, BUSY):
-                    complaints.append(f"{words}: {done.stderr}")
-
-        complaints, chance = [], random.Random(1)
-        addresses = [f"{user}@{domain}" for user in USERS for domain in DOMAINS]
-        changes = []
-        for _ in range(COMMANDS):
-            thing, address = chance.choice(("mailbox", "alias")), chance.choice(addresses)
-            name = address if thing == "mailbox" else "to" + address
-            changes.append(f"{thing} {chance.choice(('add', 'delete'))} {name}")
-        changes = [words + {"mailbox add": " --quota 5M", "alias add": " keep@b.test"}.get(" ".join(words.split()[:2]), " --yes")
-                   for words in changes]
-        readers = [threading.Thread(target=read, args=item) for domain in DOMAINS for item in looks(domain).items()]
+        self.made, self.missed = collections.Counter(), collections.Counter()
+        self.counting, self.all_have_ended = threading.Lock(), False
+        disappearances, begin, chance = Disappearances("/etc", ETC), time.monotonic(), random.Random(7)
+        readers = [threading.Thread(target=self.look, args=item) for item in all_looks]
         for reader in readers:
             reader.start()
-        with ThreadPoolExecutor(AT_ONCE) as writers:
-            list(writers.map(write, changes))
-        ended["yes"] = 1
+        panel = subprocess.Popen([PANEL, "30"], stderr=subprocess.PIPE, text=True)
+        changes = [random_change(chance, number) for number in range(COMMANDS)]
+        running = [start(words + " --wait 600", stdin=open("/run/password"), stdout=subprocess.DEVNULL)
+                   for words, _, _ in changes]
+
+        statuses, present = collections.Counter(), collections.Counter()  # additions less deletions that were done
+        for (words, place, is_own), process in zip(changes, running):
+            said = process.communicate()[1]
+            statuses[process.returncode] += 1
+            self.assertIn(process.returncode, (0,) if is_own else (0, NOT_THERE, EXISTS), words + said)
+            if process.returncode == 0:
+                present[place] += 1 if " add " in words else -1
+        by_panel = panel.communicate()[1].split()
+        self.all_have_ended = True
         for reader in readers:
             reader.join()
-        print(f"{sum(statuses.values())} commands in {time.monotonic() - begin:.0f} s, statuses {dict(statuses)}; "
-              f"look-ups {dict(made)}, missed {dict(missed)}", file=sys.stderr)
-        print("reliability:", json.dumps({"commands": sum(statuses.values()), "look-ups": sum(made.values())}), file=sys.stderr)
+        self.assertEqual((0, 20), (panel.returncode, len(by_panel)), by_panel)
+        print(f"{COMMANDS} commands on {BACKEND} in {time.monotonic() - begin:.0f} s, statuses {dict(statuses)}; "
+              f"look-ups {dict(self.made)}, missed {dict(self.missed)}", file=sys.stderr)
+        print("reliability:", json.dumps({"commands at once": COMMANDS, "look-ups": sum(self.made.values())}))
 
-        served = "VirtualHosts vpasswd vshadow vmaps.txt valias.txt vquota.txt vmaps.txt.db valias.txt.db vquota.txt.db".split()
-        gone = collections.Counter(name for name in disappearances.names() if name in served)
+        present.update([("mailbox", address) for address in (*by_panel, *(f"keep@{domain}" for domain in DOMAINS))] +
+                       [("alias", "to" + address) for address in by_panel] +
+                       [("alias", f"info@{domain}") for domain in DOMAINS])
+        self.assertLessEqual({*present.values()}, {0, 1})
+        for thing in "mailbox", "alias":
+            expected = sorted(address for (kind, address), count in present.items() if kind == thing and count)
+            self.assertEqual(expected, self.done(f"{thing} list").splitlines())
+            if thing == "mailbox":
+                self.assertEqual(expected, sorted(home.name for home in SPOOL.glob("*/mail/home/*@*")))
+        self.assertGreater(statuses[0], COMMANDS / 2)
+        self.done("check")  # each map and table against the others
+        gone = {name for name in disappearances.names() if name in SERVED}
+        self.assertEqual((0, set()), (sum(self.missed.values()), gone), f"missed: {dict(self.missed)}")
 
-        expected = {thing: sorted([address for (kind, address), count in present.items() if kind == thing and count] +
-                                  [f"{'keep' if thing == 'mailbox' else 'info'}@{domain}" for domain in DOMAINS])
-                    for thing in ("mailbox", "alias")}
-        for file, thing in (("vmaps.txt", "mailbox"), ("valias.txt", "alias"), ("vquota.txt", "mailbox"),
-                            ("vpasswd", "mailbox"), ("vshadow", "mailbox")):
-            lines = [line for line in (ETC / file).read_text().splitlines() if line]
-            self.assertEqual(expected[thing], sorted(line.replace(":", " ").split()[0] for line in lines), file)
-            if file.endswith(".txt"):
-                entries = run("postmap", "-s", ETC / file).stdout.splitlines()
-                self.assertEqual(sorted(line.split() for line in lines), sorted(entry.split() for entry in entries), file)
-        for domain in DOMAINS:
-            homes = sorted(home.name for home in Path(f"/var/spool/vmail/{domain}/mail/home").glob("*@*"))
-            self.assertEqual([address for address in expected["mailbox"] if address.endswith("@" + domain)], homes)
-        self.assertEqual([], complaints)
-        self.assertGreater(statuses[0], COMMANDS / 10)
-        self.assertTrue("--wait" not in QVMAILCTL or statuses[BUSY] == 0, "some have not waited")
-        self.assertEqual((0, {}), (sum(missed.values()), gone), f"missed: {dict(missed)}; files that were gone for a moment")
-
-
-STARTED = time.monotonic()
 
 if __name__ == "__main__":
-    started = run(TOP / "scripts/start-mail-servers", "files", QVMAILCTL[0])
-    assert started.returncode == 0, started.stdout
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    with open("/run/password", "w") as file:
+        file.write("secret\n")
+    if BACKEND == "mysql":
+        output(TOP / "scripts/start-mariadb", "empty")
+    output(TOP / "scripts/start-mail-servers", BACKEND, sys.argv[3])
+    unittest.main(argv=sys.argv[:1], verbosity=2, warnings="ignore")

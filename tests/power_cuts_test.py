@@ -9,12 +9,7 @@ along the names of all files, but not their content. The database is another mac
 EVERY as in faults_test.py.
 """
 
-import contextlib
-import itertools
-import os
-import subprocess
-import sys
-import unittest
+import contextlib, itertools, os, subprocess, sys, unittest
 from pathlib import Path
 
 import faults_test
@@ -88,7 +83,8 @@ class PowerCuts(faults_test.Interruptions):
     def test_the_images_show_what_was_not_synced(self):
         for synced in ("nothing", "/etc", "the spool") if BACKEND == "files" else ("nothing", "/etc"):
             self.faults.clear()
-            self.cut("mailbox add dcba@b.test --quota 7K", faults_test.NO_QUOTA_FIELDS, synced, INJECT, "--syncs", "pretend", "0")
+            self.cut("mailbox add dcba@b.test --quota 7K", faults_test.NO_QUOTA_FIELDS, synced,
+                     INJECT, "--syncs", "pretend", "0")
             self.assertTrue(self.faults, synced)
         self.faults.clear()
 
@@ -109,11 +105,11 @@ def setUpModule():
 
 def make_loop_devices():
     """A private world has no devices but those that all need."""
-    with contextlib.suppress(FileExistsError):
-        os.mknod("/dev/loop-control", 0o20600, os.makedev(10, 237))
-    for number in range(64):
+    devices = {f"/dev/loop{number}": (0o60600, os.makedev(7, number)) for number in range(64)}
+    devices["/dev/loop-control"] = 0o20600, os.makedev(10, 237)
+    for device, (mode, number) in devices.items():
         with contextlib.suppress(FileExistsError):
-            os.mknod(f"/dev/loop{number}", 0o60600, os.makedev(7, number))
+            os.mknod(device, mode, number)
     if subprocess.call(["losetup", "--find"], stdout=subprocess.DEVNULL) != 0:
         sys.exit("power_cuts_test.py: this machine has no loop devices; load the module, or use a virtual machine")
 

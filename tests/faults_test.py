@@ -2,48 +2,34 @@
 """faults_test.py files|mysql EVERY[+SEED] QVMAILCTL INJECT [TEST ...] - dies and fails at every step
 
 Runs inside scripts/private-world. Each changing command is run again and again, killed before its first
-change of a file, before its second, and so on; or that change fails, or a read; with a database also
-each sending of a statement and each receipt of an answer. At once, no file may be other than it was or is to be, nor an entry be
+change of a file, before its second, and so on; or that change fails, or a read; with a database also each sending of
+a statement and each receipt of an answer. At once, no file may be other than it was or is to be, nor an entry be
 missing that the command is not about. After the next command the state is the old or the new one, whole.
 
 EVERY is 1 for all, which takes long; 9 for a ninth, 9+1 to 9+8 for the others (an even number would leave
 out kinds of failures).
 """
 
-import collections
-import contextlib
-import ctypes
-import functools
-import itertools
-import json
-import os
-import re
-import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
+import collections, contextlib, ctypes, functools, itertools, json, os, re, shutil, subprocess
+import sys, tempfile, unittest
 from pathlib import Path
 
-from private_world import TOP
+from private_world import CONF, ETC, EXISTS, LIST, NOT_THERE, SPOOL, TOP, output as run
 
 BACKEND, SAMPLE, QVMAILCTL, INJECT = sys.argv[1:5]
 EVERY, SEED = map(int, f"{SAMPLE}+0".split("+")[:2])
-ETC, SPOOL, LIST, CONF = Path("/etc/vmail"), Path("/var/spool/vmail"), Path("/etc/VirtualHosts"), Path("/etc/Quorvel.conf")
 NOTHING_CHANGED = 64, 65, 67, 69, 73, 74, 75, 77, 78  # exit statuses
-EXISTS = 73
-DONE_ALREADY = 67, EXISTS  # a repeated deletion or addition
+DONE_ALREADY = NOT_THERE, EXISTS  # a repeated deletion or addition
 POSTMAP, POSTFIX, REAL_POSTMAP = "/usr/sbin/postmap", "/usr/sbin/postfix", "/run/postmap"
 TABLES = "virtual_domains", "virtual_users", "virtual_aliases"
 SIDE_FILE = re.compile(r"\.(qvbackup|CABackup|addbak|editbak|delbak)$|\.aside-")  # what a change may leave
 NO_QUOTA_FIELDS, QUOTA_FIELDS = "no", "yes"  # DovecotLDA
 
-WORLD = """domain add b.test a; domain add ab.test a --quota 1M; mailbox add ba@b.test --quota 2M;
-    mailbox add cba@b.test --quota 3M; mailbox add ba@ab.test; mailbox add cba@ab.test;
-    mailbox add dba@ab.test --quota 5M;
-    alias add info@b.test a@b.test; alias add cba@b.test x@else.test; alias add keep@b.test a@b.test;
-    alias add info@ab.test a@b.test; list add team@b.test a@b.test ba@b.test x@else.test;
-    catchall set b.test a; mailbox disable ba@b.test"""
+WORLD = ["domain add b.test a", "domain add ab.test a --quota 1M", "mailbox add ba@b.test --quota 2M",
+         "mailbox add cba@b.test --quota 3M", "mailbox add ba@ab.test", "mailbox add cba@ab.test",
+         "mailbox add dba@ab.test --quota 5M", "alias add info@b.test a@b.test", "alias add cba@b.test x@else.test",
+         "alias add keep@b.test a@b.test", "alias add info@ab.test a@b.test",
+         "list add team@b.test a@b.test ba@b.test x@else.test", "catchall set b.test a", "mailbox disable ba@b.test"]
 HARMLESS = "alias set keep@b.test a@b.test"
 ABOUT_QUOTAS = [
     "domain add cab.test boss --quota 7K", "domain delete ab.test --yes", "mailbox add dcba@b.test --quota 7K",
@@ -76,10 +62,6 @@ POSTMAP_STAND_INS = {
     "fails at its second table": f'[ -e /run/second ] && exit 1; : > /run/second; exec {REAL_POSTMAP} "$@"',
     "leaves half a table": f'{REAL_POSTMAP} "$@"; for table; do :; done; truncate -s 4096 "$table.db"; kill -9 $$'}
 POSTFIX_STAND_INS = {name: POSTMAP_STAND_INS[name] for name in ("fails", "is killed", "is killed with its caller")}
-
-
-def run(*command):
-    return subprocess.run(command, text=True, stdout=subprocess.PIPE, check=True).stdout
 
 
 def qvmailctl(words, prefix=(), password="changed"):
@@ -173,7 +155,7 @@ class World:
         self.rows, self.news = {table: [] for table in TABLES}, {}
         self.restore()
         run(TOP / "config/create-empty-maps")
-        for words in WORLD.split(";") + [HARMLESS]:
+        for words in [*WORLD, HARMLESS]:
             done = qvmailctl(words, password="secret")
             assert done.returncode == 0, words + done.stderr
         (SPOOL / "b.test/mail/inbox/cba@b.test").write_text("mail of old\n")

@@ -8,15 +8,7 @@ the operation must come to the state that it is to make, with nothing for check 
 EVERY as in faults_test.py.
 """
 
-import collections
-import itertools
-import json
-import os
-import shutil
-import subprocess
-import sys
-import time
-import unittest
+import collections, itertools, json, os, shutil, subprocess, sys, time, unittest
 
 import faults_test
 from faults_test import BACKEND, COUNTS, ETC, EVERY, INJECT, SEED, differences, qvmailctl, state

@@ -93,7 +93,7 @@ void populateFiles(const World& world)
     writeLines(VQUOTAFILE, world.accounts, [](int i) { return quotaLine(addressOf(i)); });
     writeLines(
         VMAPSFILE, world.accounts, [](int i) { return mapLine(domainOf(i), addressOf(i)); },
-        "@" + world.domain + " " + world.domain + "/mail/inbox/" + world.plainAddress + "\n");
+        "@" + world.domain + " " + inboxOf(world.domain, world.plainAddress) + "\n");
     writeLines(
         VALIASFILE, world.accounts, [](int i) { return aliasOf(i) + " " + addressOf(i); },
         world.address + " " + Elsewhere + "\n" + world.list + " " + world.address + "," +
@@ -198,7 +198,7 @@ void makeDomain(const World& world, int lastMailbox)
     CQVTrackManager tracing;
     world.manager(tracing).Postfix_CreateDomDir(domain);
     for (int i = lastMailbox; i >= 0 && domainOf(i) == domain; --i)
-        makeHome(VSPOOLDIR "/" + domain + "/mail/home/" + addressOf(i));
+        makeHome(homeOf(domain, addressOf(i)));
 }
 
 void makeSpool(const World& world)
@@ -214,7 +214,7 @@ void restoreSpool(const World& world)
     std::filesystem::remove_all(VSPOOLDIR "/" + world.newDomain);
     if (!std::filesystem::exists(world.tree()))
         makeDomain(world, world.accounts - 1);
-    for (const auto& home : std::filesystem::directory_iterator(world.tree() + "/mail/home"))
+    for (const auto& home : std::filesystem::directory_iterator(world.tree() + HomeDirectory))
         if (home.path().filename().string().rfind("new", 0) == 0)
             std::filesystem::remove(home);
     if (!std::filesystem::exists(world.homeOf(world.address)))
@@ -271,7 +271,7 @@ std::string databasePassword()
 
 std::string passwdLine(const std::string& domain, const std::string& address)
 {
-    const std::string home = VSPOOLDIR "/" + domain + "/mail/home/" + address;
+    const std::string home = homeOf(domain, address);
     return address + ":x:4201:4101:" + address + ":" + home +
            ":/bin/false:userdb_mail=mbox:" + home + " userdb_quota_rule=*:storage=" + Quota + "B";
 }
@@ -283,7 +283,7 @@ std::string shadowLine(const std::string& address)
 
 std::string mapLine(const std::string& domain, const std::string& address)
 {
-    return address + " " + domain + "/mail/inbox/" + address;
+    return address + " " + inboxOf(domain, address);
 }
 
 std::string quotaLine(const std::string& address)

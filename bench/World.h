@@ -4,6 +4,7 @@
 #define BENCH_WORLD_H
 
 #include "PostfixManager.h"
+#include "system/DomainTree.h"
 
 #include <mysql/mysql.h>
 
@@ -32,13 +33,10 @@ struct World {
     std::string newDomain;
 
     std::string tree() const { return VSPOOLDIR "/" + domain; }
-    std::string homeOf(const std::string& mailbox) const
-    {
-        return tree() + "/mail/home/" + mailbox;
-    }
+    std::string homeOf(const std::string& mailbox) const { return ::homeOf(domain, mailbox); }
     std::string inboxOf(const std::string& mailbox) const
     {
-        return tree() + "/mail/inbox/" + mailbox;
+        return VSPOOLDIR "/" + ::inboxOf(domain, mailbox);
     }
 
     void populate() const;

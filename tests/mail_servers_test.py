@@ -102,19 +102,6 @@ class MailServers(unittest.TestCase):
             done = subprocess.run([*nobody, *attempt.split()], text=True, capture_output=True)
             self.assertIn("Permission denied", done.stderr, attempt)
 
-    @unittest.skipIf(BACKEND == "mysql", "no maps")
-    def test_a_missing_map_puts_all_mail_off_until_it_is_made(self):
-        self.create("alice@a.test")
-        os.remove("/etc/vmail/valias.txt.db")
-        output("postfix", "reload")
-        self.answers(451, "alice@a.test")
-        for table_type in ("btree", "hash"):
-            output("postconf", "-e", f"default_database_type={table_type}")
-            output(f"{TOP}/config/create-empty-maps")
-            output("postfix", "reload")
-            self.answers(250, "alice@a.test")
-            self.answers(550, "nobody@a.test")
-
     def test_mail_is_received_and_read(self):
         self.create("alice@read.test", "bob@read.test")
         send("alice@read.test", "for alice")

@@ -34,7 +34,7 @@ const char* faultOfAccount(std::string_view line, std::string_view name)
                                                                 : "its UID or GID is no number";
 }
 
-const char* faultOfPassword(std::string_view line, std::string_view name)
+const char* faultOfShadowLine(std::string_view line, std::string_view name)
 {
     if (accountName(line) != name || std::count(line.begin(), line.end(), ':') != 8)
         return "it has not the nine fields of a password line: NAME:HASH:DAY::99999::::TYPE";
@@ -58,7 +58,7 @@ const char* faultOfLine(std::string_view map, std::string_view line)
     if (map == VPASSWDFILE)
         return faultOfAccount(line, name);
     if (map == VSHADOWFILE)
-        return faultOfPassword(line, name);
+        return faultOfShadowLine(line, name);
 
     const std::string_view value = line.substr(std::min(name.size() + 1, line.size()));
     if (map == VQUOTAFILE)

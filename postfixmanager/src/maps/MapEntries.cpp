@@ -7,7 +7,7 @@
 namespace
 {
 
-std::size_t hashOf(std::string_view line)
+std::size_t nameHash(std::string_view line)
 {
     return std::hash<std::string_view>()(wholeName(line));
 }
@@ -24,9 +24,9 @@ bool mayHoldNameOf(const std::string& entry, const std::string& map)
         MapReader reader(map);
         std::string_view line;
         while (reader.nextLine(line))
-            staged->names.insert(hashOf(line));
+            staged->names.insert(nameHash(line));
     }
-    return !staged->names.insert(hashOf(entry)).second;
+    return !staged->names.insert(nameHash(entry)).second;
 }
 
 } // namespace

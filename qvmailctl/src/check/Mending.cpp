@@ -26,7 +26,7 @@ constexpr int PatienceWithPostfix = 60; // seconds
 void keepLongerCopy(const std::string& map)
 {
     const std::string copy = map + ".qvbackup";
-    if (linesIn(copy) <= linesIn(map))
+    if (countLines(copy) <= countLines(map))
         return;
     const std::string aside = asideNameOf(copy);
     if (link(copy.c_str(), aside.c_str()) != 0 && errno != EEXIST)

@@ -63,7 +63,7 @@ std::vector<std::string> namesIn(const std::string& directory)
     return names;
 }
 
-std::size_t linesIn(const std::string& file)
+std::size_t countLines(const std::string& file)
 {
     std::size_t count = 0;
     LineReader reader(file);
@@ -83,7 +83,7 @@ std::string description(const std::string& file)
     };
     char date[32] = "";
     strftime(date, sizeof date, "%Y-%m-%d %H:%M", localtime_r(&changed, &parts));
-    return std::to_string(linesIn(file)) + " lines, " + std::to_string(facts->size) + " bytes, " +
+    return std::to_string(countLines(file)) + " lines, " + std::to_string(facts->size) + " bytes, " +
            date;
 }
 

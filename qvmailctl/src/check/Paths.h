@@ -36,7 +36,7 @@ bool isThere(const std::string& path);
 std::vector<std::string> namesIn(const std::string& directory);
 
 // How many lines are not empty; 0 when the file cannot be read.
-std::size_t linesIn(const std::string& file);
+std::size_t countLines(const std::string& file);
 
 // "12 lines, 340 bytes, 2024-05-01 12:30".
 std::string description(const std::string& file);

@@ -77,7 +77,7 @@ bool isWhole(const std::string& file, const std::string& map)
     return reader.error() == 0 && faults == 0 && line.empty(); // the last line has its end
 }
 
-void publish(const std::string& map, Mending& mending)
+void publishMended(const std::string& map, Mending& mending)
 {
     if (hasTable(map))
         buildTable(map);
@@ -88,7 +88,7 @@ void takePlace(const std::string& workFile, const std::string& map, Mending& men
 {
     giveRights(workFile, ownershipApart("root", MailReaders).value_or(Ownership{0, 0}), MapMode);
     moveAside(workFile, map);
-    publish(map, mending);
+    publishMended(map, mending);
 }
 
 void makeEmpty(const std::string& map, Mending& mending)
@@ -97,7 +97,7 @@ void makeEmpty(const std::string& map, Mending& mending)
     if (file < 0)
         refuse(map + " cannot be made: " + strerror(errno));
     close(file);
-    publish(map, mending);
+    publishMended(map, mending);
 }
 
 // The plain editors of a domain's lines share a work file, to which each adds: where it could not
@@ -192,7 +192,7 @@ Finding lookAtWorkFile(const std::string& file, const std::set<std::string>& map
     const std::string copy = map + Backup;
     return {"work-file", file, "", fault,
             "compare them; where this is the whole new map, " + bringBack("mv", file, map) +
-                (linesIn(copy) > 0 ? ", else " + bringBack("cp -p", copy, map) : "")};
+                (countLines(copy) > 0 ? ", else " + bringBack("cp -p", copy, map) : "")};
 }
 
 void lookForMap(const std::string& map, const WorkFiles& workFiles, Findings& findings)
@@ -211,7 +211,7 @@ void lookForMap(const std::string& map, const WorkFiles& workFiles, Findings& fi
         findings.push_back({"map-missing", map, "", fault,
                             "it is made of its lines, with which another map begins", Mend::Beside,
                             [map, lines](Mending& mending) { makeFrom(lines, map, mending); }});
-    else if (linesIn(map + std::string(Backup)) > 0)
+    else if (countLines(map + std::string(Backup)) > 0)
         findings.push_back({"map-missing", map, "", fault,
                             "bring it back, " + bringBack("cp -p", map + Backup, map)});
     else

@@ -19,7 +19,8 @@ void refuseList(const Hosting& hosting, const std::string& address)
              address + " is a mailing list; use \"qvmailctl list set\" or \"list delete\"");
 }
 
-// Whether it has a mailbox is asked only where it may be a list: the account files are the longest maps.
+// Whether it has a mailbox is asked only where it may be a list: the account files are the longest
+// maps.
 Hosting readForwarder(const Session& session, const Address& address)
 {
     Hosting hosting = session.read(addressAlone(address), Domains | Aliases);

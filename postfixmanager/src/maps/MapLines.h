@@ -13,8 +13,8 @@ inline bool contains(std::string_view text, std::string_view part)
     return text.find(part) != std::string_view::npos;
 }
 
-// Where the text begins for the first time; npos when nowhere. An address or a part of one is looked for by
-// its "@": lines hold few, so that this takes a fraction of the time that it takes memmem.
+// Where the text begins for the first time; npos when nowhere. An address or a part of one is looked
+// for by its "@": lines hold few, so that this takes a fraction of the time that memmem takes.
 inline std::size_t placeOf(std::string_view text, std::string_view searched)
 {
     constexpr std::size_t Nowhere = std::string_view::npos;

@@ -83,8 +83,8 @@ std::string description(const std::string& file)
     };
     char date[32] = "";
     strftime(date, sizeof date, "%Y-%m-%d %H:%M", localtime_r(&changed, &parts));
-    return std::to_string(countLines(file)) + " lines, " + std::to_string(facts->size) + " bytes, " +
-           date;
+    return std::to_string(countLines(file)) + " lines, " + std::to_string(facts->size) +
+           " bytes, " + date;
 }
 
 std::string copiesOf(const std::string& map)

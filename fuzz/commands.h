@@ -12,11 +12,11 @@
 // What the command answers; a refusal is a status and a sentence.
 inline Answer answerOf(const Object& object, const Given& given, const Options& options = {})
 {
-    setenv("PATH", "/usr/bin", 1); // which each host makes longer
-    Host host(options);
+    setenv("PATH", "/usr/bin", 1); // which each session makes longer
+    Session session(options);
     try {
-        Answer answer = object.actions.front().run(host, given);
-        return answer.result.is_null() ? host.changes.answer(options.dryRun) : answer;
+        Answer answer = object.actions.front().run(session, given);
+        return answer.result.is_null() ? session.changes.answer(options.dryRun) : answer;
     } catch (const Stop& refusal) {
         return {{}, {}, refusal.status, refusal.sentence};
     }
@@ -41,7 +41,7 @@ inline Answer imported(const std::string& document)
     return answerOf(importCommand(), given, options);
 }
 
-// What is hosted can be moved to an empty host, and is the same there.
+// What is hosted can be moved to an empty session, and is the same there.
 inline void requireToMove()
 {
     const std::string document = textOf(answerOf(exportCommand(), {}));

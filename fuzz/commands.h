@@ -41,7 +41,7 @@ inline Answer imported(const std::string& document)
     return answerOf(importCommand(), given, options);
 }
 
-// What is hosted can be moved to an empty session, and is the same there.
+// What is hosted can be moved to an empty host, and is the same there.
 inline void requireToMove()
 {
     const std::string document = textOf(answerOf(exportCommand(), {}));

@@ -242,12 +242,12 @@ void readAliasTable(Hosting& hosting, SqlConnection& database, const Wanted& wan
     std::string condition = conditionOn(database, "source", wanted);
     if (!wanted.address.empty())
         condition += " or source = " + database.literal("@" + wanted.domain);
-    const std::string query = "select source, destination from virtual_aliases where ";
-    std::string forwarders; // asked apart: with an "or", the optimizer reads all rows
-    if (wanted.forwarders)
-        forwarders = " union all " + query + "destination = " + database.literal(wanted.address) +
-                     " and not (" + condition + ")";
-    for (const Row& row : database.rows(query + condition + forwarders)) {
+    const std::string select = "select source, destination from virtual_aliases where ";
+    std::string query = select + condition;
+    if (wanted.forwarders) // asked apart: with an "or", the optimizer reads all rows
+        query += " union all " + select + "destination = " + database.literal(wanted.address) +
+                 " and not (" + condition + ")";
+    for (const Row& row : database.rows(query)) {
         const std::string source = lowerCase(row[0]);
         if (source.substr(0, 1) == "@")
             hosting.catchAlls.try_emplace(source.substr(1), lowerCase(row[1]));

@@ -64,9 +64,13 @@ void repair(bool hasTails)
 {
     const Hosting before = hosting();
     const Answer first = check(true);
-    if (!hasTails)
+    const bool isDone = first.result.is_object();
+    // A line that belongs to another map, and stands there, is removed.
+    const bool hasStrays =
+        isDone && contains(findingsIn(first.result["repaired"]), "line-malformed");
+    if (!hasTails && !hasStrays)
         requireKept(before, hosting());
-    if (!first.result.is_object())
+    if (!isDone)
         return; // refused
     const Answer second = check(true);
     require(second.result.is_object() && findingsIn(second.result["repaired"]).empty(),

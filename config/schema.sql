@@ -56,4 +56,4 @@ CREATE TABLE virtual_aliases (
 --
 --     replace into mysql.table_stats (db_name, table_name, cardinality) values ('qvmail', 'virtual_aliases', 0);
 --     flush tables qvmail.virtual_aliases;
-/*M! ANALYZE TABLE virtual_aliases PERSISTENT FOR COLUMNS () INDEXES () */;
+ANALYZE TABLE virtual_aliases /*M! PERSISTENT FOR COLUMNS () INDEXES () */;

@@ -39,7 +39,7 @@ int listFromMap(const std::string& domain, VectorString& lists)
     PackedNames keys;
     std::string_view line;
     while (map.nextLine(line))
-        if (!line.empty() && liesIn(line, line, domain))
+        if (!line.empty() && liesIn(line, domain))
             keys.add(mapKey(line));
 
     // An address that is also a mailbox has a forwarder, not a list.

@@ -16,6 +16,11 @@ bool liesIn(std::string_view line, std::string_view searched, std::string_view d
                                   : textAfter(wholeName(line), '@') == domain;
 }
 
+bool liesIn(std::string_view lineWithDomain, std::string_view domain)
+{
+    return openStage() == nullptr || textAfter(wholeName(lineWithDomain), '@') == domain;
+}
+
 bool isOfDomain(std::string_view line, std::string_view found, std::string_view domain)
 {
     return (openStage() == nullptr ? found : textAfter(wholeName(line), '@')) == domain;

@@ -11,6 +11,10 @@ namespace
 constexpr char Left = 'l';
 constexpr char StruckOut = 's';
 
+// What stands before the letters of a name: its state, and how many they are.
+using Length = std::uint32_t;
+constexpr std::size_t HeadSize = 1 + sizeof(Length);
+
 constexpr int OffsetBits = 20;
 constexpr std::size_t BlockSize = std::size_t{1} << OffsetBits;
 constexpr std::uint64_t OffsetMask = BlockSize - 1;
@@ -57,12 +61,16 @@ std::uint64_t hashIgnoringCase(std::string_view text)
 
 void PackedNames::add(std::string_view name)
 {
-    const std::size_t size = name.size() + 2;
-    if (m_blocks.empty() || m_blocks.back().size() + size > BlockSize)
-        m_blocks.emplace_back().reserve(std::max(size, BlockSize));
-    m_blocks.back() += Left;
-    m_blocks.back() += name;
-    m_blocks.back() += '\n';
+    const auto length = static_cast<Length>(name.size());
+    const std::size_t size = HeadSize + length;
+    if (m_blocks.empty() || m_blocks.back().size + size > BlockSize)
+        m_blocks.push_back({std::unique_ptr<char[]>(new char[std::max(size, BlockSize)]), 0});
+    Block& block = m_blocks.back();
+    char* const head = block.text.get() + block.size;
+    *head = Left;
+    memcpy(head + 1, &length, sizeof length);
+    memcpy(head + HeadSize, name.data(), length);
+    block.size += size;
     ++m_count;
     ++m_most;
 }
@@ -94,11 +102,11 @@ void PackedNames::visitAll(
     const std::function<void(Place place, std::string_view name)>& take) const
 {
     for (std::size_t block = 0; block < m_blocks.size(); ++block)
-        for (Place offset = 0; offset < m_blocks[block].size();) {
+        for (Place offset = 0; offset < m_blocks[block].size;) {
             const Place place = (Place{block} << OffsetBits) + offset;
             const std::string_view name = nameAt(place);
             take(place, name);
-            offset += name.size() + 2;
+            offset += HeadSize + name.size();
         }
 }
 
@@ -170,17 +178,17 @@ PackedNames::Slot& PackedNames::slotOf(std::string_view name, std::uint64_t hash
 
 const char* PackedNames::at(Place place) const
 {
-    return m_blocks[place >> OffsetBits].data() + (place & OffsetMask);
+    return m_blocks[place >> OffsetBits].text.get() + (place & OffsetMask);
 }
 
 char& PackedNames::stateAt(Place place)
 {
-    return m_blocks[place >> OffsetBits][place & OffsetMask];
+    return m_blocks[place >> OffsetBits].text[place & OffsetMask];
 }
 
 std::string_view PackedNames::nameAt(Place place) const
 {
-    const char* const start = at(place) + 1;
-    return {start,
-            static_cast<std::size_t>(static_cast<const char*>(rawmemchr(start, '\n')) - start)};
+    Length length;
+    memcpy(&length, at(place) + 1, sizeof length);
+    return {at(place) + HeadSize, length};
 }

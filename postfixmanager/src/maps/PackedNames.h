@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,7 +13,7 @@
 //
 // First all names are added, then some are struck out, then the rest is visited. A name takes some
 // twenty bytes beside its letters; a set of the standard library would take several times the
-// memory and the time. Names hold no line end, as they are pieces of lines.
+// memory and the time.
 class PackedNames
 {
 public:
@@ -29,12 +30,17 @@ public:
 
 private:
     // Where a name stands: the number of its block, and its offset there. At that offset stands the
-    // state of the name, then its letters and a line end.
+    // state of the name, then how many letters it has, then these.
     using Place = std::uint64_t;
 
     // A slot of the index: 0 when it is empty, else a place plus one, with some bits of the name's
     // hash in the highest bits, so that few other names have to be compared.
     using Slot = std::uint64_t;
+
+    struct Block {
+        std::unique_ptr<char[]> text;
+        std::size_t size = 0; // how much of the text is used
+    };
 
     struct Sought {
         std::string name;
@@ -51,7 +57,7 @@ private:
     char& stateAt(Place place);
     std::string_view nameAt(Place place) const;
 
-    std::vector<std::string> m_blocks; // one text that grows would be in memory twice meanwhile
+    std::vector<Block> m_blocks; // one text that grows would be in memory twice meanwhile
     std::size_t m_count = 0;
     std::size_t m_most = 0;
     std::vector<Slot> m_slots;                       // each different name once, by its hash

@@ -20,17 +20,6 @@ namespace
 int answers = STDOUT_FILENO;
 int messages = STDERR_FILENO;
 
-bool writeAll(int descriptor, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t count = write(descriptor, text.data(), text.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        text.remove_prefix(count < 0 ? 0 : count);
-    }
-    return true;
-}
-
 bool isWarning(std::string_view line)
 {
     return (contains(line, "postmap") || contains(line, "postfix")) &&
@@ -177,6 +166,17 @@ void Progress::step()
     m_line = "[" + std::string(filled, '#') + std::string(Width - filled, '.') + "] " +
              std::to_string(m_done) + " of " + std::to_string(m_steps);
     prompt("\r" + m_line);
+}
+
+bool writeAll(int descriptor, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t count = write(descriptor, text.data(), text.size());
+        if (count < 0 && errno != EINTR)
+            return false;
+        text.remove_prefix(count < 0 ? 0 : count);
+    }
+    return true;
 }
 
 bool mayOthersReadAnswer()

@@ -72,6 +72,9 @@ private:
     bool m_isShown;
 };
 
+// False, with errno, when the text cannot be written whole.
+bool writeAll(int descriptor, std::string_view text);
+
 // Whether standard output is a file that other users may read.
 bool mayOthersReadAnswer();
 

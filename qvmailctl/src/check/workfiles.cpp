@@ -3,6 +3,7 @@
 
 #include "Areas.h"
 
+#include "Output.h"
 #include "Paths.h"
 #include "maps/LineFaults.h"
 #include "maps/LineReader.h"
@@ -125,15 +126,15 @@ void makeFrom(const std::string& lines, const std::string& map, Mending& mending
 {
     const std::string file = asideNameOf(map);
     const int made = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    const bool isWritten =
-        made >= 0 &&
-        write(made, lines.data(), lines.size()) == static_cast<ssize_t>(lines.size()) &&
-        fsync(made) == 0;
+    if (made < 0)
+        refuse(file + " cannot be made: " + strerror(errno));
+    const bool isWritten = writeAll(made, lines) && fsync(made) == 0;
     const std::string why = strerror(errno);
-    if (made >= 0)
-        close(made);
-    if (!isWritten)
+    close(made);
+    if (!isWritten) {
+        unlink(file.c_str());
         refuse(file + " cannot be written: " + why);
+    }
     takePlace(file, map, mending);
 }
 

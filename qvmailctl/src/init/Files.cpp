@@ -2,6 +2,7 @@
 
 #include "init/Files.h"
 
+#include "Output.h"
 #include "Programs.h"
 #include "Results.h"
 
@@ -23,17 +24,6 @@ namespace
 [[noreturn]] void stopAt(const std::string& path, const char* attempted)
 {
     stop(Status::NotWritten, path + " could not be " + attempted + ": " + strerror(errno));
-}
-
-bool writeAll(int file, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t count = write(file, text.data(), text.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        text.remove_prefix(count < 0 ? 0 : count);
-    }
-    return true;
 }
 
 gid_t numberOf(const char* group)

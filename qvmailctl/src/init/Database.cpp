@@ -10,6 +10,7 @@
 
 #include <set>
 
+#include <mysql/errmsg.h>
 #include <sys/random.h>
 
 namespace
@@ -143,6 +144,12 @@ bool isThere(SqlConnection& root, const SqlLogin& login)
                 .empty();
 }
 
+// Whether more was granted to the login than to log in: an interrupted init may have stopped before.
+bool hasRights(SqlConnection& root, const SqlLogin& login)
+{
+    return root.rows("SHOW GRANTS FOR " + quoted(login.user) + "@'" + LocalServer + "'").size() > 1;
+}
+
 // The tables that the connection may see; nothing when there is no such database for it.
 std::optional<std::set<std::string>> tablesOf(SqlConnection& connection, const std::string& name)
 {
@@ -155,6 +162,17 @@ std::optional<std::set<std::string>> tablesOf(SqlConnection& connection, const s
              "SELECT table_name FROM information_schema.tables WHERE table_schema = " + literal))
         tables.insert(row[0]);
     return tables;
+}
+
+bool gaveNoAnswer(const SqlConnection& connection)
+{
+    const unsigned code = mysql_errno(connection.handle());
+    return code >= CR_MIN_ERROR && code <= CR_MAX_ERROR; // the client library's own errors
+}
+
+bool hasRows(SqlConnection& connection, const std::string& table)
+{
+    return !connection.rows("SELECT 1 FROM " + table + " LIMIT 1").empty();
 }
 
 // ---- What is made ----
@@ -180,10 +198,12 @@ std::string shown(const std::string& statement, const Database& database, const 
 void makeLogin(Setup& setup, Database& database, const SqlLogin& login)
 {
     const std::string name = "database account " + login.user;
-    if (login.isAccepted)
+    if (login.isAccepted && (!database.root || hasRights(*database.root, login)))
         return setup.kept.push_back(name);
     for (const std::string& statement : statementsFor(setup, database, login.user))
-        if (!database.root)
+        if (login.isAccepted && statement.rfind("CREATE ", 0) == 0)
+            continue;
+        else if (!database.root)
             setup.toDo.push_back(shown(statement, database, login));
         else if (!setup.dryRun)
             database.root->run(withReplaced(statement, ShippedPassword,
@@ -219,12 +239,18 @@ void makeTables(Setup& setup, Database& database, SqlConnection& connection)
         for (const std::string& statement : statementsOf(setup.shipped("schema.sql"))) {
             const std::string table = tableIn(statement);
             const bool isKept = tables && tables->count(table) > 0;
-            if (!isKept && !setup.dryRun)
+            const bool isCreation = statement.rfind("CREATE ", 0) == 0;
+            // An interrupted init may have made a table and not prepared it.
+            const bool isUnprepared =
+                isKept && !isCreation && database.root && !hasRows(connection, table);
+            if (!setup.dryRun && (!isKept || isUnprepared))
                 connection.run(statement);
-            if (statement.rfind("CREATE ", 0) == 0)
+            if (isCreation)
                 (isKept ? setup.kept : setup.made).push_back("table " + table);
         }
     } catch (const Refusal& refusal) {
+        if (gaveNoAnswer(connection))
+            throw;
         setup.toDo.push_back("as the database's administrator, because of: " + refusal.reason);
         tellOfTables(setup, database);
     }

@@ -69,3 +69,9 @@ const char* faultOfLine(std::string_view map, std::string_view line)
         return "it is not an address, a blank and where its mail goes";
     return contains(value, " ") && map != VALIASFILE ? "it leads to more than one inbox" : nullptr;
 }
+
+bool isNumberOfType(std::string_view map, std::string_view line)
+{
+    return (map == VPASSWDFILE || map == VSHADOWFILE) &&
+           line.find_first_not_of("0123456789") == std::string_view::npos;
+}

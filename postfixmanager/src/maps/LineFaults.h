@@ -7,4 +7,8 @@
 // field. Null when they can.
 const char* faultOfLine(std::string_view map, std::string_view line);
 
+// Whether the line is a number that a plain change of a user's type has written into an empty line
+// of an account file. No account has such a name.
+bool isNumberOfType(std::string_view map, std::string_view line);
+
 #endif

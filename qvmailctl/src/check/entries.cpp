@@ -189,13 +189,6 @@ std::unordered_set<std::string> linesElsewhere(const Scans& scans)
     return found;
 }
 
-// A plain change of a user's type writes its number into an empty line. No account has such a name.
-bool isNumberOfType(const std::string& map, std::string_view line)
-{
-    return (map == VPASSWDFILE || map == VSHADOWFILE) &&
-           line.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
 void checkUselessLines(const Scans& scans, Findings& findings)
 {
     const std::unordered_set<std::string> elsewhere = linesElsewhere(scans);
@@ -318,11 +311,17 @@ void lacksUserLine(const AccountEntries& accounts, const Address& address, const
          }});
 }
 
-void lacksRoute(const AccountEntries& accounts, const Address& address)
+void lacksRoute(const AccountEntries& accounts, const Address& address, const Mailbox& mailbox)
 {
+    const bool mayBeNew = !mailbox.quota && !hasFormerMail(address);
     accounts.findings.push_back(
         {"route-missing", VMAPSFILE, address.text,
-         address.text + " has no line, so its mail is refused", "its line is made",
+         address.text + " has no line, so its mail is refused",
+         std::string("its line is made") +
+             (mayBeNew ? "; if its creation was interrupted, its quota is missing too: "
+                         "\"qvmailctl quota set " +
+                             address.text + " QUOTA\""
+                       : ""),
          Mend::InTransaction, [address](Mending& mending) {
              mending.call(VMAPSFILE, [address](Session& session) {
                  conclude(session,
@@ -397,7 +396,7 @@ void checkAccount(const AccountEntries& accounts, const Address& address, const 
     if (!mailbox.isInPasswd && !accounts.has(VPASSWDFILE, address.text))
         lacksUserLine(accounts, address, mailbox);
     if (!hasRoute)
-        lacksRoute(accounts, address);
+        lacksRoute(accounts, address, mailbox);
     if (accounts.settings.dovecotLDA)
         checkQuota(accounts, address, mailbox);
 }

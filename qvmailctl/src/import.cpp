@@ -45,13 +45,35 @@ void refuseNul(const std::string& text, std::size_t from)
              "the document is no JSON: it holds a NUL at byte " + std::to_string(place + 1));
 }
 
+// The document's file, or standard input, which stays open.
+class Input
+{
+public:
+    explicit Input(const std::string& file)
+        : m_descriptor(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+    }
+    ~Input()
+    {
+        if (m_descriptor > STDIN_FILENO)
+            close(m_descriptor);
+    }
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+
+    int number() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
 std::string contentOf(const std::string& file)
 {
-    const int input = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const Input input(file);
     constexpr std::size_t Piece = std::size_t{1} << 18U;
     constexpr std::size_t LargestDocument = std::size_t{1} << 30U; // of millions of mailboxes
     std::string text;
-    ssize_t count = input < 0 ? -1 : 1;
+    ssize_t count = input.number() < 0 ? -1 : 1;
     while (count > 0) {
         if (text.size() > LargestDocument)
             stop(Status::Refused, shown(file) + " is larger than 1 GiB: that is no document");
@@ -59,15 +81,13 @@ std::string contentOf(const std::string& file)
         const std::size_t size = text.size();
         text.resize(std::min(text.capacity(), size + Piece));
         do {
-            waitForInput(input);
-            count = read(input, text.data() + size, text.size() - size);
+            waitForInput(input.number());
+            count = read(input.number(), text.data() + size, text.size() - size);
         } while (count < 0 && errno == EINTR);
         text.resize(size + std::max<ssize_t>(count, 0));
         refuseNul(text, size);
     }
     const int failure = count < 0 ? errno : 0;
-    if (input > STDIN_FILENO)
-        close(input);
     if (failure != 0)
         stop(failure == ENOENT ? Status::NotThere : Status::NotWritten,
              shown(file) + " cannot be read: " + strerror(failure));

@@ -233,7 +233,10 @@ int makeInSpool(const std::vector<OwnedDirectory>& directories, std::string& fai
             return errno;
         if (mkdirat(place.parent.number(), place.name.c_str(), 0700) != 0 && errno != EEXIST)
             return errno;
-        if (!giveRights(place, directory))
+        // The owner comes last: a directory that an interruption leaves to root is found by "check".
+        const Directory made = place.open();
+        if (!made.isOpen() || fchmod(made.number(), directory.mode) != 0 ||
+            fchown(made.number(), directory.owner.user, directory.owner.group) != 0)
             return errno;
     }
     return syncMade(directories, failed);

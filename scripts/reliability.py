@@ -16,7 +16,8 @@ PLAIN_CALL, PANEL = BUILD / "tests/plain_call", BUILD / "tests/panel"
 LIBRARY_TESTS = BUILD / "postfixmanager/tests/postfixmanager-tests"
 WORLD = [TOP / "scripts/private-world", "python3"]
 SUITES = {
-    "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "1", QVMAILCTL, INJECT],
+    # A third of the points, in half an hour.
+    "faults.files": [*WORLD, TOP / "tests/faults_test.py", "files", "3", QVMAILCTL, INJECT],
     "faults.mysql": [*WORLD, TOP / "tests/faults_test.py", "mysql", "1", QVMAILCTL, INJECT],
     "power_cuts.files": [*WORLD, TOP / "tests/power_cuts_test.py", "files", "1", QVMAILCTL, INJECT],
     "power_cuts.mysql": [*WORLD, TOP / "tests/power_cuts_test.py", "mysql", "1", QVMAILCTL, INJECT],
@@ -28,7 +29,7 @@ SUITES = {
     "races.files": [*WORLD, TOP / "tests/races_test.py", "files", "200", QVMAILCTL, PANEL],
     "races.mysql": [*WORLD, TOP / "tests/races_test.py", "mysql", "200", QVMAILCTL, PANEL],
     "Load": ["env", "LOAD=10000", WORLD[0], LIBRARY_TESTS, "--gtest_filter=Load.*"],
-    "fuzz": [TOP / "fuzz/run", "600"]}
+    "fuzz": [TOP / "fuzz/run", "300"]}
 ROW = re.compile(r"^\| `(.+)` \|.*$", re.M)
 MARKED = re.compile(r"(<!-- numbers -->\n).*(<!-- end of numbers -->)", re.S)
 

@@ -328,6 +328,8 @@ class Faults(Interruptions):
             (before, whole, after), over = begin(), set()
             for trial in itertools.count(SEED % EVERY, EVERY):
                 point, kind = 1 + trial // len(kinds), kinds[trial % len(kinds)]
+                if kind in over:
+                    continue
                 _, done, now = begin(INJECT, *kind.split(), str(point))
                 if "inject: " not in done.stderr:
                     over.add(kind)

@@ -97,6 +97,12 @@ bool isInstalled(const std::string& program)
     return false;
 }
 
+void removeHalfTable(const std::string& map)
+{
+    const std::size_t name = map.rfind('/') + 1;
+    unlink((map.substr(0, name) + "__db." + map.substr(name) + ".db").c_str());
+}
+
 std::vector<std::string> linesOf(const std::string& text)
 {
     std::vector<std::string> lines;

@@ -16,6 +16,10 @@ bool isInstalled(const std::string& program);
 // PATH, and the directories of tools for root, which su or cron often leave out.
 std::string searchPath();
 
+// Removes what a postmap that was killed while it made the table of the map has left, and which is
+// in the way of every other.
+void removeHalfTable(const std::string& map);
+
 std::vector<std::string> linesOf(const std::string& text);
 
 #endif

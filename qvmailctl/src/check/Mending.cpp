@@ -117,9 +117,7 @@ void buildTable(const std::string& map)
 {
     if (outputOf({"postmap", map}, PatienceWithPostfix))
         return;
-    // What a postmap that was killed while it made a table has left is in the way of every other.
-    const std::size_t name = map.rfind('/') + 1;
-    unlink((map.substr(0, name) + "__db." + map.substr(name) + ".db").c_str());
+    removeHalfTable(map);
     if (!outputOf({"postmap", map}, PatienceWithPostfix))
         refuse("postmap cannot build its table; run \"postmap " + map + "\" to see why");
 }

@@ -127,8 +127,10 @@ void makeTable(Setup& setup, const std::string& table, const std::string& path,
     const bool isNew = std::find(setup.made.begin(), setup.made.end(), path) != setup.made.end();
     if (!isNew && outputOf({"postmap", "-s", table}, Seconds))
         return setup.kept.push_back("table of " + path);
-    if (!setup.dryRun)
+    if (!setup.dryRun && !outputOf(command, Seconds)) {
+        removeHalfTable(path);
         mustRun(command);
+    }
     setup.made.push_back("table of " + path);
 }
 

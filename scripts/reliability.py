@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """reliability.py [SUITE ...] - runs the suites that attack, and writes counts into docs/reliability.md
 
-Without a name all of them, which takes hours: whole, but for three; ctest runs a sample of each. Builds what they need first. A suite
-prints what it tried as a line of its own, 'reliability: {"calls failed": 9804, ...}', on standard output or
-error. Its exit status is 0 when all of it held. Rows of other suites stay as their last run left them.
+Without a name all of them, which takes hours: whole, but for the four that say so below; ctest runs a sample
+of each. Builds what they need first. A suite prints what it tried as a line of its own,
+'reliability: {"calls failed": 9804, ...}', on standard output or error. Its exit status is 0 when all of it
+held. Rows of other suites stay as their last run left them.
 """
 
 import datetime, json, re, subprocess, sys, time

@@ -47,7 +47,7 @@ int listFromMap(const std::string& domain, VectorString& lists)
         keys.strikeOut(name);
         return true;
     });
-    lists.reserve(lists.size() + keys.most());
+    lists.reserve(lists.size() + keys.countRest());
     keys.visitRest([&](std::string_view key) { lists.emplace_back(textBefore(key, '@')); });
     return PostfixResult::Done;
 }

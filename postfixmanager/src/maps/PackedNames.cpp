@@ -3,6 +3,7 @@
 #include "maps/MapLines.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace
@@ -25,37 +26,11 @@ constexpr std::uint64_t PlaceMask = (std::uint64_t{1} << PlaceBits) - 1;
 // first is read: to wait for it name by name would take most of the time.
 constexpr std::size_t Together = 32;
 
-std::uint64_t eightAt(const char* text)
-{
-    std::uint64_t eight;
-    memcpy(&eight, text, sizeof eight);
-    return eight;
-}
+// From this many names on, their index is too large for the caches of a processor.
+constexpr std::size_t ManyNames = 65536;
 
-void mix(std::uint64_t& hash, std::uint64_t characters)
-{
-    constexpr std::uint64_t CaseBits = 0x2020202020202020;
-    constexpr std::uint64_t Multiplier = 0x9E3779B97F4A7C15;
-    hash = (hash ^ (characters | CaseBits)) * Multiplier;
-    hash ^= hash >> 32;
-}
-
-// Eight characters at a time, because each account's name passes here. Letters count without their
-// case.
-std::uint64_t hashIgnoringCase(std::string_view text)
-{
-    constexpr std::size_t Step = sizeof(std::uint64_t);
-    std::uint64_t hash = text.size();
-    if (text.size() < Step) {
-        for (const char c : text)
-            mix(hash, static_cast<unsigned char>(c));
-        return hash;
-    }
-    for (std::size_t i = 0; i < text.size() - Step; i += Step)
-        mix(hash, eightAt(text.data() + i));
-    mix(hash, eightAt(text.data() + text.size() - Step));
-    return hash;
-}
+// As soon as one in so many may have to be struck out, all are indexed.
+constexpr std::size_t ShareFound = 16;
 
 } // namespace
 
@@ -72,24 +47,40 @@ void PackedNames::add(std::string_view name)
     memcpy(head + HeadSize, name.data(), length);
     block.size += size;
     ++m_count;
-    ++m_most;
+    ++m_rest;
 }
 
 void PackedNames::strikeOut(std::string_view name)
 {
-    if (m_slots.empty())
-        index();
+    if (m_slots.empty() && m_sought.empty()) {
+        if (m_count < ManyNames)
+            indexAll();
+        else
+            makeFilter();
+    }
     const std::uint64_t hash = hashIgnoringCase(name);
-    __builtin_prefetch(&firstSlotOf(hash));
+    if (m_sought.empty()) { // few names: nothing has to be waited for
+        strikeOut(name, hash);
+        return;
+    }
+    __builtin_prefetch(m_slots.empty() ? m_filter.memoryOf(hash) : &firstSlotOf(hash), 1);
     m_sought[m_soughtCount].name = name;
     m_sought[m_soughtCount].hash = hash;
     if (++m_soughtCount == Together)
-        strikeOutSought();
+        lookUpSought();
 }
 
-void PackedNames::visitRest(const std::function<void(std::string_view name)>& take)
+std::size_t PackedNames::countRest()
 {
-    strikeOutSought();
+    if (m_soughtCount > 0)
+        lookUpSought();
+    if (!m_found.empty())
+        indexFound();
+    return m_rest;
+}
+
+void PackedNames::visitRest(const std::function<void(std::string_view name)>& take) const
+{
     auto repeated = m_repeated.begin();
     visitAll([&](Place place, std::string_view name) {
         const bool isRepeated = repeated != m_repeated.end() && repeated->first == place;
@@ -98,8 +89,7 @@ void PackedNames::visitRest(const std::function<void(std::string_view name)>& ta
     });
 }
 
-void PackedNames::visitAll(
-    const std::function<void(Place place, std::string_view name)>& take) const
+template <class Take> void PackedNames::visitAll(const Take& take) const
 {
     for (std::size_t block = 0; block < m_blocks.size(); ++block)
         for (Place offset = 0; offset < m_blocks[block].size;) {
@@ -110,53 +100,114 @@ void PackedNames::visitAll(
         }
 }
 
-void PackedNames::index()
+// Hands over all names with their hashes, and requests the memory of each beforehand.
+template <class MemoryOf, class Take>
+void PackedNames::visitHashed(const MemoryOf& memoryOf, const Take& take) const
 {
-    std::size_t size = 2;
-    while (size < 2 * m_count)
-        size *= 2;
-    m_slots.resize(size);
-    m_sought.resize(Together);
-
-    std::vector<std::pair<Place, std::uint64_t>> next;
-    const auto enterNext = [&] {
-        for (const auto& [place, hash] : next)
-            enter(place, hash);
-        next.clear();
+    std::array<Hashed, Together> next{};
+    std::size_t count = 0;
+    const auto takeNext = [&] {
+        std::for_each(next.begin(), next.begin() + count, take);
+        count = 0;
     };
     visitAll([&](Place place, std::string_view name) {
-        next.emplace_back(place, hashIgnoringCase(name));
-        __builtin_prefetch(&firstSlotOf(next.back().second), 1);
-        if (next.size() == Together)
-            enterNext();
+        const std::uint64_t hash = hashIgnoringCase(name);
+        __builtin_prefetch(memoryOf(hash), 1);
+        next[count] = {place, hash};
+        if (++count == Together)
+            takeNext();
     });
-    enterNext();
+    takeNext();
 }
 
-void PackedNames::enter(Place place, std::uint64_t hash)
+void PackedNames::makeFilter()
 {
-    Slot& slot = slotOf(nameAt(place), hash);
+    m_filter = NameFilter(m_count);
+    m_sought.resize(Together);
+    visitHashed([this](std::uint64_t hash) { return m_filter.memoryOf(hash); },
+                [this](const Hashed& name) { m_filter.add(name.hash); });
+}
+
+void PackedNames::indexAll()
+{
+    makeSlots(m_count);
+    visitHashed([this](std::uint64_t hash) { return &firstSlotOf(hash); },
+                [this](const Hashed& name) { enter(name); });
+}
+
+void PackedNames::indexFound()
+{
+    NameFilter found(m_found.size());
+    for (const Sought& sought : m_found)
+        found.add(sought.hash);
+    std::vector<Hashed> names;
+    visitHashed([&](std::uint64_t hash) { return found.memoryOf(hash); },
+                [&](const Hashed& name) {
+                    if (found.mayHave(name.hash))
+                        names.push_back(name);
+                });
+    makeSlots(names.size());
+    for (const Hashed& name : names)
+        enter(name);
+    strikeOutAll(m_found, m_found.size());
+}
+
+void PackedNames::makeSlots(std::size_t count)
+{
+    std::size_t size = 2;
+    while (size < 2 * count)
+        size *= 2;
+    m_slots.resize(size);
+}
+
+void PackedNames::enter(const Hashed& name)
+{
+    Slot& slot = slotOf(nameAt(name.place), name.hash);
     if (slot == 0)
-        slot = (hash & ~PlaceMask) | (place + 1);
+        slot = (name.hash & ~PlaceMask) | (name.place + 1);
     else
-        m_repeated.emplace_back(place, (slot & PlaceMask) - 1);
+        m_repeated.emplace_back(name.place, (slot & PlaceMask) - 1);
 }
 
-void PackedNames::strikeOutSought()
+void PackedNames::lookUpSought()
 {
-    for (std::size_t i = 0; i < m_soughtCount; ++i) {
-        const Slot slot = firstSlotOf(m_sought[i].hash);
-        if (slot != 0 && ((slot ^ m_sought[i].hash) & ~PlaceMask) == 0)
+    if (m_slots.empty())
+        filterSought();
+    else
+        strikeOutAll(m_sought, m_soughtCount);
+    m_soughtCount = 0;
+}
+
+void PackedNames::filterSought()
+{
+    for (std::size_t i = 0; i < m_soughtCount; ++i)
+        if (m_filter.mayHave(m_sought[i].hash))
+            m_found.push_back(m_sought[i]);
+    if (m_found.size() < m_count / ShareFound)
+        return;
+    indexAll();
+    strikeOutAll(m_found, m_found.size());
+    m_found = {};
+}
+
+void PackedNames::strikeOutAll(const std::vector<Sought>& names, std::size_t count)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        const Slot slot = firstSlotOf(names[i].hash);
+        if (slot != 0 && ((slot ^ names[i].hash) & ~PlaceMask) == 0)
             __builtin_prefetch(at((slot & PlaceMask) - 1), 1);
     }
-    for (std::size_t i = 0; i < m_soughtCount; ++i) {
-        const Slot slot = slotOf(m_sought[i].name, m_sought[i].hash);
-        if (slot == 0 || stateAt((slot & PlaceMask) - 1) == StruckOut)
-            continue;
-        stateAt((slot & PlaceMask) - 1) = StruckOut;
-        --m_most;
-    }
-    m_soughtCount = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        strikeOut(names[i].name, names[i].hash);
+}
+
+void PackedNames::strikeOut(std::string_view name, std::uint64_t hash)
+{
+    const Slot slot = slotOf(name, hash);
+    if (slot == 0 || stateAt((slot & PlaceMask) - 1) == StruckOut)
+        return;
+    stateAt((slot & PlaceMask) - 1) = StruckOut;
+    --m_rest;
 }
 
 PackedNames::Slot& PackedNames::firstSlotOf(std::uint64_t hash)

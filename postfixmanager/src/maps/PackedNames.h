@@ -1,6 +1,8 @@
 #ifndef QV_PACKEDNAMES_H
 #define QV_PACKEDNAMES_H
 
+#include "maps/NameFilter.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,9 +13,9 @@
 
 // PackedNames - many names, of which some are struck out, whatever the case of their letters
 //
-// First all names are added, then some are struck out, then the rest is visited. A name takes some
-// twenty bytes beside its letters; a set of the standard library would take several times the
-// memory and the time.
+// First all names are added, then some are struck out, then the rest is counted and visited. A name
+// takes some ten bytes beside its letters, and twenty more where many are struck out; a set of the
+// standard library would take several times the memory and the time.
 class PackedNames
 {
 public:
@@ -22,11 +24,12 @@ public:
     // Strikes out every name that is this one but for the case of letters.
     void strikeOut(std::string_view name);
 
-    // Hands over the names that are left, in the order in which they were added.
-    void visitRest(const std::function<void(std::string_view name)>& take);
-
     // How many names visitRest hands over at most.
-    std::size_t most() const { return m_most; }
+    std::size_t countRest();
+
+    // Hands over the names that are left, in the order in which they were added. Only after
+    // countRest.
+    void visitRest(const std::function<void(std::string_view name)>& take) const;
 
 private:
     // Where a name stands: the number of its block, and its offset there. At that offset stands the
@@ -42,15 +45,28 @@ private:
         std::size_t size = 0; // how much of the text is used
     };
 
+    struct Hashed {
+        Place place;
+        std::uint64_t hash;
+    };
+
     struct Sought {
         std::string name;
         std::uint64_t hash = 0;
     };
 
-    void visitAll(const std::function<void(Place place, std::string_view name)>& take) const;
-    void index();
-    void enter(Place place, std::uint64_t hash);
-    void strikeOutSought();
+    template <class Take> void visitAll(const Take& take) const;
+    template <class MemoryOf, class Take>
+    void visitHashed(const MemoryOf& memoryOf, const Take& take) const;
+    void makeFilter();
+    void indexAll();
+    void indexFound();
+    void makeSlots(std::size_t count);
+    void enter(const Hashed& name);
+    void lookUpSought();
+    void filterSought();
+    void strikeOutAll(const std::vector<Sought>& names, std::size_t count);
+    void strikeOut(std::string_view name, std::uint64_t hash);
     Slot& firstSlotOf(std::uint64_t hash);
     Slot& slotOf(std::string_view name, std::uint64_t hash);
     const char* at(Place place) const;
@@ -59,10 +75,15 @@ private:
 
     std::vector<Block> m_blocks; // one text that grows would be in memory twice meanwhile
     std::size_t m_count = 0;
-    std::size_t m_most = 0;
+    std::size_t m_rest = 0;
     std::vector<Slot> m_slots;                       // each different name once, by its hash
     std::vector<std::pair<Place, Place>> m_repeated; // a repeated name, and its first
-    std::vector<Sought> m_sought; // names to be struck out, the first m_soughtCount
+
+    // Of very many names only those are indexed that may have to be struck out: until that is known,
+    // the filter sorts out nearly all other names, and those that pass it are kept.
+    NameFilter m_filter;
+    std::vector<Sought> m_found;
+    std::vector<Sought> m_sought; // names to be looked up, the first m_soughtCount
     std::size_t m_soughtCount = 0;
 };
 

@@ -67,7 +67,7 @@ TEST_F(Mailboxes, AccountWritersWaitForTheLock)
             _exit(run(Files, call) == "0" ? 0 : 1);
         usleep(200000);
         EXPECT_EQ(waitpid(writer, nullptr, WNOHANG), 0) << "did not wait";
-        EXPECT_EQ(get(file), "a:b\n");
+        // nothing reads the file here: to close any descriptor of it would let go of the lock
         write(holder, "c:d\n", 4);
         close(holder); // lets go of the lock
         int status = -1;

@@ -48,7 +48,7 @@ int listFromMap(const std::string& domain, VectorString& lists)
         return true;
     });
     lists.reserve(lists.size() + keys.countRest());
-    keys.visitRest([&](std::string_view key) { lists.emplace_back(textBefore(key, '@')); });
+    keys.takeRest([&](std::string_view key) { lists.emplace_back(textBefore(key, '@')); });
     return PostfixResult::Done;
 }
 

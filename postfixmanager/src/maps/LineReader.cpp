@@ -2,7 +2,6 @@
 
 #include "maps/LineReader.h"
 
-#include "maps/MapLines.h"
 #include "system/RegularFile.h"
 
 #include <algorithm>
@@ -36,6 +35,7 @@ LineReader::LineReader(const std::string& path, const std::string& text, std::si
     if (isOpen() && from > 0 && lseek(m_descriptor, static_cast<off_t>(from), SEEK_SET) < 0)
         m_error = errno;
     m_text = text;
+    m_mark = markOf(m_text);
     // No line contains a line end.
     m_finished = text.find('\n') != std::string::npos;
 }
@@ -86,7 +86,7 @@ bool LineReader::skipToText()
     for (;;) {
         const char* const start = m_buffer.data() + m_begin;
         const char* const end = m_buffer.data() + m_end;
-        const std::size_t hit = placeOf(m_text, std::string_view(start, end - start));
+        const std::size_t hit = placeOf(m_text, m_mark, std::string_view(start, end - start));
         const std::size_t searched = std::min<std::size_t>(hit, end - start);
         const void* const lineEndBefore = memrchr(start, '\n', searched);
         if (lineEndBefore != nullptr)

@@ -1,6 +1,8 @@
 #ifndef QV_LINEREADER_H
 #define QV_LINEREADER_H
 
+#include "maps/MapLines.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -53,6 +55,7 @@ private:
     std::size_t m_end = 0;
     bool m_finished = false;
     std::string m_text; // empty: all lines
+    Mark m_mark{};
 };
 
 #endif

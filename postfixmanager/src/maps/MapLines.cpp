@@ -6,7 +6,7 @@
 
 bool standsFor(std::string_view line, std::string_view searched, std::string_view text)
 {
-    return openStage() == nullptr ? placeOf(text, searched) != std::string_view::npos
+    return openStage() == nullptr ? placeOf(text, markOf(text), searched) != std::string_view::npos
                                   : wholeName(line) == text;
 }
 

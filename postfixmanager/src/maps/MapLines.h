@@ -13,24 +13,34 @@ inline bool contains(std::string_view text, std::string_view part)
     return text.find(part) != std::string_view::npos;
 }
 
-// Where the text begins for the first time; npos when nowhere. An address or a part of one is looked
-// for by its "@", a domain by its first dot: lines hold few, so that this takes a fraction of the
-// time that memmem takes.
-inline std::size_t placeOf(std::string_view text, std::string_view searched)
+// The mark by which a text is looked for, and its place in the text, npos when it has none. An
+// address or a part of one is looked for by its "@", a domain by its first dot: lines hold few, so
+// that this takes a fraction of the time that memmem takes.
+struct Mark {
+    char letter;
+    std::size_t inText;
+};
+
+inline Mark markOf(std::string_view text)
+{
+    const char letter = contains(text, "@") ? '@' : '.';
+    return {letter, text.find(letter)};
+}
+
+// Where the text begins for the first time; npos when nowhere. mark: that of the text.
+inline std::size_t placeOf(std::string_view text, Mark mark, std::string_view searched)
 {
     constexpr std::size_t Nowhere = std::string_view::npos;
-    const char mark = contains(text, "@") ? '@' : '.';
-    const std::size_t inText = text.find(mark);
-    if (inText == Nowhere) {
+    if (mark.inText == Nowhere) {
         if (searched.empty()) // may have no data at all, which memmem must not get
             return text.empty() ? 0 : Nowhere;
         const void* const hit = memmem(searched.data(), searched.size(), text.data(), text.size());
         return hit == nullptr ? Nowhere : static_cast<const char*>(hit) - searched.data();
     }
-    for (std::size_t at = searched.find(mark, inText); at != Nowhere;
-         at = searched.find(mark, at + 1))
-        if (searched.substr(at - inText, text.size()) == text)
-            return at - inText;
+    for (std::size_t at = searched.find(mark.letter, mark.inText); at != Nowhere;
+         at = searched.find(mark.letter, at + 1))
+        if (searched.substr(at - mark.inText, text.size()) == text)
+            return at - mark.inText;
     return Nowhere;
 }
 

@@ -79,25 +79,34 @@ std::size_t PackedNames::countRest()
     return m_rest;
 }
 
-void PackedNames::visitRest(const std::function<void(std::string_view name)>& take) const
+void PackedNames::takeRest(const std::function<void(std::string_view name)>& take)
 {
-    auto repeated = m_repeated.begin();
-    visitAll([&](Place place, std::string_view name) {
-        const bool isRepeated = repeated != m_repeated.end() && repeated->first == place;
-        if (*at(isRepeated ? (repeated++)->second : place) == Left)
-            take(name);
-    });
+    for (const auto& [repeated, first] : m_repeated)
+        stateAt(repeated) = stateAt(first);
+    m_slots = {};
+    for (std::size_t block = 0; block < m_blocks.size(); ++block) {
+        visitBlock(block, [&](Place place, std::string_view name) {
+            if (stateAt(place) == Left)
+                take(name);
+        });
+        m_blocks[block] = {};
+    }
 }
 
 template <class Take> void PackedNames::visitAll(const Take& take) const
 {
     for (std::size_t block = 0; block < m_blocks.size(); ++block)
-        for (Place offset = 0; offset < m_blocks[block].size;) {
-            const Place place = (Place{block} << OffsetBits) + offset;
-            const std::string_view name = nameAt(place);
-            take(place, name);
-            offset += HeadSize + name.size();
-        }
+        visitBlock(block, take);
+}
+
+template <class Take> void PackedNames::visitBlock(std::size_t block, const Take& take) const
+{
+    for (Place offset = 0; offset < m_blocks[block].size;) {
+        const Place place = (Place{block} << OffsetBits) + offset;
+        const std::string_view name = nameAt(place);
+        take(place, name);
+        offset += HeadSize + name.size();
+    }
 }
 
 // Hands over all names with their hashes, and requests the memory of each beforehand.

@@ -13,7 +13,7 @@
 
 // PackedNames - many names, of which some are struck out, whatever the case of their letters
 //
-// First all names are added, then some are struck out, then the rest is counted and visited. A name
+// First all names are added, then some are struck out, then the rest is counted and taken. A name
 // takes some ten bytes beside its letters, and twenty more where many are struck out; a set of the
 // standard library would take several times the memory and the time.
 class PackedNames
@@ -24,12 +24,13 @@ public:
     // Strikes out every name that is this one but for the case of letters.
     void strikeOut(std::string_view name);
 
-    // How many names visitRest hands over at most.
+    // How many names takeRest hands over at most.
     std::size_t countRest();
 
-    // Hands over the names that are left, in the order in which they were added. Only after
-    // countRest.
-    void visitRest(const std::function<void(std::string_view name)>& take) const;
+    // Hands over the names that are left, in the order in which they were added, and gives their
+    // memory back meanwhile, so that they and what the caller makes of them need it but once. Only
+    // after countRest.
+    void takeRest(const std::function<void(std::string_view name)>& take);
 
 private:
     // Where a name stands: the number of its block, and its offset there. At that offset stands the
@@ -56,6 +57,7 @@ private:
     };
 
     template <class Take> void visitAll(const Take& take) const;
+    template <class Take> void visitBlock(std::size_t block, const Take& take) const;
     template <class MemoryOf, class Take>
     void visitHashed(const MemoryOf& memoryOf, const Take& take) const;
     void makeFilter();

@@ -83,7 +83,6 @@ void PackedNames::takeRest(const std::function<void(std::string_view name)>& tak
 {
     for (const auto& [repeated, first] : m_repeated)
         stateAt(repeated) = stateAt(first);
-    m_slots = {};
     for (std::size_t block = 0; block < m_blocks.size(); ++block) {
         visitBlock(block, [&](Place place, std::string_view name) {
             if (stateAt(place) == Left)
@@ -91,12 +90,6 @@ void PackedNames::takeRest(const std::function<void(std::string_view name)>& tak
         });
         m_blocks[block] = {};
     }
-}
-
-template <class Take> void PackedNames::visitAll(const Take& take) const
-{
-    for (std::size_t block = 0; block < m_blocks.size(); ++block)
-        visitBlock(block, take);
 }
 
 template <class Take> void PackedNames::visitBlock(std::size_t block, const Take& take) const
@@ -119,13 +112,14 @@ void PackedNames::visitHashed(const MemoryOf& memoryOf, const Take& take) const
         std::for_each(next.begin(), next.begin() + count, take);
         count = 0;
     };
-    visitAll([&](Place place, std::string_view name) {
-        const std::uint64_t hash = hashIgnoringCase(name);
-        __builtin_prefetch(memoryOf(hash), 1);
-        next[count] = {place, hash};
-        if (++count == Together)
-            takeNext();
-    });
+    for (std::size_t block = 0; block < m_blocks.size(); ++block)
+        visitBlock(block, [&](Place place, std::string_view name) {
+            const std::uint64_t hash = hashIgnoringCase(name);
+            __builtin_prefetch(memoryOf(hash), 1);
+            next[count] = {place, hash};
+            if (++count == Together)
+                takeNext();
+        });
     takeNext();
 }
 
@@ -196,7 +190,7 @@ void PackedNames::filterSought()
         return;
     indexAll();
     strikeOutAll(m_found, m_found.size());
-    m_found = {};
+    m_found.clear();
 }
 
 void PackedNames::strikeOutAll(const std::vector<Sought>& names, std::size_t count)

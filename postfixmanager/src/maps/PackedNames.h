@@ -56,7 +56,6 @@ private:
         std::uint64_t hash = 0;
     };
 
-    template <class Take> void visitAll(const Take& take) const;
     template <class Take> void visitBlock(std::size_t block, const Take& take) const;
     template <class MemoryOf, class Take>
     void visitHashed(const MemoryOf& memoryOf, const Take& take) const;
